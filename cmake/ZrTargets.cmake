@@ -1,0 +1,36 @@
+# Helpers that keep the folders' own CMakeLists.txt to lists of files.
+
+# One object library per source folder. Its include path is the folder itself; what it may include
+# from elsewhere is exactly what DEPENDS names, so a wrong include does not compile.
+#   zr_object_library(zr_gentl SOURCES a.cpp b.cpp DEPENDS zr_base zr_logging)
+function(zr_object_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+    add_library(${name} OBJECT ${ARG_SOURCES})
+    target_include_directories(${name}
+        PUBLIC "${CMAKE_CURRENT_SOURCE_DIR}" "${CMAKE_SOURCE_DIR}/include")
+    target_compile_options(${name} PRIVATE ${ZR_WARNINGS} $<$<COMPILE_LANGUAGE:CXX>:${ZR_CXX_WARNINGS}>)
+    # Usage requirements only (include paths): the objects themselves are named where a binary is linked.
+    foreach(dependency IN LISTS ARG_DEPENDS)
+        target_link_libraries(${name} PUBLIC ${dependency})
+    endforeach()
+endfunction()
+
+# One GoogleTest program, registered with ctest test by test.
+#   zr_gtest(zr_gentl_tests LABEL unit SOURCES ... LIBS zr_gentl zr_logging zr_base)
+function(zr_gtest name)
+    cmake_parse_arguments(ARG "" "LABEL;TIMEOUT" "SOURCES;LIBS;ENVIRONMENT" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_compile_options(${name} PRIVATE ${ZR_WARNINGS} $<$<COMPILE_LANGUAGE:CXX>:${ZR_CXX_WARNINGS}>)
+    target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gmock GTest::gtest_main Threads::Threads)
+    if(NOT ARG_LABEL)
+        set(ARG_LABEL unit)
+    endif()
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 300)
+    endif()
+    set(properties LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT})
+    if(ARG_ENVIRONMENT)
+        list(APPEND properties ENVIRONMENT "${ARG_ENVIRONMENT}")
+    endif()
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
+endfunction()
