@@ -54,3 +54,9 @@ if(ZR_COVERAGE)
     add_compile_options(--coverage -O0 -g -fprofile-update=atomic)
     add_link_options(--coverage)
 endif()
+
+# libFuzzer's counters in every target; the fuzz programs themselves add -fsanitize=fuzzer.
+if(ZR_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+    add_link_options(-fsanitize=fuzzer-no-link)
+endif()
