@@ -1,0 +1,74 @@
+#!/usr/bin/env bash
+# Properties of the built library:  library_rules.sh <rule> <library> <source tree>
+set -u
+export LC_ALL=C
+
+rule=${1:?rule}
+library=${2:?library}
+tree=${3:?source tree}
+here=$tree/tests/rules
+
+[ -f "$library" ] || { echo "$library is missing"; exit 1; }
+
+fail()
+{
+    printf '%s\n' "$*"
+    exit 1
+}
+dynamic() { readelf -dW "$library"; }
+
+# Exactly the public list, nothing more: anything else would be an interface by accident.
+exports()
+{
+    diff -u --label "tests/rules/exports.txt" --label "$library" "$here/exports.txt" \
+        <(nm -D --defined-only --format=posix "$library" | awk '{print $1}' | sort) || fail "symbols differ"
+}
+
+# Bumping the soname breaks every consumer that was linked.
+names()
+{
+    dynamic | grep -q 'SONAME.*\[libzr_u3v_tl_x64\.so\.2\]' || fail "soname is not libzr_u3v_tl_x64.so.2"
+    local folder
+    folder=$(dirname "$library")
+    [ "$(basename "$(readlink -f "$library")")" = libzr_u3v_tl_x64.so.2.5.2 ] || fail "real file is not .so.2.5.2"
+    [ -L "$folder/libzr_u3v_tl_x64.so" ] || fail "no development link"
+    [ -L "$folder/libzr_u3v_tl_x64.so.2" ] || fail "no soname link"
+    local cti
+    cti=$(readlink "$folder/zr_u3v_tl.cti") || fail "zr_u3v_tl.cti is no link"
+    [[ $cti != */* ]] || fail "zr_u3v_tl.cti is not relative: $cti"
+    [ "$(readlink -f "$folder/zr_u3v_tl.cti")" = "$(readlink -f "$library")" ] || fail "zr_u3v_tl.cti leads elsewhere"
+}
+
+# Under its ordinary soname, so that another one can be put in front; and no way to miss it.
+needed()
+{
+    dynamic | grep -q 'NEEDED.*\[libusb-1\.0\.so\.0\]' || fail "libusb-1.0.so.0 is not needed by name"
+    dynamic | grep -E 'NEEDED' | grep -E '\[[^]]*/' && fail "a needed library is named by path"
+    dynamic | grep -E '\((RPATH|RUNPATH)\)' && fail "the library carries a run path"
+    return 0
+}
+
+hardening()
+{
+    readelf -lW "$library" | grep -q 'GNU_RELRO' || fail "no RELRO segment"
+    dynamic | grep -qE 'BIND_NOW|FLAGS.*NOW' || fail "symbols are bound lazily: RELRO is partial"
+    readelf -lW "$library" | grep 'GNU_STACK' | grep -q 'RW ' || fail "no GNU_STACK header without execution"
+    readelf -lW "$library" | grep 'GNU_STACK' | grep -q 'RWE' && fail "executable stack"
+    dynamic | grep -qE 'TEXTREL' && fail "text relocations"
+    readelf -lW "$library" | grep -E '^ +LOAD' | grep -q 'RWE' && fail "a segment is writable and executable"
+    return 0
+}
+
+# Release builds only.
+fortified()
+{
+    local symbols
+    symbols=$(nm -D --undefined-only "$library")
+    grep -q '__stack_chk_fail' <<<"$symbols" || fail "no stack protector"
+    grep -qE '__(memcpy|snprintf|vsnprintf|fprintf|sprintf|strcpy)_chk' <<<"$symbols" || fail "no fortified calls"
+}
+
+case "$rule" in
+    exports | names | needed | hardening | fortified) "$rule" ;;
+    *) echo "unknown rule $rule" >&2; exit 2 ;;
+esac

@@ -1,0 +1,64 @@
+#!/usr/bin/env bash
+# A rule that cannot fail is no rule: each one is shown a tree that breaks it, and one that keeps it.
+#   rules_selftest.sh <folder of the rules>
+set -u
+rules=${1:?folder}/source_rules.sh
+tree=$(mktemp -d)
+trap 'rm -rf "$tree"' EXIT
+failures=0
+
+clean_tree()
+{
+    rm -rf "$tree"
+    mkdir -p "$tree"/{base,gentl,u3v,virtual_camera,client,docs}
+    printf '#pragma once\n' >"$tree/base/zr_sync.h"
+    printf '#pragma once\n' >"$tree/u3v/u3v_control.h"
+    printf '#include "zr_sync.h"\n#include <zr_u3v_tl/gentl.h>\n// Quirk Q07: kept\nint a;\n' >"$tree/gentl/a.cpp"
+    printf '# Quirks\n\n## Q07 kept\n' >"$tree/docs/quirks.md"
+}
+
+expect()
+{
+    local wanted=$1 rule=$2 what=$3
+    if "$rules" "$rule" "$tree" >"$tree.out" 2>&1; then found=pass; else found=fail; fi
+    if [ "$found" != "$wanted" ]; then
+        echo "rule $rule, $what: expected $wanted, got $found"
+        cat "$tree.out"
+        failures=$((failures + 1))
+    fi
+    rm -f "$tree.out"
+}
+
+breaks()
+{
+    local rule=$1 what=$2 file=$3 text=$4
+    clean_tree
+    mkdir -p "$(dirname "$tree/$file")"
+    printf '%b' "$text" >>"$tree/$file"
+    expect fail "$rule" "$what"
+}
+
+clean_tree
+for rule in includes words paths whitespace quirks quirk_marks; do expect pass "$rule" "clean tree"; done
+
+breaks includes "gentl includes u3v" gentl/b.cpp '#include "u3v_control.h"\n'
+breaks includes "virtual camera includes the library" virtual_camera/b.cpp '#include "zr_sync.h"\n'
+breaks includes "client includes the flat interface" client/b.cpp '#include <zr_u3v_tl/u3v_lib.h>\n'
+breaks includes "client includes a module" client/b.cpp '#  include "u3v_control.h"\n'
+breaks includes "gentl includes libusb" gentl/b.cpp '#include <libusb-1.0/libusb.h>\n'
+breaks includes "relative include" gentl/b.cpp '#include "../base/zr_sync.h"\n'
+breaks includes "a header's name twice" u3v/zr_sync.h '#pragma once\n'
+breaks words "a word" gentl/b.cpp '// as the s''pec says\n'
+breaks words "a numbered chapter" docs/b.md 'see Par''t 3.1\n'
+breaks words "a file name" "gentl/s""pec_reader.cpp" 'int b;\n'
+breaks paths "a path of one machine" docs/b.md 'cd /hom''e/someone\n'
+breaks whitespace "blank at the end" gentl/b.cpp 'int b; \n'
+breaks whitespace "carriage return" gentl/b.cpp 'int b;\r\n'
+breaks whitespace "no newline at the end" gentl/b.cpp 'int b;'
+breaks quirks "marked, not in the ledger" gentl/b.cpp '// Quirk Q08: new\n'
+breaks quirks "in the ledger, not marked" docs/quirks.md '## Q09 gone\n'
+breaks quirks "twice in the ledger" docs/quirks.md '## Q07 again\n'
+breaks quirk_marks "malformed mark" gentl/b.cpp '// Quirk: forgot the number\n'
+
+[ "$failures" -eq 0 ] || exit 1
+echo "every rule bites"

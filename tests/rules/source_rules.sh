@@ -1,0 +1,188 @@
+#!/usr/bin/env bash
+# One architecture rule over the source tree:  source_rules.sh <rule> <tree>
+# Prints each offending line and fails if there is one. rules_selftest.sh shows that each rule bites.
+set -u
+export LC_ALL=C
+
+rule=${1:?rule}
+tree=${2:?tree}
+cd "$tree" || exit 2
+
+offences=0
+report()
+{
+    printf '%s\n' "$*"
+    offences=$((offences + 1))
+}
+report_lines()
+{
+    local line
+    while IFS= read -r line; do report "$line"; done
+}
+
+# What git would commit; without git (an unpacked archive) everything but build trees. Text only.
+tree_files()
+{
+    if git rev-parse --is-inside-work-tree >/dev/null 2>&1; then
+        git ls-files --cached --others --exclude-standard
+    else
+        find . -type f -not -path './build*' -not -path './.deps/*' | sed 's|^\./||'
+    fi | while IFS= read -r file; do [ -f "$file" ] && printf '%s\n' "$file"; done
+}
+text_files() { tree_files | grep -vE '\.(png|zip|bin)$' | grep -vE '^tests/fuzz/.*corpus' ; }
+code_files() { tree_files | grep -E "^($1)/" | grep -E '\.(c|cpp|h)$'; }
+
+# folder: what it may include from. The library knows u3v/ by its public header alone.
+may_include()
+{
+    case "$1" in
+        base) echo "base" ;;
+        logging) echo "logging base" ;;
+        gentl) echo "gentl logging base" ;;
+        u3v) echo "u3v logging base" ;;
+        u3v_tl) echo "u3v_tl gentl logging base" ;;
+        client) echo "client base" ;;
+        virtual_camera) echo "virtual_camera" ;;
+        demo) echo "demo virtual_camera" ;;
+    esac
+}
+may_include_public()
+{
+    case "$1" in
+        base | virtual_camera) echo "" ;;
+        logging) echo "zr_logging.h" ;;
+        gentl) echo "gentl.h zr_logging.h" ;;
+        u3v) echo "u3v_lib.h zr_logging.h" ;;
+        u3v_tl) echo "gentl.h u3v_lib.h zr_logging.h" ;;
+        client | demo) echo "gentl.h" ;;
+    esac
+}
+# Foreign headers that belong to one layer.
+may_include_foreign()
+{
+    case "$2" in
+        libusb*) [[ $1 == u3v || $1 == virtual_camera ]] ;;
+        miniz*) [[ $1 == u3v || $1 == virtual_camera ]] ;;
+        png*) [[ $1 == demo ]] ;;
+        *) return 0 ;;
+    esac
+}
+
+is_word_of() { [[ " $2 " == *" $1 "* ]]; }
+
+check_include()
+{
+    local file=$1 folder=$2 name=$3 delimiter=$4
+    if [ "$delimiter" = "<" ]; then
+        case "$name" in
+            zr_u3v_tl/*)
+                is_word_of "${name#zr_u3v_tl/}" "$(may_include_public "$folder")" ||
+                    report "$file: $folder must not include <$name>"
+                ;;
+            *)
+                may_include_foreign "$folder" "$name" || report "$file: $folder must not include <$name>"
+                ;;
+        esac
+        return
+    fi
+    if [[ $name == *..* ]]; then
+        report "$file: relative include \"$name\""
+        return
+    fi
+    local owner=${header_owner[$(basename "$name")]:-}
+    if [ -z "$owner" ]; then
+        may_include_foreign "$folder" "$name" || report "$file: $folder must not include \"$name\""
+    elif ! is_word_of "$owner" "$(may_include "$folder")"; then
+        report "$file: $folder must not include \"$name\" of $owner"
+    fi
+}
+
+includes()
+{
+    local folders="base logging gentl u3v u3v_tl client virtual_camera demo"
+    local all=${folders// /|} file folder line name
+    declare -gA header_owner=()
+    while IFS= read -r file; do
+        [[ $file == *.h ]] || continue
+        name=$(basename "$file")
+        folder=${file%%/*}
+        if [ -n "${header_owner[$name]:-}" ] && [ "${header_owner[$name]}" != "$folder" ]; then
+            report "$file: a header of this name stands in ${header_owner[$name]} as well"
+        fi
+        header_owner[$name]=$folder
+    done < <(code_files "$all")
+    local pattern='^[[:space:]]*#[[:space:]]*include[[:space:]]*([<"])([^>"]+)[>"]'
+    while IFS= read -r file; do
+        folder=${file%%/*}
+        while IFS= read -r line; do
+            [[ $line =~ $pattern ]] && check_include "$file" "$folder" "${BASH_REMATCH[2]}" "${BASH_REMATCH[1]}"
+        done < <(grep -E '^[[:space:]]*#[[:space:]]*include' "$file")
+    done < <(code_files "$all")
+}
+
+# The pattern is put together from pieces, so that this file does not hit itself.
+words()
+{
+    local pattern="\\b[Ss]""pec(s|ification|ifications)?\\b|\\bPar""ts? [0-9]+(\\.[0-9]+)?\\b"
+    pattern+="|\\b[Aa]s s""pecified\\b|shared/(s""pec|house)|s""pec\\.md"
+    text_files | grep -v '\.xsd$' | tr '\n' '\0' | xargs -0 -r grep -nIE "$pattern" /dev/null | report_from
+    tree_files | grep -iE "(^|/)[^/]*(s""pec|par""t[0-9])[^/]*\$" | grep -viE 'insp''ect|sp''ecial|susp''ect' | report_from
+}
+
+paths()
+{
+    text_files | tr '\n' '\0' |
+        xargs -0 -r grep -nIE '(^|[^A-Za-z0-9_./-])/(wor''k|far''m|roo''t|hom''e)/' /dev/null | report_from
+}
+
+whitespace()
+{
+    text_files | tr '\n' '\0' | xargs -0 -r grep -nIE '[[:blank:]]+$' /dev/null | report_from
+    text_files | tr '\n' '\0' | xargs -0 -r grep -lI $'\r' /dev/null | sed 's/$/: carriage return/' | report_from
+    text_files | while IFS= read -r file; do
+        [ -s "$file" ] && [ -n "$(tail -c 1 "$file")" ] && echo "$file: no newline at the end"
+    done | report_from
+}
+
+# The ledger names a quirk at the start of a heading or of a table row; the code names it in a
+# comment "Quirk Qnn: ...". Tests may name them as well, that proves nothing either way.
+quirks()
+{
+    local ledger=docs/quirks.md
+    [ -f "$ledger" ] || { report "$ledger is missing"; return; }
+    local in_code in_ledger
+    in_code=$(code_files 'base|logging|gentl|u3v|u3v_tl|client|virtual_camera|include' | tr '\n' '\0' |
+        xargs -0 -r grep -hoE 'Quirk Q[0-9]+[a-z]?:' /dev/null | grep -oE 'Q[0-9]+[a-z]?' | sort -u)
+    in_ledger=$(grep -oE '^(#+ |\| *)`?Q[0-9]+[a-z]?\b' "$ledger" | grep -oE 'Q[0-9]+[a-z]?' | sort)
+    [ -n "$in_code" ] || report "no quirk is marked in the code"
+    uniq -d <<<"$in_ledger" | sed "s|^\$||; /./s|\$|: twice in $ledger|" | grep . | report_from
+    comm -23 <(echo "$in_code") <(sort -u <<<"$in_ledger") | grep . | sed "s|\$|: in the code, not in $ledger|" | report_from
+    comm -13 <(echo "$in_code") <(sort -u <<<"$in_ledger") | grep . | sed "s|\$|: in $ledger, not in the code|" | report_from
+}
+
+# A malformed mark would escape the comparison above.
+quirk_marks()
+{
+    code_files 'base|logging|gentl|u3v|u3v_tl|client|virtual_camera|include' | tr '\n' '\0' |
+        xargs -0 -r grep -nE '\bQuirk\b' /dev/null | grep -vE '(//|\*) Quirk Q[0-9]+[a-z]?: [^ ]' | report_from
+}
+
+# Pipes run in subshells; offences are counted through a file.
+counter=$(mktemp)
+trap 'rm -f "$counter"' EXIT
+report_from()
+{
+    local line
+    while IFS= read -r line; do
+        printf '%s\n' "$line"
+        echo >>"$counter"
+    done
+}
+
+case "$rule" in
+    includes | words | paths | whitespace | quirks | quirk_marks) "$rule" ;;
+    *) echo "unknown rule $rule" >&2; exit 2 ;;
+esac
+offences=$((offences + $(wc -l <"$counter")))
+[ "$(tree_files | wc -l)" -gt 0 ] || { echo "no files in $tree" >&2; exit 2; }
+[ "$offences" -eq 0 ] || { echo "$offences offence(s) against rule '$rule'"; exit 1; }
