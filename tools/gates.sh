@@ -1,0 +1,167 @@
+# The gates behind tools/test and tools/check; sourced, never run.
+#
+# A gate is a function gate_<name>. It returns 0 (passed), 77 (cannot run here) or anything else
+# (failed), writes its log to stdout, and adds what it counted to `counted_passed` and
+# `counted_failed`; a gate that counted nothing counts as one.
+
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+total_passed=0
+total_failed=0
+total_skipped=0
+table=()
+
+cannot_run=77
+
+need()
+{
+    local tool
+    for tool in "$@"; do
+        command -v "$tool" >/dev/null || { say "$tool is not installed"; return "$cannot_run"; }
+    done
+}
+
+# Sets `value` to an attribute of the first <testsuite> element of a JUnit file.
+junit_attribute() { value=$(grep -oE -m 1 "\\b$2=\"[0-9]+\"" "$1" | head -n 1 | tr -dc '0-9'); }
+
+# Runs the tests of a preset's tree and counts them one by one; a skipped test is no passed test.
+run_ctest()
+{
+    local preset=$1 report=$logs/$1.xml status=0 value tests failures skipped disabled
+    shift
+    rm -f "$report"
+    (cd "$root" && ctest --test-dir "build/$preset" -j "$jobs" --output-on-failure --no-tests=error \
+        --output-junit "$report" "$@") || status=1
+    if [ ! -f "$report" ]; then
+        say "ctest left no report"
+        counted_failed=$((counted_failed + 1))
+        return 1
+    fi
+    junit_attribute "$report" tests; tests=${value:-0}
+    junit_attribute "$report" failures; failures=${value:-0}
+    junit_attribute "$report" skipped; skipped=${value:-0}
+    junit_attribute "$report" disabled; disabled=${value:-0}
+    counted_passed=$((counted_passed + tests - failures - skipped - disabled))
+    counted_failed=$((counted_failed + failures))
+    counted_skipped=$((counted_skipped + skipped + disabled))
+    return "$status"
+}
+
+build_and_test()
+{
+    local preset=$1
+    shift
+    if ! build_preset "$preset"; then
+        counted_failed=$((counted_failed + 1))
+        return 1
+    fi
+    counted_passed=$((counted_passed + 1))
+    run_ctest "$preset" "$@"
+}
+
+sanitizer_options()
+{
+    export ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1:strict_string_checks=1
+    export UBSAN_OPTIONS=print_stacktrace=1
+    export TSAN_OPTIONS=second_deadlock_stack=1
+}
+
+gate_release() { build_and_test release; }
+
+# The source rules say the same in every tree; once is enough.
+gate_asan-ubsan()
+{
+    sanitizer_options
+    build_and_test asan-ubsan -E '^rules\.source\.'
+}
+gate_tsan()
+{
+    sanitizer_options
+    build_and_test tsan -E '^rules\.source\.'
+}
+
+# A build is the check: clang's thread-safety analysis and its other warnings are errors.
+gate_clang()
+{
+    need clang++ || return
+    build_preset clang
+}
+
+code_files() { (cd "$root" && git ls-files '*.c' '*.cpp' '*.h'); }
+
+gate_format()
+{
+    need clang-format git || return
+    code_files | (cd "$root" && xargs clang-format --dry-run -Werror)
+}
+
+# Reads the compile commands of the clang tree; its build has to come first.
+gate_tidy()
+{
+    need clang-tidy clang++ || return
+    (cd "$root" && cmake --preset clang >/dev/null) || return 1
+    # Generated sources (the embedded documents) have to be there before they are included.
+    build_preset clang || return 1
+    code_files | grep -E '\.(c|cpp)$' | grep -vE '^tests/' |
+        (cd "$root" && xargs -P "$jobs" -n 4 clang-tidy -p build/clang --quiet --warnings-as-errors='*')
+}
+
+# The configuration of a release build once more, by itself, with warnings as errors.
+gate_werror()
+{
+    (cd "$root" && cmake -S . -B build/werror -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZR_WERROR=ON >/dev/null &&
+        cmake --build build/werror -j "$jobs")
+}
+
+gate_coverage()
+{
+    need gcovr || return
+    build_and_test coverage -E '^rules\.' || return 1
+    (cd "$root" && gcovr -r . build/coverage -f 'base/' -f 'logging/' -f 'gentl/' -f 'u3v/' -f 'u3v_tl/' -f 'client/' --txt)
+}
+
+run_gate()
+{
+    local name=$1 log=$logs/$1.log started=$SECONDS status=0 result
+    counted_passed=0
+    counted_failed=0
+    counted_skipped=0
+    "gate_$name" >"$log" 2>&1 </dev/null || status=$?
+    if [ "$status" -eq "$cannot_run" ]; then
+        result="skipped: $(tail -n 1 "$log")"
+        total_skipped=$((total_skipped + 1))
+    else
+        [ "$status" -ne 0 ] && [ "$counted_failed" -eq 0 ] && counted_failed=1
+        [ $((counted_passed + counted_failed)) -eq 0 ] && counted_passed=1
+        result="$counted_passed passed, $counted_failed failed"
+        [ "$counted_skipped" -gt 0 ] && result+=", $counted_skipped skipped"
+        if [ "$counted_failed" -gt 0 ]; then
+            say "--- gate $name failed; the end of ${log#"$root"/}:"
+            tail -n "${ZR_LOG_LINES:-60}" "$log"
+        fi
+    fi
+    total_passed=$((total_passed + counted_passed))
+    total_failed=$((total_failed + counted_failed))
+    total_skipped=$((total_skipped + counted_skipped))
+    table+=("$(printf '%-12s %-40s %6d s' "$name" "$result" $((SECONDS - started)))")
+    say "$name: $result ($((SECONDS - started)) s)"
+}
+
+# Every gate, also after a failed one; then the table, what was skipped, and the count alone on the
+# last line.
+run_gates()
+{
+    local name row
+    mkdir -p "$logs"
+    for name in "$@"; do
+        declare -F "gate_$name" >/dev/null || die "no gate '$name'"
+    done
+    for name in "$@"; do run_gate "$name"; done
+    say ""
+    printf '%-12s %-40s %8s\n' gate result time
+    for row in "${table[@]}"; do say "$row"; done
+    [ "$total_skipped" -gt 0 ] && say "$total_skipped skipped"
+    say ""
+    say "$total_passed passed, $total_failed failed"
+    [ "$total_failed" -eq 0 ]
+}
