@@ -1,0 +1,50 @@
+#include "zr_event_handler.h"
+
+#include "zr_deadline.h"
+
+ZrEventHandler_U3V::ZrEventHandler_U3V(uint32_t bits) : m_mask(bits | kKillBits)
+{
+}
+
+void ZrEventHandler_U3V::SetEvent(uint32_t bits)
+{
+    Locker lock(m_mutex);
+    if ((m_mask & bits) == 0) {
+        return;
+    }
+    // Quirk Q06: one accepted bit lets all given bits in, the unknown ones too.
+    m_state |= bits;
+    if ((bits & kKillBits) != 0) {
+        m_condition.Broadcast(); // a kill aborts every wait
+    } else {
+        m_condition.Signal();
+    }
+}
+
+void ZrEventHandler_U3V::ResetEvent(uint32_t bits)
+{
+    Locker lock(m_mutex);
+    if ((m_mask & bits) != 0) {
+        m_state &= ~bits;
+    }
+}
+
+uint32_t ZrEventHandler_U3V::WaitForEvent(int32_t timeout_ms)
+{
+    // Looking and falling asleep are one lock hold, so that no SetEvent slips in between.
+    Locker lock(m_mutex);
+    if (m_state != 0) {
+        return m_state;
+    }
+    // Quirk Q07: one timed wait, not a loop: a spurious wake-up ends it early, and a negative
+    // time-out (the truncated GENTL_INFINITE is one) does not wait at all.
+    if (m_condition.TimedWait(m_mutex, ZrDeadlineAfter(timeout_ms)) != 0) {
+        return 0;
+    }
+    return m_state;
+}
+
+void ZrEventHandler_U3V::Kill()
+{
+    SetEvent(kKillBits);
+}

@@ -1,0 +1,218 @@
+#include "zr_gentl_buffer.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "zr_gentl_util.h"
+
+ZrGenTLBuffer::ZrGenTLBuffer(void* buffer, size_t size, bool allocate, void* userPtr,
+                             const char* tlType)
+    : m_pBase(static_cast<uint8_t*>(buffer)), m_nSize(size), m_pUserPtr(userPtr),
+      // Quirk Q17: the buffers of this USB3 Vision producer name "GEV" as their transport layer.
+      m_strTLType(tlType != nullptr ? tlType : "GEV"), m_strFileName("TBD-FileName"),
+      m_bConsumerMemory(buffer != nullptr)
+{
+    // Last, because nothing after it can throw and leave the memory behind.
+    if (buffer == nullptr && allocate) {
+        m_pBase = new uint8_t[size];
+        m_bAllocated = true;
+    }
+}
+
+ZrGenTLBuffer::~ZrGenTLBuffer()
+{
+    if (m_bAllocated) {
+        delete[] m_pBase;
+        m_pBase = nullptr;
+    }
+}
+
+void ZrGenTLBuffer::UpdateData(size_t sizeFilled, uint64_t frameId, uint64_t timestamp,
+                               size_t width, size_t height, uint64_t pixelFormat, uint8_t* data)
+{
+    Locker lock(m_mutex);
+    m_nSizeFilled = sizeFilled;
+    m_nFrameId = frameId;
+    m_nTimestamp = timestamp;
+    m_nWidth = width;
+    m_nHeight = height;
+    m_nPixelFormat = pixelFormat;
+    if (data == nullptr) {
+        return;
+    }
+    if (m_bConsumerMemory && m_pBase != nullptr) {
+        memmove(m_pBase, data, std::min(_copyCapacity(), sizeFilled));
+    } else if (!m_bAllocated) {
+        m_pBase = data;
+    }
+}
+
+size_t ZrGenTLBuffer::_copyCapacity() const
+{
+    // Quirk Q18: the size counts as a signed 32-bit value here. From 2 GiB on that is too small, or
+    // negative; a negative one means nothing, the real size bounds the copy then.
+    const auto size32 = static_cast<int32_t>(m_nSize);
+    return size32 < 0 ? m_nSize : static_cast<size_t>(size32);
+}
+
+template <class T>
+T ZrGenTLBuffer::_read(T ZrGenTLBuffer::*member)
+{
+    Locker lock(m_mutex);
+    return this->*member;
+}
+
+template <class T>
+void ZrGenTLBuffer::_write(T ZrGenTLBuffer::*member, T value)
+{
+    Locker lock(m_mutex);
+    this->*member = value;
+}
+
+bool ZrGenTLBuffer::IsQueued()
+{
+    return _read(&ZrGenTLBuffer::m_bQueued);
+}
+
+void ZrGenTLBuffer::SetQueueFlag(bool value)
+{
+    _write(&ZrGenTLBuffer::m_bQueued, value);
+}
+
+void ZrGenTLBuffer::SetNewDataFlag(bool value)
+{
+    _write(&ZrGenTLBuffer::m_bNewData, value);
+}
+
+void ZrGenTLBuffer::SetIncompleteFlag(bool value)
+{
+    _write(&ZrGenTLBuffer::m_bIncomplete, value);
+}
+
+void ZrGenTLBuffer::SetAcquiringFlag(bool value)
+{
+    _write(&ZrGenTLBuffer::m_bAcquiring, value);
+}
+
+uint8_t* ZrGenTLBuffer::GetBase()
+{
+    return _read(&ZrGenTLBuffer::m_pBase);
+}
+
+size_t ZrGenTLBuffer::GetSize()
+{
+    return _read(&ZrGenTLBuffer::m_nSize);
+}
+
+void* ZrGenTLBuffer::GetUserPtr()
+{
+    return _read(&ZrGenTLBuffer::m_pUserPtr);
+}
+
+GC_ERROR ZrGenTLBuffer::GetInfo(int32_t cmd, int32_t* type, void* buffer, size_t* size)
+{
+    if (type == nullptr || size == nullptr) {
+        return GC_ERR_INVALID_PARAMETER;
+    }
+    ZrGenTLUtil::ClearInfoBuffer(buffer, size);
+    switch (cmd) {
+    case BUFFER_INFO_BASE: return _getBase(type, buffer, size);
+    case BUFFER_INFO_SIZE: return _getSize(type, buffer, size);
+    case BUFFER_INFO_USER_PTR: return _getUserPtr(type, buffer, size);
+    case BUFFER_INFO_TIMESTAMP: return _getTimeStamp(type, buffer, size);
+    case BUFFER_INFO_NEW_DATA: return _getIsNewData(type, buffer, size);
+    case BUFFER_INFO_IS_QUEUED: return _getIsQueued(type, buffer, size);
+    case BUFFER_INFO_IS_ACQUIRING: return _getIsAcquiring(type, buffer, size);
+    case BUFFER_INFO_IS_INCOMPLETE: return _getIsIncomplete(type, buffer, size);
+    case BUFFER_INFO_TLTYPE: return _getTLType(type, buffer, size);
+    case BUFFER_INFO_SIZE_FILLED: return _getSizeFilled(type, buffer, size);
+    case BUFFER_INFO_WIDTH: return _getWidth(type, buffer, size);
+    case BUFFER_INFO_HEIGHT: return _getHeight(type, buffer, size);
+    case BUFFER_INFO_FRAMEID: return _getFrameId(type, buffer, size);
+    case BUFFER_INFO_PAYLOADTYPE:
+        // Quirk Q19: an image, also before the first one.
+        return ZrGenTLUtil::CopyInfoSizeT(PAYLOAD_TYPE_IMAGE, type, buffer, size);
+    case BUFFER_INFO_PIXELFORMAT: return _getPixelFormat(type, buffer, size);
+    default: return GC_ERR_NOT_IMPLEMENTED;
+    }
+}
+
+// Each getter reads its member under the mutex and hands it out after releasing it.
+
+GC_ERROR ZrGenTLBuffer::_getBase(int32_t* type, void* buffer, size_t* size)
+{
+    return ZrGenTLUtil::CopyInfoPtr(GetBase(), type, buffer, size);
+}
+
+GC_ERROR ZrGenTLBuffer::_getSize(int32_t* type, void* buffer, size_t* size)
+{
+    return ZrGenTLUtil::CopyInfoSizeT(GetSize(), type, buffer, size);
+}
+
+GC_ERROR ZrGenTLBuffer::_getUserPtr(int32_t* type, void* buffer, size_t* size)
+{
+    return ZrGenTLUtil::CopyInfoPtr(GetUserPtr(), type, buffer, size);
+}
+
+GC_ERROR ZrGenTLBuffer::_getTimeStamp(int32_t* type, void* buffer, size_t* size)
+{
+    return ZrGenTLUtil::CopyInfoUint64(_read(&ZrGenTLBuffer::m_nTimestamp), type, buffer, size);
+}
+
+GC_ERROR ZrGenTLBuffer::_getIsNewData(int32_t* type, void* buffer, size_t* size)
+{
+    return ZrGenTLUtil::CopyInfoBool(_read(&ZrGenTLBuffer::m_bNewData), type, buffer, size);
+}
+
+GC_ERROR ZrGenTLBuffer::_getIsQueued(int32_t* type, void* buffer, size_t* size)
+{
+    return ZrGenTLUtil::CopyInfoBool(IsQueued(), type, buffer, size);
+}
+
+GC_ERROR ZrGenTLBuffer::_getIsAcquiring(int32_t* type, void* buffer, size_t* size)
+{
+    return ZrGenTLUtil::CopyInfoBool(_read(&ZrGenTLBuffer::m_bAcquiring), type, buffer, size);
+}
+
+GC_ERROR ZrGenTLBuffer::_getIsIncomplete(int32_t* type, void* buffer, size_t* size)
+{
+    return ZrGenTLUtil::CopyInfoBool(_read(&ZrGenTLBuffer::m_bIncomplete), type, buffer, size);
+}
+
+GC_ERROR ZrGenTLBuffer::_getTLType(int32_t* type, void* buffer, size_t* size)
+{
+    return ZrGenTLUtil::CopyInfoString(_read(&ZrGenTLBuffer::m_strTLType), type, buffer, size);
+}
+
+GC_ERROR ZrGenTLBuffer::_getSizeFilled(int32_t* type, void* buffer, size_t* size)
+{
+    return ZrGenTLUtil::CopyInfoSizeT(_read(&ZrGenTLBuffer::m_nSizeFilled), type, buffer, size);
+}
+
+// The three that describe an image are unknown while they are 0.
+
+GC_ERROR ZrGenTLBuffer::_getWidth(int32_t* type, void* buffer, size_t* size)
+{
+    const size_t width = _read(&ZrGenTLBuffer::m_nWidth);
+    return width == 0 ? GC_ERR_NOT_IMPLEMENTED
+                      : ZrGenTLUtil::CopyInfoSizeT(width, type, buffer, size);
+}
+
+GC_ERROR ZrGenTLBuffer::_getHeight(int32_t* type, void* buffer, size_t* size)
+{
+    const size_t height = _read(&ZrGenTLBuffer::m_nHeight);
+    return height == 0 ? GC_ERR_NOT_IMPLEMENTED
+                       : ZrGenTLUtil::CopyInfoSizeT(height, type, buffer, size);
+}
+
+GC_ERROR ZrGenTLBuffer::_getFrameId(int32_t* type, void* buffer, size_t* size)
+{
+    return ZrGenTLUtil::CopyInfoUint64(_read(&ZrGenTLBuffer::m_nFrameId), type, buffer, size);
+}
+
+GC_ERROR ZrGenTLBuffer::_getPixelFormat(int32_t* type, void* buffer, size_t* size)
+{
+    const uint64_t pixelFormat = _read(&ZrGenTLBuffer::m_nPixelFormat);
+    return pixelFormat == 0 ? GC_ERR_NOT_IMPLEMENTED
+                            : ZrGenTLUtil::CopyInfoUint64(pixelFormat, type, buffer, size);
+}

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "zr_gentl_use_gate.h"
+#include "zr_sync.h"
+#include <zr_u3v_tl/gentl.h>
+
+// The record behind a BUFFER_HANDLE: one announced buffer, its state flags and the description of
+// the last image in it. The data stream creates and destroys it; the buffer queue's lists refer to
+// it.
+class ZrGenTLBuffer
+{
+public:
+    // `buffer` is the consumer's memory; when it is NULL and `allocate` is set, the record
+    // allocates `size` bytes of its own (std::bad_alloc when it cannot). `tlType` NULL means "GEV".
+    ZrGenTLBuffer(void* buffer, size_t size, bool allocate, void* userPtr, const char* tlType);
+    ~ZrGenTLBuffer();
+    ZrGenTLBuffer(const ZrGenTLBuffer&) = delete;
+    ZrGenTLBuffer& operator=(const ZrGenTLBuffer&) = delete;
+
+    void UpdateData(size_t sizeFilled, uint64_t frameId, uint64_t timestamp, size_t width,
+                    size_t height, uint64_t pixelFormat, uint8_t* data);
+
+    bool IsQueued();
+    void SetQueueFlag(bool value);
+    void SetNewDataFlag(bool value);
+    void SetIncompleteFlag(bool value);
+    void SetAcquiringFlag(bool value);
+
+    // Fixed after construction but for UpdateData with foreign memory.
+    uint8_t* GetBase();
+    size_t GetSize();
+    void* GetUserPtr();
+
+    GC_ERROR GetInfo(int32_t cmd, int32_t* type, void* buffer, size_t* size);
+
+    // Entered by calls on the buffer's handle and by the acquisition while it writes into the
+    // memory.
+    ZrGenTLUseGate& Gate() { return m_gate; }
+
+private:
+    // A member under the mutex.
+    template <class T>
+    T _read(T ZrGenTLBuffer::*member) ZR_EXCLUDES(m_mutex);
+    template <class T>
+    void _write(T ZrGenTLBuffer::*member, T value) ZR_EXCLUDES(m_mutex);
+    // How many bytes a copy into the consumer's memory may have.
+    size_t _copyCapacity() const ZR_REQUIRES(m_mutex);
+
+    GC_ERROR _getBase(int32_t* type, void* buffer, size_t* size);
+    GC_ERROR _getSize(int32_t* type, void* buffer, size_t* size);
+    GC_ERROR _getUserPtr(int32_t* type, void* buffer, size_t* size);
+    GC_ERROR _getTimeStamp(int32_t* type, void* buffer, size_t* size);
+    GC_ERROR _getIsNewData(int32_t* type, void* buffer, size_t* size);
+    GC_ERROR _getIsQueued(int32_t* type, void* buffer, size_t* size);
+    GC_ERROR _getIsAcquiring(int32_t* type, void* buffer, size_t* size);
+    GC_ERROR _getIsIncomplete(int32_t* type, void* buffer, size_t* size);
+    GC_ERROR _getTLType(int32_t* type, void* buffer, size_t* size);
+    GC_ERROR _getSizeFilled(int32_t* type, void* buffer, size_t* size);
+    GC_ERROR _getWidth(int32_t* type, void* buffer, size_t* size);
+    GC_ERROR _getHeight(int32_t* type, void* buffer, size_t* size);
+    GC_ERROR _getFrameId(int32_t* type, void* buffer, size_t* size);
+    GC_ERROR _getPixelFormat(int32_t* type, void* buffer, size_t* size);
+
+    bool m_bAllocated ZR_GUARDED_BY(m_mutex) = false;
+    uint8_t* m_pBase ZR_GUARDED_BY(m_mutex) = nullptr;
+    size_t m_nSize ZR_GUARDED_BY(m_mutex) = 0;
+    void* m_pUserPtr ZR_GUARDED_BY(m_mutex) = nullptr;
+    uint64_t m_nTimestamp ZR_GUARDED_BY(m_mutex) = 0;
+    bool m_bNewData ZR_GUARDED_BY(m_mutex) = false;
+    bool m_bQueued ZR_GUARDED_BY(m_mutex) = false;
+    bool m_bAcquiring ZR_GUARDED_BY(m_mutex) = false;
+    bool m_bIncomplete ZR_GUARDED_BY(m_mutex) = false;
+    std::string m_strTLType ZR_GUARDED_BY(m_mutex);
+    size_t m_nSizeFilled ZR_GUARDED_BY(m_mutex) = 0;
+    size_t m_nWidth ZR_GUARDED_BY(m_mutex) = 0;
+    size_t m_nHeight ZR_GUARDED_BY(m_mutex) = 0;
+    uint64_t m_nFrameId ZR_GUARDED_BY(m_mutex) = 0;
+    uint64_t m_nPixelFormat ZR_GUARDED_BY(m_mutex) = 0;
+    std::string m_strFileName ZR_GUARDED_BY(m_mutex);
+    bool m_bConsumerMemory ZR_GUARDED_BY(m_mutex) = false;
+    RecursiveMutex m_mutex;
+    ZrGenTLUseGate m_gate;
+};

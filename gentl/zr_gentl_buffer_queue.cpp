@@ -1,0 +1,213 @@
+#include "zr_gentl_buffer_queue.h"
+
+#include <algorithm>
+#include <set>
+
+ZrGenTLBufferQueue::~ZrGenTLBufferQueue()
+{
+    // The two lists that only refer go first; a buffer is freed through the announced list.
+    Clear(ZR_BUFFER_LIST_INPUT, false);
+    Clear(ZR_BUFFER_LIST_OUTPUT, false);
+    Clear(ZR_BUFFER_LIST_ANNOUNCED, true);
+}
+
+ZrGenTLBufferQueue::List* ZrGenTLBufferQueue::_getBufferQueue(ZR_BUFFER_TYPE_LIST list)
+{
+    switch (list) {
+    case ZR_BUFFER_LIST_INPUT: return &m_input;
+    case ZR_BUFFER_LIST_OUTPUT: return &m_output;
+    case ZR_BUFFER_LIST_ANNOUNCED: return &m_announced;
+    }
+    return nullptr;
+}
+
+bool ZrGenTLBufferQueue::Add(ZR_BUFFER_TYPE_LIST list, ZrGenTLBuffer* buffer)
+{
+    if (buffer == nullptr || !_isValid(list)) {
+        return false;
+    }
+    Locker lock(m_mutex);
+    _getBufferQueue(list)->push_back(buffer);
+    return true;
+}
+
+ZrGenTLBuffer* ZrGenTLBufferQueue::GetFront(ZR_BUFFER_TYPE_LIST list, bool pop)
+{
+    return FindByIndex(list, 0, pop);
+}
+
+void ZrGenTLBufferQueue::MoveTo(ZR_BUFFER_TYPE_LIST dest, ZR_BUFFER_TYPE_LIST src, bool pop)
+{
+    if (!_isValid(dest) || !_isValid(src)) {
+        return;
+    }
+    Locker lock(m_mutex);
+    List* const source = _getBufferQueue(src);
+    if (source->empty()) {
+        return;
+    }
+    ZrGenTLBuffer* const buffer = source->front();
+    _getBufferQueue(dest)->push_back(buffer);
+    if (pop) {
+        source->pop_front(); // of a list moved to itself too: its front goes to its back
+    }
+}
+
+void ZrGenTLBufferQueue::FlushTo(ZR_BUFFER_TYPE_LIST dest, ZR_BUFFER_TYPE_LIST src, bool clear)
+{
+    if (!_isValid(dest) || !_isValid(src)) {
+        return;
+    }
+    Locker lock(m_mutex);
+    // A copy, because `dest` may be `src`.
+    const List entries = *_getBufferQueue(src);
+    List* const destination = _getBufferQueue(dest);
+    destination->insert(destination->end(), entries.begin(), entries.end());
+    if (clear) {
+        _getBufferQueue(src)->clear();
+    }
+}
+
+template <class Predicate>
+ZrGenTLBuffer* ZrGenTLBufferQueue::_find(ZR_BUFFER_TYPE_LIST list, bool remove, Predicate matches)
+{
+    List* const entries = _getBufferQueue(list);
+    const auto found = std::find_if(entries->begin(), entries->end(), matches);
+    if (found == entries->end()) {
+        return nullptr;
+    }
+    ZrGenTLBuffer* const buffer = *found;
+    if (remove) {
+        entries->erase(found);
+    }
+    return buffer;
+}
+
+ZrGenTLBuffer* ZrGenTLBufferQueue::FindByBuffer(ZR_BUFFER_TYPE_LIST list, const void* base,
+                                                bool remove)
+{
+    if (base == nullptr || !_isValid(list)) {
+        return nullptr;
+    }
+    Locker lock(m_mutex);
+    return _find(list, remove, [base](ZrGenTLBuffer* entry) { return entry->GetBase() == base; });
+}
+
+void* ZrGenTLBufferQueue::FindByHandle(ZR_BUFFER_TYPE_LIST list, void* handle, bool remove)
+{
+    if (handle == nullptr || !_isValid(list)) {
+        return nullptr;
+    }
+    Locker lock(m_mutex);
+    return _find(list, remove, [handle](const ZrGenTLBuffer* entry) { return entry == handle; });
+}
+
+ZrGenTLBuffer* ZrGenTLBufferQueue::FindByIndex(ZR_BUFFER_TYPE_LIST list, uint32_t index,
+                                               bool remove)
+{
+    if (!_isValid(list)) {
+        return nullptr;
+    }
+    Locker lock(m_mutex);
+    List* const entries = _getBufferQueue(list);
+    if (index >= entries->size()) {
+        return nullptr;
+    }
+    const auto position = entries->begin() + static_cast<List::difference_type>(index);
+    ZrGenTLBuffer* const buffer = *position;
+    if (remove) {
+        entries->erase(position);
+    }
+    return buffer;
+}
+
+uint32_t ZrGenTLBufferQueue::GetCount(ZR_BUFFER_TYPE_LIST list)
+{
+    if (!_isValid(list)) {
+        return 0;
+    }
+    Locker lock(m_mutex);
+    return static_cast<uint32_t>(_getBufferQueue(list)->size());
+}
+
+uint32_t ZrGenTLBufferQueue::GetBiggestSize(ZR_BUFFER_TYPE_LIST list)
+{
+    if (!_isValid(list)) {
+        return 0;
+    }
+    Locker lock(m_mutex);
+    uint32_t biggest = 0;
+    for (ZrGenTLBuffer* const buffer : *_getBufferQueue(list)) {
+        // Quirk Q20: each size counts with its low 32 bits.
+        biggest = std::max(biggest, static_cast<uint32_t>(buffer->GetSize()));
+    }
+    return biggest;
+}
+
+void ZrGenTLBufferQueue::Clear(ZR_BUFFER_TYPE_LIST list, bool deleteBuffers)
+{
+    if (!_isValid(list)) {
+        return;
+    }
+    std::set<ZrGenTLBuffer*> doomed;
+    {
+        Locker lock(m_mutex);
+        List* const entries = _getBufferQueue(list);
+        if (deleteBuffers) {
+            doomed.insert(entries->begin(), entries->end());
+            // No list keeps the address of a freed buffer.
+            for (List* const other : {&m_input, &m_output, &m_announced}) {
+                std::erase_if(*other, [&](ZrGenTLBuffer* entry) { return doomed.contains(entry); });
+            }
+        }
+        entries->clear();
+    }
+    // Outside the lock: whoever is still inside a buffer may need the queue to get out.
+    for (ZrGenTLBuffer* const buffer : doomed) {
+        buffer->Gate().ShutAndWait();
+        delete buffer;
+    }
+}
+
+ZrGenTLPinned<ZrGenTLBuffer> ZrGenTLBufferQueue::PinByHandle(ZR_BUFFER_TYPE_LIST list, void* handle)
+{
+    if (handle == nullptr || !_isValid(list)) {
+        return {};
+    }
+    Locker lock(m_mutex);
+    return ZrGenTLPinned<ZrGenTLBuffer>::TryPin(
+        _find(list, false, [handle](const ZrGenTLBuffer* entry) { return entry == handle; }));
+}
+
+ZrGenTLPinned<ZrGenTLBuffer> ZrGenTLBufferQueue::PinFront(ZR_BUFFER_TYPE_LIST list)
+{
+    if (!_isValid(list)) {
+        return {};
+    }
+    Locker lock(m_mutex);
+    return ZrGenTLPinned<ZrGenTLBuffer>::TryPin(
+        _find(list, false, [](const ZrGenTLBuffer* /*front*/) { return true; }));
+}
+
+bool ZrGenTLBufferQueue::PopFrontIf(ZR_BUFFER_TYPE_LIST list, const ZrGenTLBuffer* buffer)
+{
+    if (!_isValid(list)) {
+        return false;
+    }
+    Locker lock(m_mutex);
+    List* const entries = _getBufferQueue(list);
+    if (entries->empty() || entries->front() != buffer) {
+        return false;
+    }
+    entries->pop_front();
+    return true;
+}
+
+std::deque<ZrGenTLBuffer*> ZrGenTLBufferQueue::Copy(ZR_BUFFER_TYPE_LIST list)
+{
+    if (!_isValid(list)) {
+        return {};
+    }
+    Locker lock(m_mutex);
+    return *_getBufferQueue(list);
+}

@@ -1,0 +1,234 @@
+#include "zr_gentl_controller.h"
+
+#include <cstring>
+
+namespace {
+
+struct ErrorText
+{
+    int code;
+    const char* text;
+};
+
+// Quirk Q22: the list ends at -1022; later standard codes and custom ones have no text.
+constexpr ErrorText kErrorTexts[] = {
+    {GC_ERR_SUCCESS, "No Error"},
+    {GC_ERR_ERROR, "GC_ERR_ERROR"},
+    {GC_ERR_NOT_INITIALIZED, "GC_ERR_NOT_INITIALIZED"},
+    {GC_ERR_NOT_IMPLEMENTED, "GC_ERR_NOT_IMPLEMENTED"},
+    {GC_ERR_RESOURCE_IN_USE, "GC_ERR_RESOURCE_IN_USE"},
+    {GC_ERR_ACCESS_DENIED, "GC_ERR_ACCESS_DENIED"},
+    {GC_ERR_INVALID_HANDLE, "GC_ERR_INVALID_HANDLE"},
+    {GC_ERR_INVALID_ID, "GC_ERR_INVALID_ID"},
+    {GC_ERR_NO_DATA, "GC_ERR_NO_DATA"},
+    {GC_ERR_INVALID_PARAMETER, "GC_ERR_INVALID_PARAMETER"},
+    {GC_ERR_IO, "GC_ERR_IO"},
+    {GC_ERR_TIMEOUT, "GC_ERR_TIMEOUT"},
+    {GC_ERR_ABORT, "GC_ERR_ABORT"},
+    {GC_ERR_INVALID_BUFFER, "GC_ERR_INVALID_BUFFER"},
+    {GC_ERR_NOT_AVAILABLE, "GC_ERR_NOT_AVAILABLE"},
+    {GC_ERR_INVALID_ADDRESS, "GC_ERR_INVALID_ADDRESS"},
+    {GC_ERR_BUFFER_TOO_SMALL, "GC_ERR_BUFFER_TOO_SMALL"},
+    {GC_ERR_INVALID_INDEX, "GC_ERR_INVALID_INDEX"},
+    {GC_ERR_PARSING_CHUNK_DATA, "GC_ERR_PARSING_CHUNK_DATA"},
+    {GC_ERR_INVALID_VALUE, "GC_ERR_INVALID_VALUE"},
+    {GC_ERR_RESOURCE_EXHAUSTED, "GC_ERR_RESOURCE_EXHAUSTED"},
+    {GC_ERR_OUT_OF_MEMORY, "GC_ERR_OUT_OF_MEMORY"},
+    {GC_ERR_BUSY, "GC_ERR_BUSY"},
+    {GC_ERR_CUSTOM_ID, "GC_ERR_CUSTOM_ID"},
+};
+
+} // namespace
+
+bool ZrGenTLController::RegisterModule(void* module)
+{
+    return m_registry.Add(static_cast<ZrGenTLModuleBase*>(module));
+}
+
+void* ZrGenTLController::UnregisterModule(void* module)
+{
+    return m_registry.FindByHandle(module, true);
+}
+
+void ZrGenTLController::UnregisterAllModule()
+{
+    m_registry.Clear(false);
+}
+
+ZrGenTLModuleBase* ZrGenTLController::GetSystemModule(void* h)
+{
+    return _getModule(h, kSystemName);
+}
+
+ZrGenTLModuleBase* ZrGenTLController::GetInterfaceModule(void* h)
+{
+    return _getModule(h, kInterfaceName);
+}
+
+ZrGenTLModuleBase* ZrGenTLController::GetDeviceModule(void* h)
+{
+    return _getModule(h, kDeviceName);
+}
+
+ZrGenTLModuleBase* ZrGenTLController::GetDataStreamModule(void* h)
+{
+    return _getModule(h, kDataStreamName);
+}
+
+ZrGenTLModuleBase* ZrGenTLController::GetRemoteDeviceModule(void* h)
+{
+    return _getModule(h, kRemoteDeviceName);
+}
+
+ZrGenTLModuleBase* ZrGenTLController::_getModule(void* h, const char* name)
+{
+    return h == nullptr ? nullptr : m_registry.FindByHandleAndName(h, name, false);
+}
+
+ZrGenTLPinned<ZrGenTLModuleBase> ZrGenTLController::PinModule(void* h, const char* name)
+{
+    return h == nullptr ? ZrGenTLPinned<ZrGenTLModuleBase>()
+                        : m_registry.PinByHandleAndName(h, name);
+}
+
+// A registered module of any kind whose port is implemented; `call` is made on it, entered.
+template <class Call>
+GC_ERROR ZrGenTLController::_onPort(void* h, Call&& call)
+{
+    const auto module = m_registry.PinByHandle(h);
+    if (!module) {
+        return GC_ERR_INVALID_HANDLE;
+    }
+    if (!module->IsPortImplemented()) {
+        return GC_ERR_NOT_IMPLEMENTED;
+    }
+    return call(*module);
+}
+
+GC_ERROR ZrGenTLController::ReadPort(void* h, uint64_t iAddress, void* pBuffer, size_t* piSize)
+{
+    return _onPort(
+        h, [&](ZrGenTLModuleBase& module) { return module.ReadPort(iAddress, pBuffer, piSize); });
+}
+
+GC_ERROR ZrGenTLController::WritePort(void* h, uint64_t iAddress, const void* pBuffer,
+                                      size_t* piSize)
+{
+    return _onPort(
+        h, [&](ZrGenTLModuleBase& module) { return module.WritePort(iAddress, pBuffer, piSize); });
+}
+
+GC_ERROR ZrGenTLController::ReadPortStacked(void* h, S_PORT_REGISTER_STACK_ENTRY* pEntries,
+                                            size_t* piNumEntries)
+{
+    return _onPort(h, [&](ZrGenTLModuleBase& module) {
+        return module.ReadPortStacked(pEntries, piNumEntries);
+    });
+}
+
+GC_ERROR ZrGenTLController::WritePortStacked(void* h, S_PORT_REGISTER_STACK_ENTRY* pEntries,
+                                             size_t* piNumEntries)
+{
+    return _onPort(h, [&](ZrGenTLModuleBase& module) {
+        return module.WritePortStacked(pEntries, piNumEntries);
+    });
+}
+
+GC_ERROR ZrGenTLController::GetPortURL(void* h, char* sURL, size_t* piSize)
+{
+    return _onPort(h, [&](ZrGenTLModuleBase& module) { return module.GetPortURL(sURL, piSize); });
+}
+
+GC_ERROR ZrGenTLController::GetPortInfo(void* h, int iInfoCmd, int* piType, void* pBuffer,
+                                        size_t* piSize)
+{
+    return _onPort(h, [&](ZrGenTLModuleBase& module) {
+        return module.GetPortInfo(iInfoCmd, piType, pBuffer, piSize);
+    });
+}
+
+GC_ERROR ZrGenTLController::GetNumPortURLs(void* h, uint32_t* piNumURLs)
+{
+    return _onPort(h, [&](ZrGenTLModuleBase& module) { return module.GetNumPortURLs(piNumURLs); });
+}
+
+GC_ERROR ZrGenTLController::GetPortURLInfo(void* h, uint32_t iURLIndex, int iInfoCmd, int* piType,
+                                           void* pBuffer, size_t* piSize)
+{
+    // A consumer may pass any number, and an enumeration cannot hold any: all commands but the
+    // first are answered alike.
+    const URL_INFO_CMD_LIST command = iInfoCmd == URL_INFO_URL ? URL_INFO_URL : URL_INFO_CUSTOM_ID;
+    return _onPort(h, [&](ZrGenTLModuleBase& module) {
+        return module.GetPortURLInfo(iURLIndex, command, piType, pBuffer, piSize);
+    });
+}
+
+GC_ERROR ZrGenTLController::RegisterEvent(void* h, int iEventID, void** phEvent)
+{
+    const auto module = m_registry.PinByHandle(h);
+    return module ? module->RegisterEvent(iEventID, phEvent) : GC_ERR_INVALID_HANDLE;
+}
+
+GC_ERROR ZrGenTLController::UnregisterEvent(void* h, int iEventID)
+{
+    const auto module = m_registry.PinByHandle(h);
+    return module ? module->UnregisterEvent(iEventID) : GC_ERR_INVALID_HANDLE;
+}
+
+ZrGenTLEvent* ZrGenTLController::FindEventModule(void* hEvent)
+{
+    return PinEvent(hEvent).Get();
+}
+
+ZrGenTLPinned<ZrGenTLEvent> ZrGenTLController::PinEvent(void* hEvent)
+{
+    if (hEvent == nullptr) {
+        return {};
+    }
+    // No registry lock while a module is asked; one that left meanwhile is passed over.
+    for (void* const handle : m_registry.GetHandles()) {
+        const auto module = m_registry.PinByHandle(handle);
+        if (!module) {
+            continue;
+        }
+        if (auto event = module->PinEventByHandle(hEvent)) {
+            return event;
+        }
+    }
+    return {};
+}
+
+void ZrGenTLController::SetLastError(int code)
+{
+    m_errors.SetError(code, _getErrorTxt(code));
+}
+
+GC_ERROR ZrGenTLController::GetLastError(int* piErrorCode, char* sErrText, size_t* piSize)
+{
+    if (piErrorCode == nullptr || piSize == nullptr) {
+        return GC_ERR_INVALID_PARAMETER;
+    }
+    int code = GC_ERR_SUCCESS;
+    std::string text;
+    m_errors.GetError(&code, text);
+    const size_t length = text.size() + 1;
+    if (sErrText != nullptr) {
+        if (*piSize < length) {
+            return GC_ERR_BUFFER_TOO_SMALL; // Quirk Q23: without telling the size that it takes
+        }
+        memcpy(sErrText, text.c_str(), length);
+    }
+    *piSize = length;
+    *piErrorCode = code;
+    return GC_ERR_SUCCESS;
+}
+
+std::string ZrGenTLController::_getErrorTxt(int code)
+{
+    for (const ErrorText& entry : kErrorTexts) {
+        if (entry.code == code) {
+            return entry.text;
+        }
+    }
+    return {};
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "zr_sync.h"
+
+// The last error of every thread that ever had one, keyed by the kernel thread id. Only the owning
+// thread reads or writes its record; the list is shared. A linear scan: a handful of consumer
+// threads need no map.
+class ZrGenTLErrorContainer
+{
+public:
+    ZrGenTLErrorContainer();
+    ~ZrGenTLErrorContainer();
+    ZrGenTLErrorContainer(const ZrGenTLErrorContainer&) = delete;
+    ZrGenTLErrorContainer& operator=(const ZrGenTLErrorContainer&) = delete;
+
+    void SetError(int code, const std::string& text);
+    // Code 0 and "No Error" for a thread that never failed.
+    void GetError(int* code, std::string& text);
+
+private:
+    struct Record;
+    // The record of the thread, NULL when it never failed. Takes the lock itself; the record stays
+    // valid, and only its own thread uses it.
+    Record* _findByThreadId(int tid) ZR_EXCLUDES(m_mutex);
+
+    RecursiveMutex m_mutex;
+    std::vector<std::unique_ptr<Record>> m_records ZR_GUARDED_BY(m_mutex);
+};

@@ -1,0 +1,210 @@
+#include "zr_gentl_event.h"
+
+#include <algorithm>
+#include <cstring>
+#include <type_traits>
+
+#include "zr_gentl_event_types.h"
+#include "zr_gentl_util.h"
+
+namespace {
+
+// Set on the handler while the queue holds entries.
+constexpr uint32_t kEntryBit = 1;
+
+// The largest record of any event class.
+constexpr size_t kLargestRecord = sizeof(_ZR_EVENT_MODULE_DATA);
+
+// The slots of the event classes are fixed and hold no destructor.
+static_assert(!std::has_virtual_destructor_v<ZrGenTLEvent>);
+static_assert(std::is_polymorphic_v<ZrGenTLEvent>);
+
+} // namespace
+
+ZrGenTLEvent::ZrGenTLEvent(int32_t type) : m_nType(type), m_EventHandler(kEntryBit)
+{
+}
+
+ZrGenTLEvent::~ZrGenTLEvent()
+{
+    m_EventHandler.Kill();
+}
+
+ZrGenTLEvent* ZrGenTLEvent::Create(int32_t type)
+{
+    switch (type) {
+    case EVENT_ERROR: return new ZrGenTLEventError;
+    case EVENT_NEW_BUFFER: return new ZrGenTLEventNewBuffer;
+    case EVENT_REMOTE_DEVICE: return new ZrGenTLEventRemoteDevice;
+    case EVENT_MODULE: return new ZrGenTLEventModule;
+    case ZR_EVENT_DEVICE_CONNECTION: return new ZrGenTLEventDeviceConnection;
+    case ZR_EVENT_DS_ACQUISITION: return new ZrGenTLEventDSAcquisition;
+    default: return nullptr;
+    }
+}
+
+void ZrGenTLEvent::Destroy(ZrGenTLEvent* event)
+{
+    if (event == nullptr) {
+        return;
+    }
+    event->_close();
+    event->m_gate.ShutAndWait();
+    switch (event->m_nType) {
+    case EVENT_ERROR: delete static_cast<ZrGenTLEventError*>(event); break;
+    case EVENT_NEW_BUFFER: delete static_cast<ZrGenTLEventNewBuffer*>(event); break;
+    case EVENT_REMOTE_DEVICE: delete static_cast<ZrGenTLEventRemoteDevice*>(event); break;
+    case EVENT_MODULE: delete static_cast<ZrGenTLEventModule*>(event); break;
+    case ZR_EVENT_DEVICE_CONNECTION:
+        delete static_cast<ZrGenTLEventDeviceConnection*>(event);
+        break;
+    case ZR_EVENT_DS_ACQUISITION: delete static_cast<ZrGenTLEventDSAcquisition*>(event); break;
+    default: break; // Create makes no other
+    }
+}
+
+void ZrGenTLEvent::_close()
+{
+    Locker lock(m_DataQueue.GetMutex());
+    m_closing = true;
+    m_EventHandler.Kill();
+}
+
+void ZrGenTLEvent::SetEventSizeMax(size_t size)
+{
+    m_nEventSizeMax = size;
+}
+
+void ZrGenTLEvent::SetEventInfoDataSizeMax(size_t size)
+{
+    m_nEventInfoDataSizeMax = size;
+}
+
+void ZrGenTLEvent::Signal(void* entry)
+{
+    Locker lock(m_DataQueue.GetMutex());
+    m_DataQueue.Add(entry);
+    m_EventHandler.SetEvent(kEntryBit);
+}
+
+GC_ERROR ZrGenTLEvent::GetData(void* buffer, size_t* size, uint64_t timeout)
+{
+    const GC_ERROR status = _validateEventGetDataParam(buffer, size);
+    if (status != GC_ERR_SUCCESS) {
+        return status;
+    }
+    // Quirk Q11: the wait takes the low 32 bits of the time-out, as a signed value.
+    const uint32_t bits = m_EventHandler.WaitForEvent(static_cast<int32_t>(timeout));
+    if ((bits & ZrEventHandler_U3V::kKillBits) != 0) {
+        return GC_ERR_ABORT;
+    }
+    if ((bits & kEntryBit) == 0) {
+        return bits != 0 ? GC_ERR_ERROR : GC_ERR_TIMEOUT;
+    }
+    _takeFront(buffer, size);
+    return GC_ERR_SUCCESS;
+}
+
+void ZrGenTLEvent::_takeFront(void* buffer, size_t* size)
+{
+    Locker lock(m_DataQueue.GetMutex());
+    // Quirk Q12: when another waiter took the last entry, this one succeeds without data; and the
+    // size is never updated.
+    if (void* const entry = m_DataQueue.GetFront(true); entry != nullptr) {
+        DoEventGetData(entry, buffer, size);
+    }
+    _resetIfEmpty();
+}
+
+void ZrGenTLEvent::_resetIfEmpty()
+{
+    if (m_DataQueue.GetSize() == 0) {
+        m_EventHandler.ResetEvent(kEntryBit);
+    }
+}
+
+GC_ERROR ZrGenTLEvent::GetDataInfo(const void* data, size_t dataSize, int32_t cmd, int32_t* type,
+                                   void* buffer, size_t* size)
+{
+    if (type == nullptr || size == nullptr) {
+        return GC_ERR_INVALID_PARAMETER;
+    }
+    if (data == nullptr) {
+        return GC_ERR_INVALID_HANDLE;
+    }
+    // Quirk Q13: a record shorter than the class's own is not refused. What is missing of it reads
+    // as zero; nothing beyond the caller's bytes is touched. Copied before the caller's buffer is
+    // cleared: the two may overlap.
+    uint8_t record[kLargestRecord] = {};
+    memcpy(record, data, std::min({dataSize, m_nEventSizeMax, sizeof record}));
+    ZrGenTLUtil::ClearInfoBuffer(buffer, size);
+    return DoEventGetDataInfo(record, cmd, type, buffer, size);
+}
+
+GC_ERROR ZrGenTLEvent::GetInfo(int32_t cmd, int32_t* type, void* buffer, size_t* size)
+{
+    if (type == nullptr || size == nullptr) {
+        return GC_ERR_INVALID_PARAMETER;
+    }
+    ZrGenTLUtil::ClearInfoBuffer(buffer, size);
+    switch (cmd) {
+    case EVENT_EVENT_TYPE: return ZrGenTLUtil::CopyInfoInt32(m_nType, type, buffer, size);
+    case EVENT_NUM_IN_QUEUE:
+        return ZrGenTLUtil::CopyInfoSizeT(m_DataQueue.GetSize(), type, buffer, size);
+    case EVENT_SIZE_MAX: return ZrGenTLUtil::CopyInfoSizeT(m_nEventSizeMax, type, buffer, size);
+    case EVENT_INFO_DATA_SIZE_MAX:
+        return ZrGenTLUtil::CopyInfoSizeT(m_nEventInfoDataSizeMax, type, buffer, size);
+    default: return GC_ERR_NOT_IMPLEMENTED; // EVENT_NUM_FIRED too: nothing counts
+    }
+}
+
+GC_ERROR ZrGenTLEvent::Flush()
+{
+    Locker lock(m_DataQueue.GetMutex());
+    while (m_DataQueue.GetSize() != 0) {
+        if (void* const entry = m_DataQueue.GetFront(true); entry != nullptr) {
+            DoFlushEntry(entry);
+        }
+    }
+    m_EventHandler.ResetEvent(kEntryBit);
+    // An event on its way out keeps its kill bits: a waiter that came back to life would hold up
+    // its destruction.
+    if (!m_closing) {
+        m_EventHandler.ResetEvent(ZrEventHandler_U3V::kKillBits);
+    }
+    return GC_ERR_SUCCESS;
+}
+
+GC_ERROR ZrGenTLEvent::Kill()
+{
+    m_EventHandler.Kill();
+    return GC_ERR_SUCCESS;
+}
+
+void ZrGenTLEvent::RemoveEntry(void* entry)
+{
+    Locker lock(m_DataQueue.GetMutex());
+    m_DataQueue.Remove(entry);
+    _resetIfEmpty();
+}
+
+size_t ZrGenTLEvent::GetNumInQueue()
+{
+    return m_DataQueue.GetSize();
+}
+
+void ZrGenTLEvent::DoFlushEntry(void* /*entry*/)
+{
+}
+
+GC_ERROR ZrGenTLEvent::_validateEventGetDataParam(const void* buffer, size_t* size) const
+{
+    if (size == nullptr) {
+        return GC_ERR_INVALID_PARAMETER;
+    }
+    if (buffer != nullptr && *size < m_nEventSizeMax) {
+        *size = m_nEventSizeMax;
+        return GC_ERR_BUFFER_TOO_SMALL;
+    }
+    return GC_ERR_SUCCESS;
+}

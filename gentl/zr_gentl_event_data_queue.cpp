@@ -1,0 +1,44 @@
+#include "zr_gentl_event_data_queue.h"
+
+void ZrGenTLEventDataQueue::Add(void* entry)
+{
+    Locker lock(m_mutex);
+    m_entries.push_back(entry);
+}
+
+void* ZrGenTLEventDataQueue::GetFront(bool pop)
+{
+    Locker lock(m_mutex);
+    if (m_entries.empty()) {
+        return nullptr;
+    }
+    void* const entry = m_entries.front();
+    if (pop) {
+        m_entries.pop_front();
+    }
+    return entry;
+}
+
+size_t ZrGenTLEventDataQueue::GetSize()
+{
+    Locker lock(m_mutex);
+    return m_entries.size();
+}
+
+void ZrGenTLEventDataQueue::Clear()
+{
+    Locker lock(m_mutex);
+    m_entries.clear();
+}
+
+std::deque<void*> ZrGenTLEventDataQueue::Copy()
+{
+    Locker lock(m_mutex);
+    return m_entries;
+}
+
+void ZrGenTLEventDataQueue::Remove(void* entry)
+{
+    Locker lock(m_mutex);
+    std::erase(m_entries, entry);
+}

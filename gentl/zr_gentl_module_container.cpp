@@ -1,0 +1,127 @@
+#include "zr_gentl_module_container.h"
+
+#include <algorithm>
+#include <string>
+
+template <class Predicate>
+ZrGenTLModuleBase* ZrGenTLModuleContainer::_find(bool remove, Predicate matches)
+{
+    const auto found = std::find_if(m_modules.begin(), m_modules.end(), matches);
+    if (found == m_modules.end()) {
+        return nullptr;
+    }
+    ZrGenTLModuleBase* const module = *found;
+    if (remove) {
+        m_modules.erase(found);
+    }
+    return module;
+}
+
+bool ZrGenTLModuleContainer::Add(ZrGenTLModuleBase* module)
+{
+    if (module == nullptr) {
+        return false;
+    }
+    Locker lock(m_mutex);
+    m_modules.push_back(module);
+    return true;
+}
+
+uint32_t ZrGenTLModuleContainer::GetCount()
+{
+    Locker lock(m_mutex);
+    return static_cast<uint32_t>(m_modules.size());
+}
+
+void ZrGenTLModuleContainer::Clear(bool destroy)
+{
+    std::vector<ZrGenTLModuleBase*> modules;
+    {
+        Locker lock(m_mutex);
+        modules.swap(m_modules);
+    }
+    if (!destroy) {
+        return;
+    }
+    // Outside the lock, because a module that goes takes locks of its own. A module that was added
+    // twice goes once.
+    for (size_t i = 0; i < modules.size(); ++i) {
+        const auto current = modules.begin() + static_cast<std::ptrdiff_t>(i);
+        if (std::find(modules.begin(), current, *current) == current) {
+            delete *current;
+        }
+    }
+}
+
+ZrGenTLModuleBase* ZrGenTLModuleContainer::FindById(const char* id, bool remove)
+{
+    if (id == nullptr) {
+        return nullptr;
+    }
+    Locker lock(m_mutex);
+    return _find(remove, [id](ZrGenTLModuleBase* module) { return module->GetId() == id; });
+}
+
+ZrGenTLModuleBase* ZrGenTLModuleContainer::FindByIndex(uint32_t index, bool remove)
+{
+    Locker lock(m_mutex);
+    if (index >= m_modules.size()) {
+        return nullptr;
+    }
+    const auto position = m_modules.begin() + static_cast<std::ptrdiff_t>(index);
+    ZrGenTLModuleBase* const module = *position;
+    if (remove) {
+        m_modules.erase(position);
+    }
+    return module;
+}
+
+void* ZrGenTLModuleContainer::FindByHandle(void* handle, bool remove)
+{
+    Locker lock(m_mutex);
+    return _find(remove, [handle](const ZrGenTLModuleBase* module) { return module == handle; });
+}
+
+ZrGenTLModuleBase* ZrGenTLModuleContainer::FindByHandleAndName(void* handle, const char* name,
+                                                               bool remove)
+{
+    if (name == nullptr) {
+        return nullptr;
+    }
+    Locker lock(m_mutex);
+    return _find(remove, [handle, name](ZrGenTLModuleBase* module) {
+        return module == handle && module->GetName() == name;
+    });
+}
+
+ZrGenTLPinned<ZrGenTLModuleBase> ZrGenTLModuleContainer::PinById(const char* id)
+{
+    Locker lock(m_mutex);
+    return ZrGenTLPinned<ZrGenTLModuleBase>::TryPin(FindById(id, false));
+}
+
+ZrGenTLPinned<ZrGenTLModuleBase> ZrGenTLModuleContainer::PinByIndex(uint32_t index)
+{
+    Locker lock(m_mutex);
+    return ZrGenTLPinned<ZrGenTLModuleBase>::TryPin(FindByIndex(index, false));
+}
+
+ZrGenTLPinned<ZrGenTLModuleBase> ZrGenTLModuleContainer::PinByHandle(void* handle)
+{
+    Locker lock(m_mutex);
+    return ZrGenTLPinned<ZrGenTLModuleBase>::TryPin(
+        _find(false, [handle](const ZrGenTLModuleBase* module) { return module == handle; }));
+}
+
+ZrGenTLPinned<ZrGenTLModuleBase> ZrGenTLModuleContainer::PinByHandleAndName(void* handle,
+                                                                            const char* name)
+{
+    Locker lock(m_mutex);
+    return ZrGenTLPinned<ZrGenTLModuleBase>::TryPin(FindByHandleAndName(handle, name, false));
+}
+
+std::vector<void*> ZrGenTLModuleContainer::GetHandles()
+{
+    Locker lock(m_mutex);
+    return {m_modules.begin(), m_modules.end()};
+}

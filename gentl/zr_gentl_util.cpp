@@ -1,0 +1,190 @@
+#include "zr_gentl_util.h"
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+// The rule: without a size pointer nothing can be answered; the type is stored when asked for; the
+// required size is always stored, also when the call fails for want of room; no buffer makes it a
+// size query; too small a buffer is left untouched.
+GC_ERROR CopyInfoBytes(int32_t type, const void* data, size_t length, int* piType, void* pBuffer,
+                       size_t* piSize)
+{
+    if (piSize == nullptr) {
+        return GC_ERR_INVALID_PARAMETER;
+    }
+    const size_t capacity = *piSize;
+    if (piType != nullptr) {
+        *piType = type;
+    }
+    *piSize = length;
+    if (pBuffer == nullptr) {
+        return GC_ERR_SUCCESS;
+    }
+    if (capacity < length) {
+        return GC_ERR_BUFFER_TOO_SMALL;
+    }
+    if (data != nullptr && length != 0) {
+        memcpy(pBuffer, data, length);
+    }
+    return GC_ERR_SUCCESS;
+}
+
+template <class T>
+GC_ERROR CopyInfoValue(int32_t type, const T& value, int* piType, void* pBuffer, size_t* piSize)
+{
+    return CopyInfoBytes(type, &value, sizeof value, piType, pBuffer, piSize);
+}
+
+constexpr char kHexDigits[] = "0123456789ABCDEF";
+
+// The value of a hexadecimal digit of either case, -1 for any other character.
+int HexValue(char digit)
+{
+    if (digit >= '0' && digit <= '9') {
+        return digit - '0';
+    }
+    if (digit >= 'A' && digit <= 'F') {
+        return digit - 'A' + 10;
+    }
+    if (digit >= 'a' && digit <= 'f') {
+        return digit - 'a' + 10;
+    }
+    return -1;
+}
+
+} // namespace
+
+GC_ERROR ZrGenTLUtil::CopyInfoString(const std::string& value, int* piType, void* pBuffer,
+                                     size_t* piSize)
+{
+    return CopyInfoBytes(INFO_DATATYPE_STRING, value.c_str(), value.size() + 1, piType, pBuffer,
+                         piSize);
+}
+
+GC_ERROR ZrGenTLUtil::CopyInfoInt16(int16_t value, int* piType, void* pBuffer, size_t* piSize)
+{
+    return CopyInfoValue(INFO_DATATYPE_INT16, value, piType, pBuffer, piSize);
+}
+
+GC_ERROR ZrGenTLUtil::CopyInfoUint16(uint16_t value, int* piType, void* pBuffer, size_t* piSize)
+{
+    return CopyInfoValue(INFO_DATATYPE_UINT16, value, piType, pBuffer, piSize);
+}
+
+GC_ERROR ZrGenTLUtil::CopyInfoInt32(int32_t value, int* piType, void* pBuffer, size_t* piSize)
+{
+    return CopyInfoValue(INFO_DATATYPE_INT32, value, piType, pBuffer, piSize);
+}
+
+GC_ERROR ZrGenTLUtil::CopyInfoUint32(uint32_t value, int* piType, void* pBuffer, size_t* piSize)
+{
+    return CopyInfoValue(INFO_DATATYPE_UINT32, value, piType, pBuffer, piSize);
+}
+
+GC_ERROR ZrGenTLUtil::CopyInfoInt64(int64_t value, int* piType, void* pBuffer, size_t* piSize)
+{
+    return CopyInfoValue(INFO_DATATYPE_INT64, value, piType, pBuffer, piSize);
+}
+
+GC_ERROR ZrGenTLUtil::CopyInfoUint64(uint64_t value, int* piType, void* pBuffer, size_t* piSize)
+{
+    return CopyInfoValue(INFO_DATATYPE_UINT64, value, piType, pBuffer, piSize);
+}
+
+GC_ERROR ZrGenTLUtil::CopyInfoFloat64(double value, int* piType, void* pBuffer, size_t* piSize)
+{
+    return CopyInfoValue(INFO_DATATYPE_FLOAT64, value, piType, pBuffer, piSize);
+}
+
+GC_ERROR ZrGenTLUtil::CopyInfoPtr(void* value, int* piType, void* pBuffer, size_t* piSize)
+{
+    return CopyInfoValue(INFO_DATATYPE_PTR, value, piType, pBuffer, piSize);
+}
+
+GC_ERROR ZrGenTLUtil::CopyInfoBool(bool value, int* piType, void* pBuffer, size_t* piSize)
+{
+    const uint8_t byte = value ? 1 : 0;
+    return CopyInfoValue(INFO_DATATYPE_BOOL8, byte, piType, pBuffer, piSize);
+}
+
+GC_ERROR ZrGenTLUtil::CopyInfoSizeT(size_t value, int* piType, void* pBuffer, size_t* piSize)
+{
+    return CopyInfoValue(INFO_DATATYPE_SIZET, value, piType, pBuffer, piSize);
+}
+
+GC_ERROR ZrGenTLUtil::CopyInfoBuffer(const void* data, size_t length, int* piType, void* pBuffer,
+                                     size_t* piSize)
+{
+    return CopyInfoBytes(INFO_DATATYPE_BUFFER, data, length, piType, pBuffer, piSize);
+}
+
+void ZrGenTLUtil::ClearInfoBuffer(void* pBuffer, const size_t* piSize)
+{
+    if (pBuffer != nullptr && piSize != nullptr && *piSize != 0) {
+        memset(pBuffer, 0, *piSize);
+    }
+}
+
+std::string ZrGenTLUtil::UriEncode(const std::string& text)
+{
+    std::string encoded;
+    encoded.reserve(text.size());
+    for (const char c : text) {
+        // Quirk Q15: the blank alone is escaped; a percent sign is not, so decoding is no inverse.
+        if (c == ' ') {
+            encoded += '%';
+            encoded += kHexDigits[static_cast<unsigned char>(c) >> 4];
+            encoded += kHexDigits[static_cast<unsigned char>(c) & 0x0F];
+        } else {
+            encoded += c;
+        }
+    }
+    return encoded;
+}
+
+std::string ZrGenTLUtil::UriDecode(const std::string& text)
+{
+    std::string decoded;
+    decoded.reserve(text.size());
+    size_t position = 0;
+    while (text.size() - position >= 3) {
+        const int high = HexValue(text[position + 1]);
+        const int low = HexValue(text[position + 2]);
+        if (text[position] == '%' && high >= 0 && low >= 0) {
+            decoded += static_cast<char>(high * 16 + low);
+            position += 3;
+        } else {
+            decoded += text[position];
+            ++position;
+        }
+    }
+    return decoded.append(text, position, std::string::npos);
+}
+
+uint64_t ZrGenTLUtil::ConvertMacAddress(const std::string& text)
+{
+    std::array<uint32_t, 6> parts{};
+    const char* position = text.c_str();
+    for (size_t i = 0; i < parts.size(); ++i) {
+        if (i != 0 && *position++ != '-') {
+            return 0;
+        }
+        char* end = nullptr;
+        parts[i] = static_cast<uint32_t>(strtoul(position, &end, 16));
+        if (end == position) {
+            return 0;
+        }
+        position = end;
+    }
+    // Quirk Q16: the parts are not masked to eight bits; a wide one runs into its neighbours.
+    uint64_t address = 0;
+    unsigned shift = 40;
+    for (const uint32_t part : parts) {
+        address |= uint64_t{part} << shift;
+        shift -= 8;
+    }
+    return address;
+}
