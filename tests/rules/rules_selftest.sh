@@ -42,6 +42,7 @@ clean_tree
 for rule in includes words paths whitespace quirks quirk_marks; do expect pass "$rule" "clean tree"; done
 
 breaks includes "gentl includes u3v" gentl/b.cpp '#include "u3v_control.h"\n'
+breaks includes "modules include the control channel" u3v_tl/b.cpp '#include "u3v_control.h"\n'
 breaks includes "virtual camera includes the library" virtual_camera/b.cpp '#include "zr_sync.h"\n'
 breaks includes "client includes the flat interface" client/b.cpp '#include <zr_u3v_tl/u3v_lib.h>\n'
 breaks includes "client includes a module" client/b.cpp '#  include "u3v_control.h"\n'
