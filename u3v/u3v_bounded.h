@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstddef>
+#include <zr_u3v_tl/u3v_lib.h>
+
+// U3V_GetImage with the size of the destination, for callers whose memory may be smaller than the
+// image: at most `capacity` bytes are written, and an image that does not fit is answered with
+// U3V_STATUS_IMAGE_MISSING_PACKETS and nMissingBytes 0 (the destination itself is full). Not
+// exported: the flat C interface has no size argument.
+uint16_t U3V_GetImageBounded(U3V_STREAM_HANDLE hStream, void* pDestination, size_t capacity,
+                             uint32_t nTimeout, IMAGE_HEADER* pHeader);
+
+// Room for names longer than an int16_t length: same exchange as U3V_ReadMem/U3V_WriteMem, but a
+// length outside what one exchange carries (1012 bytes read, 1024 written) is refused with
+// U3V_STATUS_GENCP_INVALID_PARAMETER.
+uint16_t U3V_ReadMemSized(U3V_CONTROL_HANDLE hControl, uint64_t nAddress, size_t length,
+                          void* pDestination);
+uint16_t U3V_WriteMemSized(U3V_CONTROL_HANDLE hControl, uint64_t nAddress, size_t length,
+                           const void* pSource);

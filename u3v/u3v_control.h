@@ -1,0 +1,113 @@
+#pragma once
+
+#include "u3v_block.h"
+#include "u3v_device.h"
+#include "u3v_wire.h"
+
+#include "zr_sync.h"
+
+#include <atomic>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+// How long a camera may keep us waiting on the control channel. The defaults are what the product
+// uses; tests shorten them.
+struct U3V_ControlLimits
+{
+    uint32_t defaultTimeout = 3000;  // ms, until the camera names its own
+    uint32_t maximumTimeout = 60000; // ms, what a camera-supplied response time is cut to
+    unsigned pendingRounds = 1000;   // pending acknowledges of one write
+    uint32_t pendingTime = 60000;    // ms, after which no further pending acknowledge is followed
+};
+
+// The control channel of one camera: memory reads and writes in command/acknowledge exchanges.
+//
+// Belongs to the handle that U3V_OpenControl gives out; the device is not owned and must outlive
+// it. Any thread may read and write: a mutex keeps one exchange at a time on the bus.
+class U3V_Control
+{
+public:
+    explicit U3V_Control(U3V_Device* device, const U3V_ControlLimits& limits = {});
+    // Releases the stream, event and control interface, each unless its number is 0.
+    ~U3V_Control();
+    U3V_Control(const U3V_Control&) = delete;
+    U3V_Control& operator=(const U3V_Control&) = delete;
+
+    // Claims the interface and reads the bootstrap registers. After a failing register access the
+    // channel stays claimed and open.
+    uint16_t OpenControl() ZR_EXCLUDES(m_Mutex);
+
+    // One exchange. A length that no exchange can carry (read: above 1012, write: above 1024,
+    // negative) and a null pointer to a non-zero length are refused before anything is sent. A
+    // failing read leaves the destination untouched.
+    uint16_t ReadMem(uint64_t address, void* destination, int16_t length) ZR_EXCLUDES(m_Mutex);
+    uint16_t WriteMem(uint64_t address, const void* source, int16_t length) ZR_EXCLUDES(m_Mutex);
+    uint16_t ReadMemSized(uint64_t address, void* destination, size_t length) ZR_EXCLUDES(m_Mutex);
+    uint16_t WriteMemSized(uint64_t address, const void* source, size_t length)
+        ZR_EXCLUDES(m_Mutex);
+
+    uint16_t NumberOfStreamChannels(uint32_t* channels) const;
+    uint16_t MaximumDeviceResponseTime(uint32_t* milliseconds) const;
+    uint64_t SbrmAddress() const { return m_nSbrmAddress; }
+
+    // The slot for the camera's description file. Nothing here fills it; UnzipXmlFile replaces a
+    // zip archive in it by the archive's first member, or leaves it as it is.
+    void StoreXmlFile(U3V_Block file) ZR_EXCLUDES(m_Mutex);
+    std::vector<uint8_t> XmlFile() ZR_EXCLUDES(m_Mutex);
+    uint16_t UnzipXmlFile() ZR_EXCLUDES(m_Mutex);
+
+    // Device Capability register, one byte per flag; bits 4..7 are one value.
+    struct Capability
+    {
+        uint8_t userDefinedName;
+        uint8_t accessPrivilege;
+        uint8_t messageChannel;
+        uint8_t timestamp;
+        uint8_t stringEncoding;
+        uint8_t familyName;
+        uint8_t sbrm;
+        uint8_t endianness;
+    };
+
+private:
+    friend class U3V_ControlProbe; // tests: looks at decoded capabilities and the request id
+
+    bool _claim() ZR_REQUIRES(m_Mutex);
+    void _reset() ZR_REQUIRES(m_Mutex);
+    uint16_t _readBootstrap() ZR_REQUIRES(m_Mutex);
+    void _decodeCapability(uint64_t bits) ZR_REQUIRES(m_Mutex);
+
+    uint16_t _read(uint64_t address, std::span<uint8_t> destination) ZR_REQUIRES(m_Mutex);
+    uint16_t _write(uint64_t address, std::span<const uint8_t> source) ZR_REQUIRES(m_Mutex);
+    uint16_t _awaitWriteAck() ZR_REQUIRES(m_Mutex);
+    template <class T, class Register>
+    uint16_t _readRegister(Register reg, T& value) ZR_REQUIRES(m_Mutex);
+
+    uint16_t _nextRequestId() ZR_REQUIRES(m_Mutex);
+    std::span<uint8_t> _beginCommand(uint16_t command, uint64_t address, size_t length,
+                                     size_t packetSize) ZR_REQUIRES(m_Mutex);
+    uint16_t _send(std::span<uint8_t> packet) ZR_REQUIRES(m_Mutex);
+    uint16_t _receive(size_t size, uint32_t timeout, int& received) ZR_REQUIRES(m_Mutex);
+    uint16_t _transfer(uint8_t endpoint, uint8_t* data, size_t size, uint32_t timeout,
+                       int& transferred) ZR_REQUIRES(m_Mutex);
+    uint16_t _checkAckTail() const ZR_REQUIRES(m_Mutex);
+    uint32_t _transferTimeout() const;
+
+    U3V_Device* const m_pDevice; // not owned
+    const U3V_ControlLimits m_Limits;
+    mutable Mutex m_Mutex; // one exchange at a time
+    U3V_Block m_AckBuffer ZR_GUARDED_BY(m_Mutex);
+    uint8_t m_Command[control_wire::kWriteDataOffset + control_wire::kMaximumWrite] ZR_GUARDED_BY(
+        m_Mutex) = {};
+    uint16_t m_nRequestId ZR_GUARDED_BY(m_Mutex) = 0; // the last one used
+    bool m_bOpened ZR_GUARDED_BY(m_Mutex) = false;
+    std::atomic<uint32_t> m_nMaxCommandLength = 0;
+    std::atomic<uint32_t> m_nMaxAckLength = 0;
+    std::atomic<uint32_t> m_nStreamChannels = 0;
+    Capability m_Capability ZR_GUARDED_BY(m_Mutex) = {};
+    bool m_bWrittenLength ZR_GUARDED_BY(m_Mutex) = false;
+    std::atomic<uint32_t> m_nTimeout; // ms, as the camera names it
+    U3V_Block m_XmlFile ZR_GUARDED_BY(m_Mutex);
+    std::atomic<uint64_t> m_nSbrmAddress = 0;
+};

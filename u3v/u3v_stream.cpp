@@ -1,0 +1,292 @@
+#include "u3v_stream.h"
+
+#include "u3v_common.h"
+
+#include <cstdio>
+#include <limits>
+#include <new>
+#include <span>
+#include <stdexcept>
+#include <utility>
+#include <zr_u3v_tl/zr_logging.h>
+
+namespace {
+
+constexpr uint32_t kDefaultBufferCount = 4;
+// More buffers than any consumer announces; beyond it the request is as good as out of memory.
+constexpr uint32_t kMaximumBufferCount = 65536;
+
+} // namespace
+
+U3V_Stream::U3V_Stream(U3V_Device* device, U3V_Control* control, const U3V_StreamTimings& timings)
+    : m_pDevice(device), m_pControl(control), m_Timings(timings),
+      m_Handover(std::make_shared<U3V_ImageHandover>())
+{
+}
+
+U3V_Stream::~U3V_Stream()
+{
+    Locker lock(m_StateMutex);
+    _joinSession(m_Timings.lastResort);
+    _dropSession();
+    if (m_pDevice->StreamInterface != 0 && m_pDevice->Handle() != nullptr) {
+        libusb_release_interface(m_pDevice->Handle(), m_pDevice->StreamInterface);
+    }
+}
+
+template <class T>
+uint16_t U3V_Stream::_read(Register<T> reg, T& value)
+{
+    uint8_t bytes[sizeof(T)] = {};
+    const uint16_t status = m_pControl->ReadMem(reg.address, bytes, sizeof(bytes));
+    if (status == U3V_STATUS_SUCCESS) {
+        value = Load(std::span<const uint8_t>(bytes), Field<T>{0});
+    }
+    return status;
+}
+
+template <class T>
+uint16_t U3V_Stream::_write(Register<T> reg, T value)
+{
+    uint8_t bytes[sizeof(T)] = {};
+    Store(std::span<uint8_t>(bytes), Field<T>{0}, value);
+    return m_pControl->WriteMem(reg.address, bytes, sizeof(bytes));
+}
+
+uint16_t U3V_Stream::OpenStream(uint32_t argument)
+{
+    Locker lock(m_StateMutex);
+    if (m_pDevice->StreamInterface == 0 || m_pDevice->Handle() == nullptr) {
+        return U3V_STATUS_NO_STREAM_INTERFACE;
+    }
+    if (libusb_claim_interface(m_pDevice->Handle(), m_pDevice->StreamInterface) < 0) {
+        g_logger.Trace(ZR_LOG_ERROR, "%s GC_ERR_RESOURCE_IN_USE", "OpenStream");
+        return U3V_STATUS_CLAIM_FAILED;
+    }
+    m_nOpenArgument = argument;
+    const uint16_t status = _readStreamInterface();
+    if (status == U3V_STATUS_SUCCESS) {
+        m_nBufferCount = kDefaultBufferCount;
+        m_bOpened = true;
+    }
+    return status;
+}
+
+uint16_t U3V_Stream::_readStreamInterface()
+{
+    const uint64_t base = m_pControl->SbrmAddress();
+    uint64_t capability = 0;
+    uint16_t status = _read(sbrm::kU3VCPCapability.At(base), capability);
+    if (status != U3V_STATUS_SUCCESS) {
+        return status;
+    }
+    if ((capability & sbrm::kSirmAvailable) == 0) {
+        return U3V_STATUS_NO_STREAM_INTERFACE;
+    }
+    uint32_t info = 0;
+    if ((status = _read(sbrm::kSirmAddress.At(base), m_nSirmAddress)) != U3V_STATUS_SUCCESS ||
+        (status = _read(sbrm::kSirmLength.At(base), m_nSirmLength)) != U3V_STATUS_SUCCESS ||
+        (status = _read(sirm::kInfo.At(m_nSirmAddress), info)) != U3V_STATUS_SUCCESS) {
+        return status;
+    }
+    const auto exponent = static_cast<uint8_t>(info >> sirm::kAlignmentShift);
+    // Quirk Q69: no alignment is taken as an alignment of two bytes.
+    m_nAlignment = exponent == 0 ? uint8_t{1} : exponent;
+    return U3V_STATUS_SUCCESS;
+}
+
+uint16_t U3V_Stream::EnableStream(bool enable)
+{
+    Locker lock(m_StateMutex);
+    return _enableStream(enable);
+}
+
+uint16_t U3V_Stream::_enableStream(bool enable)
+{
+    if (!m_bOpened) {
+        return U3V_STATUS_STREAM_NOT_OPEN;
+    }
+    const auto reg = sirm::kControl.At(m_nSirmAddress);
+    uint32_t value = 0;
+    uint16_t status = _read(reg, value);
+    if (status != U3V_STATUS_SUCCESS) {
+        return status;
+    }
+    value = enable ? value | sirm::kStreamEnable : value & ~sirm::kStreamEnable;
+    status = _write(reg, value);
+    if (status == U3V_STATUS_SUCCESS) {
+        m_bAcquiring = enable;
+    }
+    return status;
+}
+
+uint16_t U3V_Stream::AcquisitionStart(uint32_t imagesToAcquire)
+{
+    Locker lock(m_StateMutex);
+    // A start without a stop: the running acquisition's transfer must have ended before its blocks
+    // can go.
+    _joinSession(m_Timings.lastResort);
+    _dropSession();
+    U3V_StreamSession::ReapOrphans();
+
+    _write(kCameraAcquisition, uint32_t{0});
+    _enableStream(false);
+    if (!m_bOpened) {
+        return U3V_STATUS_STREAM_NOT_OPEN;
+    }
+    U3V_StreamPlan plan{};
+    uint16_t status = _planStream(plan);
+    if (status != U3V_STATUS_SUCCESS) {
+        return status;
+    }
+    _programStream(plan);
+    _makeSession(plan, imagesToAcquire);
+    if ((status = _enableStream(true)) != U3V_STATUS_SUCCESS) {
+        _dropSession();
+        return status;
+    }
+    _write(kCameraAcquisition, uint32_t{1});
+    return U3V_StatusFromUsb(_runSession());
+}
+
+uint16_t U3V_Stream::_planStream(U3V_StreamPlan& plan)
+{
+    uint64_t payload = 0;
+    uint32_t leader = 0;
+    uint32_t trailer = 0;
+    uint16_t status = _read(sirm::kRequiredPayloadSize.At(m_nSirmAddress), payload);
+    if (status != U3V_STATUS_SUCCESS ||
+        (status = _read(sirm::kRequiredLeaderSize.At(m_nSirmAddress), leader)) !=
+            U3V_STATUS_SUCCESS ||
+        (status = _read(sirm::kRequiredTrailerSize.At(m_nSirmAddress), trailer)) !=
+            U3V_STATUS_SUCCESS) {
+        return status;
+    }
+    plan = U3V_PlanStream(payload, leader, trailer, m_nTransferSize, m_nAlignment);
+    return U3V_STATUS_SUCCESS;
+}
+
+void U3V_Stream::_programStream(const U3V_StreamPlan& plan)
+{
+    // Quirk Q70: cameras with fixed values refuse some of these writes and stream all the same.
+    const std::pair<Register<uint32_t>, uint32_t> table[] = {
+        {sirm::kMaximumLeaderSize, plan.leader},
+        {sirm::kPayloadTransferSize, plan.transferSize},
+        {sirm::kPayloadTransferCount, plan.transferCount},
+        {sirm::kFinalTransfer1Size, plan.finalTransfer1},
+        {sirm::kFinalTransfer2Size, plan.finalTransfer2},
+        {sirm::kMaximumTrailerSize, plan.trailer},
+    };
+    for (const auto& [reg, value] : table) {
+        _write(reg.At(m_nSirmAddress), value);
+    }
+}
+
+U3V_ImageHandover::Buffers U3V_Stream::_makeBuffers(const U3V_StreamPlan& plan)
+{
+    const uint32_t count = m_nBufferCount;
+    if (plan.payload > std::numeric_limits<uint32_t>::max() || count > kMaximumBufferCount) {
+        throw std::bad_alloc(); // no buffer can be that large, no process has that many
+    }
+    // The buffers and the payload block of the transfers.
+    U3V_RequireMemory(plan.payload * (uint64_t{count} + 1));
+    U3V_ImageHandover::Buffers buffers;
+    buffers.reserve(count);
+    for (uint32_t i = 0; i < count; ++i) {
+        buffers.push_back(std::make_shared<U3V_Buffer>(static_cast<uint32_t>(plan.payload)));
+    }
+    return buffers;
+}
+
+void U3V_Stream::_makeSession(const U3V_StreamPlan& plan, uint32_t imagesToAcquire)
+{
+    const uint64_t token = m_Handover->Begin(_makeBuffers(plan));
+    m_Session = std::make_shared<U3V_StreamSession>(
+        U3V_StreamSession::Setup{m_pDevice->SharedHandle(), m_pDevice->StreamEndpoint, plan,
+                                 imagesToAcquire, m_Handover, token, m_Timings});
+}
+
+int U3V_Stream::_runSession()
+{
+    int result = 0;
+    try {
+        m_EventThread = std::thread(thread_route, m_Session);
+        result = m_Session->Submit(&U3V_Stream::image_callback);
+    } catch (...) {
+        _joinSession(m_Timings.lastResort);
+        m_Session->FreeBlocks();
+        m_Handover->End();
+        throw;
+    }
+    if (result < 0) {
+        // Quirk Q71: the stream stays "acquiring", so that the caller's stop switches the camera
+        // off again; nothing of the acquisition but its counters is left.
+        _joinSession(m_Timings.lastResort);
+        m_Session->FreeBlocks();
+        m_Handover->End();
+    }
+    return result;
+}
+
+void U3V_Stream::thread_route(const std::shared_ptr<U3V_StreamSession>& session)
+{
+    session->ServeEvents();
+}
+
+void U3V_Stream::image_callback(libusb_transfer* transfer)
+{
+    U3V_StreamSession::Complete(transfer);
+}
+
+// Ends the acquisition on the host's side: afterwards there is no thread, and no transfer unless it
+// was orphaned.
+void U3V_Stream::_joinSession(int32_t wait_ms)
+{
+    if (m_Session != nullptr) {
+        m_Session->StopAndRelease(wait_ms);
+    }
+    if (m_EventThread.joinable()) {
+        m_EventThread.join();
+    }
+}
+
+void U3V_Stream::_dropSession()
+{
+    m_Handover->End();
+    m_Session.reset();
+}
+
+uint16_t U3V_Stream::GetImage(void* destination, size_t capacity, uint32_t timeout_ms,
+                              IMAGE_HEADER* header)
+{
+    return m_Handover->GetImage(destination, capacity, timeout_ms, *header);
+}
+
+uint16_t U3V_Stream::AcquisitionStop(uint64_t* imagesAcquired, uint64_t* lostCount)
+{
+    Locker lock(m_StateMutex);
+    if (!m_bAcquiring) {
+        return U3V_STATUS_SUCCESS;
+    }
+    if (!m_bOpened) {
+        return U3V_STATUS_STREAM_NOT_OPEN;
+    }
+    // Quirk Q72: the wait is for a completion after this moment, so a stream that ended by itself
+    // costs the whole wait. The transfer is not cancelled: it ends at the latest by its time-out.
+    if (m_Session != nullptr && !m_Session->StopAndAwaitDone()) {
+        std::puts("DS_STATUS_IMAGE_TIMEOUT");
+    }
+    std::puts("");
+    _joinSession(m_Timings.lastResort - m_Timings.stopWait);
+    std::puts("");
+
+    _write(kCameraAcquisition, uint32_t{0});
+    const uint16_t status = _enableStream(false);
+    if (status != U3V_STATUS_SUCCESS) {
+        return status; // still acquiring: the caller may try again
+    }
+    *imagesAcquired = m_Session != nullptr ? m_Session->ImagesAcquired() : 0;
+    *lostCount = m_nLostCount;
+    _dropSession();
+    return U3V_STATUS_SUCCESS;
+}

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "u3v_control.h"
+#include "u3v_device.h"
+#include "u3v_image_handover.h"
+#include "u3v_registers.h"
+#include "u3v_stream_plan.h"
+#include "u3v_stream_session.h"
+
+#include "zr_sync.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <thread>
+
+// The stream channel of one camera: programs the streaming interface and runs acquisitions.
+//
+// Belongs to the handle that U3V_OpenStream gives out; device and control are not owned and must
+// outlive it. Start, stop and destruction exclude each other; GetImage may be called by any thread
+// at any time. Each acquisition has an event thread of its own.
+class U3V_Stream
+{
+public:
+    U3V_Stream(U3V_Device* device, U3V_Control* control, const U3V_StreamTimings& timings = {});
+    // Ends a running acquisition on the host's side and releases the interface, unless it is 0.
+    ~U3V_Stream();
+    U3V_Stream(const U3V_Stream&) = delete;
+    U3V_Stream& operator=(const U3V_Stream&) = delete;
+
+    uint16_t OpenStream(uint32_t argument) ZR_EXCLUDES(m_StateMutex);
+    // Sets or clears the stream enable bit; on success that is the acquiring state.
+    uint16_t EnableStream(bool enable) ZR_EXCLUDES(m_StateMutex);
+    uint16_t AcquisitionStart(uint32_t imagesToAcquire) ZR_EXCLUDES(m_StateMutex);
+    // The outputs are written on success of a stop only, not when nothing was acquiring.
+    uint16_t AcquisitionStop(uint64_t* imagesAcquired, uint64_t* lostCount)
+        ZR_EXCLUDES(m_StateMutex);
+    // Never writes beyond `capacity`; an image larger than that is MISSING_PACKETS.
+    uint16_t GetImage(void* destination, size_t capacity, uint32_t timeout_ms,
+                      IMAGE_HEADER* header);
+
+    uint32_t TransferSize() const { return m_nTransferSize; }
+    void SetTransferSize(uint32_t size) { m_nTransferSize = size; }
+    uint32_t BufferCount() const { return m_nBufferCount; }
+    void SetBufferCount(uint32_t count) { m_nBufferCount = count; }
+    bool IsAcquiring() const { return m_bAcquiring; }
+
+private:
+    // The event thread, which shares the acquisition it serves.
+    static void thread_route(const std::shared_ptr<U3V_StreamSession>& session);
+    static void LIBUSB_CALL image_callback(libusb_transfer* transfer);
+
+    template <class T>
+    uint16_t _read(Register<T> reg, T& value);
+    template <class T>
+    uint16_t _write(Register<T> reg, T value);
+    uint16_t _readStreamInterface() ZR_REQUIRES(m_StateMutex);
+    uint16_t _enableStream(bool enable) ZR_REQUIRES(m_StateMutex);
+    uint16_t _planStream(U3V_StreamPlan& plan) ZR_REQUIRES(m_StateMutex);
+    void _programStream(const U3V_StreamPlan& plan) ZR_REQUIRES(m_StateMutex);
+    U3V_ImageHandover::Buffers _makeBuffers(const U3V_StreamPlan& plan);
+    void _makeSession(const U3V_StreamPlan& plan, uint32_t imagesToAcquire)
+        ZR_REQUIRES(m_StateMutex);
+    int _runSession() ZR_REQUIRES(m_StateMutex);
+    void _joinSession(int32_t wait_ms) ZR_REQUIRES(m_StateMutex);
+    void _dropSession() ZR_REQUIRES(m_StateMutex);
+
+    U3V_Device* const m_pDevice;   // not owned
+    U3V_Control* const m_pControl; // not owned
+    const U3V_StreamTimings m_Timings;
+    const std::shared_ptr<U3V_ImageHandover> m_Handover;
+
+    Mutex m_StateMutex;
+    uint32_t m_nOpenArgument ZR_GUARDED_BY(m_StateMutex) = 100; // kept for the record
+    std::atomic<bool> m_bOpened = false;
+    std::atomic<bool> m_bAcquiring = false;
+    uint64_t m_nSirmAddress ZR_GUARDED_BY(m_StateMutex) = 0;
+    uint32_t m_nSirmLength ZR_GUARDED_BY(m_StateMutex) = 0;
+    uint8_t m_nAlignment ZR_GUARDED_BY(m_StateMutex) = 1; // exponent of two
+    std::atomic<uint32_t> m_nTransferSize = 0x100000;     // bytes
+    std::atomic<uint32_t> m_nBufferCount = 0;             // 4 from OpenStream on
+    const uint64_t m_nLostCount = 0;                      // never raised: no loss is detected here
+    std::shared_ptr<U3V_StreamSession> m_Session ZR_GUARDED_BY(m_StateMutex);
+    std::thread m_EventThread ZR_GUARDED_BY(m_StateMutex);
+};

@@ -1,0 +1,286 @@
+#include "u3v_stream_session.h"
+
+#include "u3v_common.h"
+#include "u3v_wire.h"
+#include "zr_deadline.h"
+
+#include <algorithm>
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <thread>
+#include <vector>
+#include <zr_u3v_tl/zr_logging.h>
+
+namespace {
+
+constexpr size_t kFirstBlockSize = 0x10000;
+
+// Sessions whose transfer the bus never gave back. Never destroyed as a whole: at process end the
+// bus may still hold them.
+struct Orphans
+{
+    Mutex mutex;
+    std::vector<std::shared_ptr<U3V_StreamSession>> sessions ZR_GUARDED_BY(mutex);
+};
+
+Orphans& TheOrphans()
+{
+    static auto* orphans = new Orphans;
+    return *orphans;
+}
+
+} // namespace
+
+U3V_StreamSession::U3V_StreamSession(Setup setup) : m_Setup(std::move(setup))
+{
+}
+
+void U3V_StreamSession::_allocate()
+{
+    const U3V_StreamPlan& plan = m_Setup.plan;
+    U3V_RequireMemory(plan.payload + plan.leader + plan.trailer);
+    // The camera may name a leader shorter than the fields in it; those read as zero.
+    m_LeaderBlock = U3V_Block::Allocate(plan.leader);
+    m_TrailerBlock = U3V_Block::Allocate(plan.trailer);
+    m_PayloadBlock = U3V_Block::AllocateZeroed(plan.payload);
+    m_FirstBlock = U3V_Block::Allocate(kFirstBlockSize);
+}
+
+int U3V_StreamSession::Submit(libusb_transfer_cb_fn callback)
+{
+    m_Transfer.reset(libusb_alloc_transfer(0));
+    if (m_Transfer == nullptr) {
+        return LIBUSB_ERROR_NO_MEM;
+    }
+    _allocate();
+    libusb_fill_bulk_transfer(m_Transfer.get(), m_Setup.handle.get(), m_Setup.endpoint,
+                              m_FirstBlock.Data(), static_cast<int>(m_FirstBlock.Size()), callback,
+                              this, m_Setup.timings.transferTimeout);
+    {
+        // Before the submit: the completion may be here before the submit returns.
+        Locker lock(m_DoneMutex);
+        m_Self = shared_from_this();
+        m_bInFlight = true;
+    }
+    const int result = libusb_submit_transfer(m_Transfer.get());
+    if (result < 0) {
+        m_Transfer.reset();
+        _end();
+    }
+    return result;
+}
+
+bool U3V_StreamSession::_mustServe() const
+{
+    return !m_bAbandoned && (!m_bStop || m_bInFlight);
+}
+
+void U3V_StreamSession::ServeEvents()
+{
+    while (_mustServe()) {
+        timeval wait{};
+        wait.tv_sec = static_cast<time_t>(m_Setup.timings.eventWait / 1000);
+        wait.tv_usec = static_cast<suseconds_t>(m_Setup.timings.eventWait % 1000 * 1000);
+        if (libusb_handle_events_timeout(nullptr, &wait) < 0) {
+            // A bus that fails at once must not cost a whole processor.
+            std::this_thread::sleep_for(std::chrono::milliseconds(m_Setup.timings.eventPause));
+        }
+    }
+}
+
+void U3V_StreamSession::Complete(libusb_transfer* transfer)
+{
+    // In flight, so it owns itself; held here for whatever this completion ends.
+    const auto session = static_cast<U3V_StreamSession*>(transfer->user_data)->shared_from_this();
+    session->_complete();
+}
+
+void U3V_StreamSession::_complete()
+{
+    switch (m_Transfer->status) {
+    case LIBUSB_TRANSFER_CANCELLED:
+        m_Transfer.reset();
+        std::puts("Cancelled");
+        _end();
+        return;
+    case LIBUSB_TRANSFER_NO_DEVICE:
+        m_Transfer.reset();
+        std::puts("No Device");
+        _end();
+        return;
+    case LIBUSB_TRANSFER_COMPLETED: _advance(); break;
+    case LIBUSB_TRANSFER_TIMED_OUT: std::puts("Timeout (normal)"); break;
+    default: std::printf("Unknown transfer code: %d\n", static_cast<int>(m_Transfer->status));
+    }
+    _resubmitOrStop();
+}
+
+// Bytes that arrived, at most what was asked for.
+uint32_t U3V_StreamSession::_received() const
+{
+    return static_cast<uint32_t>(std::clamp(m_Transfer->actual_length, 0, m_Transfer->length));
+}
+
+void U3V_StreamSession::_advance()
+{
+    switch (U3V_KindOfPacket(m_Setup.plan, _received())) {
+    case U3V_PacketKind::Leader: _takeLeader(); break;
+    case U3V_PacketKind::Payload: _takePayload(); break;
+    case U3V_PacketKind::Final1: _read(m_TrailerBlock.Bytes(), m_TrailerBlock.Size()); break;
+    case U3V_PacketKind::Trailer: _takeTrailer(); break;
+    case U3V_PacketKind::Other: break; // the same read again
+    }
+}
+
+void U3V_StreamSession::_read(std::span<uint8_t> block, uint64_t length)
+{
+    m_Transfer->buffer = block.data();
+    m_Transfer->length =
+        static_cast<int>(std::min<uint64_t>({length, block.size(), uint64_t{INT_MAX}}));
+}
+
+void U3V_StreamSession::_takeLeader()
+{
+    namespace wire = leader_wire;
+    // From wherever it was read to: the first-read block, later the leader block.
+    const std::span<const uint8_t> leader(m_Transfer->buffer, _received());
+    m_Leader.nBlockId = Load(leader, wire::kBlockId);
+    m_Leader.nTimestamp = Load(leader, wire::kTimestamp);
+    m_Leader.nPixelFormat = Load(leader, wire::kPixelFormat);
+    m_Leader.nSizeX = Load(leader, wire::kSizeX);
+    m_Leader.nSizeY = Load(leader, wire::kSizeY);
+    m_Leader.nOffsetX = Load(leader, wire::kOffsetX);
+    m_Leader.nOffsetY = Load(leader, wire::kOffsetY);
+    m_Leader.nPaddingX = Load(leader, wire::kPaddingX);
+    m_bLeaderPending = true;
+
+    m_nReceived = m_Setup.plan.NextPayload(0);
+    _read(m_PayloadBlock.Bytes(), m_nReceived);
+}
+
+void U3V_StreamSession::_takePayload()
+{
+    const uint64_t length = m_Setup.plan.NextPayload(m_nReceived);
+    if (length == 0) {
+        _read(m_TrailerBlock.Bytes(), m_TrailerBlock.Size());
+        return;
+    }
+    _read(m_PayloadBlock.Bytes().subspan(m_nReceived), length);
+    m_nReceived += length;
+}
+
+void U3V_StreamSession::_takeTrailer()
+{
+    ++m_nNumImagesAcquired;
+    // Quirk Q66: the whole block goes out, also where this image's payload never came.
+    m_Setup.handover->Publish(m_Setup.token, m_PayloadBlock.Bytes(),
+                              m_bLeaderPending ? &m_Leader : nullptr);
+    m_bLeaderPending = false;
+    _read(m_LeaderBlock.Bytes(), m_LeaderBlock.Size());
+}
+
+void U3V_StreamSession::_resubmitOrStop()
+{
+    // Quirk Q67: compared after every completion, so with 0 images to acquire the first one ends
+    // the acquisition, whatever it was.
+    if (m_nNumImagesAcquired == m_Setup.imagesToAcquire) {
+        m_bStop = true;
+    }
+    if (m_bStop) {
+        _finish();
+        return;
+    }
+    const int result = libusb_submit_transfer(m_Transfer.get());
+    if (result < 0) {
+        std::printf("Unable to submit URB. libusb error code: %d\n", result);
+        m_Transfer.reset();
+        _end();
+    }
+}
+
+void U3V_StreamSession::_finish()
+{
+    m_Transfer.reset();
+    {
+        Locker lock(m_DoneMutex);
+        m_bDone = true;
+    }
+    m_Done.Signal();
+    // Quirk Q68: the count that is logged is the one asked for, not the one reached.
+    g_logger.Trace(ZR_LOG_DEBUG, "%s m_nNumImagesAcquired: %i ", "image_callback",
+                   static_cast<int>(m_Setup.imagesToAcquire));
+    _end();
+}
+
+void U3V_StreamSession::_end()
+{
+    std::shared_ptr<U3V_StreamSession> self; // outlives the lock
+    Locker lock(m_DoneMutex);
+    self.swap(m_Self);
+    m_bInFlight = false;
+    m_Ended.Broadcast();
+}
+
+bool U3V_StreamSession::StopAndAwaitDone()
+{
+    // The flag is set and the wait begun under one lock: a completion that sees the flag can only
+    // signal once somebody listens.
+    Locker lock(m_DoneMutex);
+    m_bStop = true;
+    m_bDone = false;
+    const timespec deadline = ZrDeadlineAfter(m_Setup.timings.stopWait);
+    while (!m_bDone) {
+        if (m_Done.TimedWait(m_DoneMutex, deadline) != 0) {
+            return m_bDone;
+        }
+    }
+    return true;
+}
+
+void U3V_StreamSession::StopAndRelease(int32_t wait_ms)
+{
+    {
+        Locker lock(m_DoneMutex);
+        m_bStop = true;
+        const timespec deadline = ZrDeadlineAfter(wait_ms);
+        while (m_bInFlight && m_Ended.TimedWait(m_DoneMutex, deadline) == 0) {
+        }
+        if (!m_bInFlight) {
+            return;
+        }
+    }
+    {
+        Locker lock(TheOrphans().mutex);
+        TheOrphans().sessions.push_back(shared_from_this());
+    }
+    m_bAbandoned = true;
+}
+
+void U3V_StreamSession::FreeBlocks()
+{
+    if (m_bInFlight) {
+        return;
+    }
+    m_Transfer.reset();
+    for (U3V_Block* block : {&m_LeaderBlock, &m_TrailerBlock, &m_PayloadBlock, &m_FirstBlock}) {
+        *block = {};
+    }
+}
+
+void U3V_StreamSession::ReapOrphans()
+{
+    std::vector<std::shared_ptr<U3V_StreamSession>> ended; // freed without the lock
+    Locker lock(TheOrphans().mutex);
+    auto& sessions = TheOrphans().sessions;
+    const auto split = std::partition(sessions.begin(), sessions.end(),
+                                      [](const auto& session) { return !!session->m_bInFlight; });
+    ended.assign(std::make_move_iterator(split), std::make_move_iterator(sessions.end()));
+    sessions.erase(split, sessions.end());
+}
+
+size_t U3V_StreamSession::OrphanCount()
+{
+    Locker lock(TheOrphans().mutex);
+    return TheOrphans().sessions.size();
+}

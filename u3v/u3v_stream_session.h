@@ -1,0 +1,111 @@
+#pragma once
+
+#include "u3v_block.h"
+#include "u3v_image_handover.h"
+#include "u3v_stream_plan.h"
+#include "usb_handles.h"
+
+#include "zr_sync.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <span>
+
+// The waits of a stream. The defaults are what the product uses; tests shorten them.
+struct U3V_StreamTimings
+{
+    unsigned transferTimeout = 3000; // ms, of the transfer in flight
+    int32_t stopWait = 3000;         // ms, for the end of streaming in AcquisitionStop
+    int32_t lastResort = 5000;       // ms after a stop, when a transfer counts as lost by the bus
+    unsigned eventWait = 1000;       // ms, of one turn of the event loop
+    unsigned eventPause = 10;        // ms, after a turn that failed at once
+};
+
+// One acquisition from start to its last completion: the plan, the one transfer that cycles through
+// leader, payload and trailer, and the blocks it reads into.
+//
+// Shared by the stream that made it, the event thread that serves it and, while a transfer is in
+// flight, by itself: nothing that the bus may still write to can go away. Completions may come on
+// the event thread of any stream, since all of them serve libusb's one default context, but only
+// one at a time.
+class U3V_StreamSession : public std::enable_shared_from_this<U3V_StreamSession>
+{
+public:
+    struct Setup
+    {
+        UsbHandlePtr handle;
+        uint8_t endpoint;
+        U3V_StreamPlan plan;
+        uint32_t imagesToAcquire;
+        std::shared_ptr<U3V_ImageHandover> handover;
+        uint64_t token; // of the hand-over
+        U3V_StreamTimings timings;
+    };
+
+    explicit U3V_StreamSession(Setup setup);
+    U3V_StreamSession(const U3V_StreamSession&) = delete;
+    U3V_StreamSession& operator=(const U3V_StreamSession&) = delete;
+
+    // Allocates transfer and blocks and submits the first read: 0 or a negative libusb code.
+    int Submit(libusb_transfer_cb_fn callback);
+
+    // Event thread: serves libusb until the stop flag is set and the transfer has ended.
+    void ServeEvents();
+
+    // A transfer of some session has completed. Static, because the session is found in it.
+    static void Complete(libusb_transfer* transfer);
+
+    // Sets the stop flag and waits once for the end of streaming; false when it did not come in
+    // time, which is always so when streaming had already ended.
+    bool StopAndAwaitDone() ZR_EXCLUDES(m_DoneMutex);
+    // Sets the stop flag and waits up to `wait_ms` for the transfer only. When the bus does not
+    // give it back, the session is kept as an orphan, with blocks and handle, and the event thread
+    // is let go.
+    void StopAndRelease(int32_t wait_ms) ZR_EXCLUDES(m_DoneMutex);
+
+    // Frees what a start that failed has allocated; without a transfer in flight only.
+    void FreeBlocks();
+
+    uint64_t ImagesAcquired() const { return m_nNumImagesAcquired; }
+    // Frees kept sessions whose transfer has come back after all.
+    static void ReapOrphans();
+    static size_t OrphanCount();
+
+private:
+    void _allocate();
+    void _complete();
+    void _advance();
+    void _takeLeader();
+    void _takePayload();
+    void _takeTrailer();
+    void _read(std::span<uint8_t> block, uint64_t length);
+    void _resubmitOrStop();
+    void _finish() ZR_EXCLUDES(m_DoneMutex);
+    void _end() ZR_EXCLUDES(m_DoneMutex);
+    bool _mustServe() const;
+    uint32_t _received() const;
+
+    const Setup m_Setup;
+
+    // Touched by completions only (and by Submit before the first one).
+    UsbTransferPtr m_Transfer;
+    U3V_Block m_FirstBlock;
+    U3V_Block m_LeaderBlock;
+    U3V_Block m_PayloadBlock;
+    U3V_Block m_TrailerBlock;
+    uint64_t m_nReceived = 0;      // payload bytes asked for so far
+    IMAGE_HEADER m_Leader = {};    // of the image being received
+    bool m_bLeaderPending = false; // no trailer since the leader
+
+    std::atomic<uint64_t> m_nNumImagesAcquired = 0;
+    std::atomic<bool> m_bStop = false;
+    std::atomic<bool> m_bAbandoned = false; // the event thread is let go
+    std::atomic<bool> m_bInFlight = false;
+
+    Mutex m_DoneMutex;
+    Condition m_Done;  // end of streaming after a stop
+    Condition m_Ended; // end of the transfer for whatever reason
+    bool m_bDone ZR_GUARDED_BY(m_DoneMutex) = false;
+    std::shared_ptr<U3V_StreamSession> m_Self ZR_GUARDED_BY(m_DoneMutex); // while in flight
+};

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <libusb.h>
+#include <memory>
+#include <utility>
+
+// Owners of libusb resources. Each deleter is the one libusb call that ends the resource.
+
+struct UsbConfigDeleter
+{
+    void operator()(libusb_config_descriptor* config) const
+    {
+        libusb_free_config_descriptor(config);
+    }
+};
+using UsbConfigPtr = std::unique_ptr<libusb_config_descriptor, UsbConfigDeleter>;
+
+struct UsbTransferDeleter
+{
+    void operator()(libusb_transfer* transfer) const { libusb_free_transfer(transfer); }
+};
+using UsbTransferPtr = std::unique_ptr<libusb_transfer, UsbTransferDeleter>;
+
+// libusb's default context. Shared by everything that libusb made in it, so libusb_exit can never
+// run while a device or a handle is left, in whatever order a caller closes things.
+class UsbContext
+{
+public:
+    // Null when libusb_init failed; `result` is its answer.
+    static std::shared_ptr<UsbContext> Init(int& result)
+    {
+        result = libusb_init(nullptr);
+        return result == 0 ? std::shared_ptr<UsbContext>(new UsbContext) : nullptr;
+    }
+    ~UsbContext() { libusb_exit(nullptr); }
+    UsbContext(const UsbContext&) = delete;
+    UsbContext& operator=(const UsbContext&) = delete;
+
+private:
+    UsbContext() = default;
+};
+
+// An open device. Shared: a transfer that the bus never gave back keeps its handle open.
+using UsbHandlePtr = std::shared_ptr<libusb_device_handle>;
+
+inline UsbHandlePtr UsbOwnHandle(libusb_device_handle* handle, std::shared_ptr<UsbContext> context)
+{
+    if (handle == nullptr) {
+        return nullptr;
+    }
+    return {handle, [keep = std::move(context)](libusb_device_handle* h) { libusb_close(h); }};
+}
+
+// The device list of one pass; its devices lose the list's reference when it goes.
+class UsbDeviceList
+{
+public:
+    UsbDeviceList() : m_count(libusb_get_device_list(nullptr, &m_devices)) {}
+    ~UsbDeviceList() { libusb_free_device_list(m_devices, 1); }
+    UsbDeviceList(const UsbDeviceList&) = delete;
+    UsbDeviceList& operator=(const UsbDeviceList&) = delete;
+
+    // Negative: the libusb code why there is no list.
+    ssize_t Count() const { return m_count; }
+    libusb_device* operator[](ssize_t index) const { return m_devices[index]; }
+
+private:
+    libusb_device** m_devices = nullptr;
+    ssize_t m_count;
+};
