@@ -35,6 +35,10 @@ public:
 
     void Lock() ZR_ACQUIRE() { pthread_mutex_lock(&m_native); }
     void Unlock() ZR_RELEASE() { pthread_mutex_unlock(&m_native); }
+    bool TryLock() ZR_THREAD_ANNOTATION(try_acquire_capability(true))
+    {
+        return pthread_mutex_trylock(&m_native) == 0;
+    }
     pthread_mutex_t* Native() { return &m_native; }
 
 private:
