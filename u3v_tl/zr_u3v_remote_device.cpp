@@ -1,0 +1,358 @@
+#include "zr_u3v_remote_device.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+#include "camera_registers.h"
+#include "module_failure.h"
+#include "producer_identity.h"
+#include "u3v_bounded.h"
+#include "zr_gentl_util.h"
+
+namespace {
+
+// Port reads go to the camera in pieces of this size.
+constexpr size_t kReadPieceLength = 256;
+constexpr size_t kTextLength = 1024;
+constexpr uint32_t kStreamArgument = 1000;
+
+// Formats into a text of at most 1023 characters; what is longer is cut.
+std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
+std::string Format(const char* format, ...)
+{
+    char text[kTextLength];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof(text), format, arguments);
+    va_end(arguments);
+    return text;
+}
+
+// A 16-bit U3V status in a wider type keeps its sign.
+int32_t Widen(uint16_t status)
+{
+    return static_cast<int16_t>(status);
+}
+
+int32_t MapAccessPrivilege(uint32_t privilege)
+{
+    switch (privilege) {
+    case 0: return DEVICE_ACCESS_STATUS_READWRITE;
+    case 1: return DEVICE_ACCESS_STATUS_NOACCESS;
+    case 2: return DEVICE_ACCESS_STATUS_READONLY;
+    default: return DEVICE_ACCESS_STATUS_UNKNOWN;
+    }
+}
+
+} // namespace
+
+ZrU3VRemoteDevice::ZrU3VRemoteDevice(const _ZR_U3V_DEVICE_INFO& info, ZrGenTLModuleBase* parent)
+    : ZrGenTLModuleBase(info.id, parent), m_deviceInfo(info)
+{
+    // Vendor and model stand in this order on purpose, and the TL type carries the kind: consumers
+    // in the field read them so.
+    m_portInfo.id = Producer::kId;
+    m_portInfo.vendor = Producer::kModel;
+    m_portInfo.model = Producer::kVendor;
+    m_portInfo.tlType = kKindName;
+    m_portInfo.module = kKindName;
+    // Consumers connect the camera's node map by this name.
+    m_portInfo.portName = "Device";
+}
+
+ZrU3VRemoteDevice::~ZrU3VRemoteDevice()
+{
+    Close();
+}
+
+GC_ERROR ZrU3VRemoteDevice::Open(int32_t flags)
+{
+    {
+        Locker<RecursiveMutex> lock(m_mutex);
+        if (m_bOpened) {
+            return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
+        }
+    }
+    const GC_ERROR status = _openCamera(flags);
+    if (status != GC_ERR_SUCCESS) {
+        _closeHandles();
+    }
+    return status;
+}
+
+GC_ERROR ZrU3VRemoteDevice::_openCamera(int32_t flags)
+{
+    U3V_DEVICE_HANDLE device = nullptr;
+    uint16_t status = U3V_OpenDevice(m_deviceInfo.id.c_str(), &device);
+    m_hDevice = device;
+    if (status != U3V_STATUS_SUCCESS) {
+        return ZR_FAIL(GC_ERR_ERROR, "%s Failed! U3VApi::U3V_OpenDevice:%d", "Open", status);
+    }
+    U3V_CONTROL_HANDLE control = nullptr;
+    status = U3V_OpenControl(device, &control);
+    m_hControl = control;
+    if (status != U3V_STATUS_SUCCESS) {
+        return ZR_FAIL(GC_ERR_ERROR, "%s Failed! U3VApi::U3V_OpenControl:%d", "Open", status);
+    }
+    return _publishDescriptionFile(flags);
+}
+
+// Finds the camera's one description file through its manifest and announces it by URL.
+GC_ERROR ZrU3VRemoteDevice::_publishDescriptionFile(int32_t flags)
+{
+    uint64_t tableAddress = 0;
+    ManifestTableHead table{};
+    uint16_t status =
+        U3V_ReadMem(m_hControl, Abrm::kManifestTableAddress, sizeof(tableAddress), &tableAddress);
+    if (status == U3V_STATUS_SUCCESS) {
+        status = U3V_ReadMem(m_hControl, tableAddress, sizeof(table), &table);
+    }
+    if (status != U3V_STATUS_SUCCESS) {
+        return ZR_FAIL(GC_ERR_ERROR,
+                       "%s Failed! U3VApi::U3V_ReadMem(ABRM_ManifestTableAddress):%d ", "Open",
+                       status);
+    }
+    if (table.entryCount == 0) {
+        return ZR_FAIL(GC_ERR_ERROR, "%s Failed! Manifest table count == 0", "Open");
+    }
+    if (table.firstEntry.fileSize == 0) {
+        return ZR_FAIL(GC_ERR_ERROR, "%s Failed! pManifestEntryArray[%d] nFileSize == 0", "Open",
+                       0);
+    }
+    if (table.entryCount > 1) {
+        // Only manifests with a single file are served; the text names the entry that is not.
+        return ZR_FAIL(GC_ERR_ERROR, "%s Failed! pManifestEntryArray[%d] nFileSize == 0", "Open",
+                       1);
+    }
+    const bool zipped = (table.firstEntry.fileFormat & kManifestFormatZip) != 0;
+    const std::string fileName = Format("%s_v%s.%s", m_deviceInfo.model.c_str(),
+                                        m_deviceInfo.version.c_str(), zipped ? "zip" : "xml");
+    const std::string url =
+        Format("local:%s;%llx;%llx", fileName.c_str(),
+               static_cast<unsigned long long>(table.firstEntry.registerAddress),
+               static_cast<unsigned long long>(table.firstEntry.fileSize));
+    SetUrlList({url});
+    Locker<RecursiveMutex> lock(m_mutex);
+    m_portInfo.accessRead = true;
+    m_portInfo.accessWrite = flags != DEVICE_ACCESS_READONLY;
+    m_bOpened = true;
+    return GC_ERR_SUCCESS;
+}
+
+GC_ERROR ZrU3VRemoteDevice::Close()
+{
+    {
+        Locker<RecursiveMutex> lock(m_mutex);
+        if (!m_bOpened) {
+            return GC_ERR_SUCCESS;
+        }
+        m_bOpened = false;
+    }
+    m_bClosing = true;
+    return _closeHandles();
+}
+
+// Stream, control channel, device: each rests on the one after it. The status is the last one's.
+GC_ERROR ZrU3VRemoteDevice::_closeHandles()
+{
+    uint16_t status = U3V_STATUS_SUCCESS;
+    if (const U3V_STREAM_HANDLE stream = m_hStream.exchange(nullptr)) {
+        status = U3V_CloseStream(stream);
+    }
+    if (const U3V_CONTROL_HANDLE control = m_hControl.exchange(nullptr)) {
+        status = U3V_CloseControl(control);
+    }
+    if (const U3V_DEVICE_HANDLE device = m_hDevice.exchange(nullptr)) {
+        status = U3V_CloseDevice(device);
+    }
+    return Widen(status);
+}
+
+_ZR_U3V_DEVICE_INFO ZrU3VRemoteDevice::GetDeviceInfo()
+{
+    return m_deviceInfo;
+}
+
+GC_ERROR ZrU3VRemoteDevice::ReadPort(uint64_t address, void* buffer, size_t* size)
+{
+    if (buffer == nullptr || size == nullptr) {
+        return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", __func__);
+    }
+    const U3V_CONTROL_HANDLE control = m_hControl;
+    if (control == nullptr) {
+        return ZR_FAIL(GC_ERR_ACCESS_DENIED, "%s failed! GC_ERR_ACCESS_DENIED", __func__);
+    }
+    auto* destination = static_cast<uint8_t*>(buffer);
+    const size_t total = *size;
+    size_t done = 0;
+    do {
+        const size_t piece = std::min(total - done, kReadPieceLength);
+        const uint16_t status =
+            U3V_ReadMem(control, address + done, static_cast<int16_t>(piece), destination + done);
+        if (status != U3V_STATUS_SUCCESS) {
+            return ZR_FAIL(GC_ERR_IO, "%s Failed! U3VApi::U3V_ReadMem error:%d", __func__, status);
+        }
+        done += piece;
+    } while (done < total);
+    return GC_ERR_SUCCESS;
+}
+
+GC_ERROR ZrU3VRemoteDevice::WritePort(uint64_t address, const void* buffer, size_t* size)
+{
+    if (buffer == nullptr || size == nullptr) {
+        return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", __func__);
+    }
+    const U3V_CONTROL_HANDLE control = m_hControl;
+    if (control == nullptr) {
+        return ZR_FAIL(GC_ERR_ACCESS_DENIED, "%s failed! GC_ERR_ACCESS_DENIED", __func__);
+    }
+    const uint16_t status = U3V_WriteMemSized(control, address, *size, buffer);
+    if (status != U3V_STATUS_SUCCESS) {
+        return ZR_FAIL(GC_ERR_IO, "%s Failed! U3VApi::U3V_WriteMem error:%d", __func__, status);
+    }
+    return GC_ERR_SUCCESS;
+}
+
+int32_t ZrU3VRemoteDevice::GetAccessStatus()
+{
+    const U3V_CONTROL_HANDLE control = m_hControl;
+    if (control == nullptr) {
+        return DEVICE_ACCESS_STATUS_UNKNOWN;
+    }
+    uint32_t privilege = 0;
+    const uint16_t status =
+        U3V_ReadMem(control, Abrm::kAccessPrivilege, sizeof(privilege), &privilege);
+    if (status != U3V_STATUS_SUCCESS) {
+        return ZR_FAIL(GC_ERR_IO, "%s Failed! U3VApi::U3V_ReadMem error:%d", __func__, status);
+    }
+    return MapAccessPrivilege(privilege);
+}
+
+std::string ZrU3VRemoteDevice::GetUserDefinedName()
+{
+    char name[Abrm::kUserDefinedNameReadLength] = {};
+    const uint16_t status = U3V_ReadMem(m_hControl, Abrm::kUserDefinedName, sizeof(name), name);
+    if (status != U3V_STATUS_SUCCESS) {
+        TraceA(ZR_TRACE_ERROR, "%s Failed! U3VApi::U3V_ReadMem error:%d", __func__, status);
+        throw std::logic_error("basic_string::_M_construct null not valid");
+    }
+    return std::string(name, strnlen(name, sizeof(name)));
+}
+
+void ZrU3VRemoteDevice::InjectXMLFromFile(const char* path)
+{
+    if (path == nullptr || *path == '\0') {
+        return;
+    }
+    SetUrlList({"file:///" + ZrGenTLUtil::UriEncode(path)});
+}
+
+bool ZrU3VRemoteDevice::IsEventImplemented(int /*eventId*/)
+{
+    return false;
+}
+
+GC_ERROR ZrU3VRemoteDevice::OpenStream(uint32_t /*index*/)
+{
+    if (m_hStream != nullptr) {
+        return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s Failed! GC_ERR_RESOURCE_IN_USE", __func__);
+    }
+    U3V_STREAM_HANDLE stream = nullptr;
+    const uint16_t status = U3V_OpenStream(m_hDevice, m_hControl, &stream, kStreamArgument);
+    if (status != U3V_STATUS_SUCCESS) {
+        // The channel was handed out before it was opened; a stream that did not open can be tried
+        // again.
+        static_cast<void>(U3V_CloseStream(stream));
+        return ZR_FAIL(GC_ERR_ERROR, "%s Failed! U3V_OpenStream:%d", __func__, status);
+    }
+    m_hStream = stream;
+    return GC_ERR_SUCCESS;
+}
+
+// Every stream operation refuses a closed stream in the same words; `operation` traces its own
+// failure.
+template <class Operation>
+GC_ERROR ZrU3VRemoteDevice::_onStream(const char* function, Operation&& operation)
+{
+    const U3V_STREAM_HANDLE stream = m_hStream;
+    if (stream == nullptr) {
+        return ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s Failed! GC_ERR_INVALID_HANDLE", function);
+    }
+    return operation(stream);
+}
+
+GC_ERROR ZrU3VRemoteDevice::CloseStream()
+{
+    return _onStream(__func__, [this](U3V_STREAM_HANDLE stream) -> GC_ERROR {
+        m_hStream = nullptr;
+        const uint16_t status = U3V_CloseStream(stream);
+        return status == U3V_STATUS_SUCCESS
+                   ? GC_ERR_SUCCESS
+                   : ZR_FAIL(GC_ERR_ERROR, "%s Failed! U3V_CloseStream:%d", "CloseStream", status);
+    });
+}
+
+GC_ERROR ZrU3VRemoteDevice::SetBufferCount(uint32_t count)
+{
+    return _onStream(__func__, [count](U3V_STREAM_HANDLE stream) -> GC_ERROR {
+        const uint16_t status = U3V_SetBufferCount(stream, count);
+        return status == U3V_STATUS_SUCCESS
+                   ? GC_ERR_SUCCESS
+                   : ZR_FAIL(GC_ERR_ERROR, "%s Failed! U3V_SetBufferCount:%d", "SetBufferCount",
+                             status);
+    });
+}
+
+GC_ERROR ZrU3VRemoteDevice::SetTransferSize(uint32_t size)
+{
+    return _onStream(__func__, [size](U3V_STREAM_HANDLE stream) -> GC_ERROR {
+        const uint16_t status = U3V_SetTransferSize(stream, size);
+        // The text names the other call; log analysers in the field know it so.
+        return status == U3V_STATUS_SUCCESS
+                   ? GC_ERR_SUCCESS
+                   : ZR_FAIL(GC_ERR_ERROR, "%s Failed! U3V_SetBufferCount:%d", "SetTransferSize",
+                             status);
+    });
+}
+
+GC_ERROR ZrU3VRemoteDevice::StartAcquisition(uint64_t numberOfImages)
+{
+    return _onStream(__func__, [numberOfImages](U3V_STREAM_HANDLE stream) -> GC_ERROR {
+        const uint16_t status = U3V_AcquisitionStart(stream, static_cast<uint32_t>(numberOfImages));
+        return status == U3V_STATUS_SUCCESS
+                   ? GC_ERR_SUCCESS
+                   : ZR_FAIL(GC_ERR_ERROR, "%s Failed! U3V_AcquisitionStart:%d", "StartAcquisition",
+                             status);
+    });
+}
+
+GC_ERROR ZrU3VRemoteDevice::StopAcquisition()
+{
+    return _onStream(__func__, [](U3V_STREAM_HANDLE stream) -> GC_ERROR {
+        uint64_t imagesAcquired = 0;
+        uint64_t lostCount = 0;
+        const uint16_t status = U3V_AcquisitionStop(stream, &imagesAcquired, &lostCount);
+        return status == U3V_STATUS_SUCCESS
+                   ? GC_ERR_SUCCESS
+                   : ZR_FAIL(GC_ERR_ERROR, "%s Failed! U3V_AcquisitionStop:%d", "StopAcquisition",
+                             status);
+    });
+}
+
+int32_t ZrU3VRemoteDevice::GetImage(void* buffer, size_t capacity, uint32_t timeout,
+                                    IMAGE_HEADER* header)
+{
+    const U3V_STREAM_HANDLE stream = m_hStream;
+    if (stream == nullptr) {
+        TraceA(ZR_TRACE_ERROR, "%s Failed! DS_STATUS_STREAM_INTERFACE_NOT_OPEN", __func__);
+        return Widen(U3V_STATUS_STREAM_NOT_OPEN);
+    }
+    const uint16_t status = U3V_GetImageBounded(stream, buffer, capacity, timeout, header);
+    if (status != U3V_STATUS_SUCCESS) {
+        TraceA(ZR_TRACE_ERROR, "%s Failed! U3V_GetImage:%d", __func__, status);
+    }
+    return Widen(status);
+}
