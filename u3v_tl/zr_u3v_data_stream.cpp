@@ -1,0 +1,499 @@
+#include "zr_u3v_data_stream.h"
+
+#include <exception>
+#include <zr_u3v_tl/u3v_lib.h>
+
+#include "module_failure.h"
+#include "producer_identity.h"
+#include "zr_gentl_util.h"
+#include "zr_u3v_remote_device.h"
+
+namespace {
+
+constexpr const char* kDocumentFileName = "ZrGenTLU3V_DS.xml";
+constexpr uint32_t kStreamArgument = 1000;
+constexpr uint32_t kTransferSize = 0x100000; // bytes of one payload transfer
+constexpr uint32_t kImageTimeout = 200;      // ms the acquisition thread waits for one image
+constexpr size_t kAnnounceMinimum = 1;
+constexpr uint32_t kOldestFirst = 0; // the one buffer handling mode
+
+// Bytes of the buffer that hold image data. The missing bytes are another's word: they never exceed
+// the buffer.
+size_t FilledSize(size_t bufferSize, bool incomplete, const IMAGE_HEADER& header)
+{
+    const size_t missing = incomplete ? header.nMissingBytes : 0;
+    return missing < bufferSize ? bufferSize - missing : 0;
+}
+
+} // namespace
+
+ZrU3VDataStream::ZrU3VDataStream(ZrU3VRemoteDevice* remote, uint32_t index,
+                                 ZrGenTLModuleBase* parent)
+    : ZrGenTLModuleBase(std::to_string(index), parent), m_pRemoteDevice(remote),
+      m_pThreadAcquisition(std::make_unique<ZrU3VThreadAcquisition>(this)),
+      m_streamId(std::to_string(index)), m_tlType(Producer::kTLType),
+      m_document(kDocumentFileName, ZrGenTLUtil::CreateXMLDataStream())
+{
+    m_portInfo.id = Producer::kId;
+    m_portInfo.vendor = Producer::kVendor;
+    m_portInfo.model = Producer::kModel;
+    m_portInfo.tlType = Producer::kTLType;
+    m_portInfo.module = kKindName;
+    m_portInfo.version = Producer::kVersion;
+    m_portInfo.portName = "StreamPort";
+    SetUrlList({m_document.GetUrl()});
+}
+
+ZrU3VDataStream::~ZrU3VDataStream()
+{
+    bool open = false;
+    {
+        Locker<RecursiveMutex> lock(m_mutex);
+        open = m_bOpen;
+    }
+    if (open) {
+        Close();
+    }
+    m_pThreadAcquisition->Stop();
+    _wakeAcquisition();
+    m_pThreadAcquisition->Wait(-1);
+    m_pThreadAcquisition.reset();
+    // The events go before the buffers that their entries are.
+    _destroyEvents();
+}
+
+GC_ERROR ZrU3VDataStream::Open()
+{
+    Locker<Mutex> control(m_controlMutex);
+    {
+        Locker<RecursiveMutex> lock(m_mutex);
+        if (m_bOpen) {
+            return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
+        }
+    }
+    if (const GC_ERROR status = m_pRemoteDevice->OpenStream(kStreamArgument);
+        status != GC_ERR_SUCCESS) {
+        return ZR_FAIL(status, "%s OpenStream:%d", __func__, status);
+    }
+    Locker<RecursiveMutex> lock(m_mutex);
+    m_bOpen = true;
+    return GC_ERR_SUCCESS;
+}
+
+GC_ERROR ZrU3VDataStream::Close()
+{
+    Locker<Mutex> control(m_controlMutex);
+    {
+        Locker<RecursiveMutex> lock(m_mutex);
+        if (!m_bOpen) {
+            return ZR_FAIL(GC_ERR_NOT_INITIALIZED, "%s GC_ERR_NOT_INITIALIZED", __func__);
+        }
+    }
+    if (_isAcquiring()) {
+        _endAcquisition();
+    }
+    // Ended, or just about to end by itself: the stream goes only after the thread that reads it.
+    m_pThreadAcquisition->Wait(-1);
+    if (const GC_ERROR status = m_pRemoteDevice->CloseStream(); status != GC_ERR_SUCCESS) {
+        TraceA(ZR_TRACE_ERROR, "%s m_pRemoteDevice->CloseStream:%d", __func__, status);
+    }
+    Locker<RecursiveMutex> lock(m_mutex);
+    m_bOpen = false;
+    return GC_ERR_SUCCESS;
+}
+
+bool ZrU3VDataStream::_isAcquiring()
+{
+    Locker<RecursiveMutex> lock(m_mutex);
+    return m_bAcquiring;
+}
+
+GC_ERROR ZrU3VDataStream::AnnounceBuffer(void* buffer, size_t size, void* userPtr, void** handle)
+{
+    if (buffer == nullptr || handle == nullptr) {
+        return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", __func__);
+    }
+    if (_isAcquiring()) {
+        return ZR_FAIL(GC_ERR_BUSY, "%s GC_ERR_BUSY", __func__);
+    }
+    Locker<Mutex> lock(m_bufferMutex);
+    if (m_BufferContainer.FindByBuffer(ZR_BUFFER_LIST_ANNOUNCED, buffer, false) != nullptr) {
+        return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
+    }
+    return _announce(std::make_unique<ZrGenTLBuffer>(buffer, size, false, userPtr, nullptr),
+                     handle);
+}
+
+GC_ERROR ZrU3VDataStream::AllocAndAnnounceBuffer(size_t size, void* userPtr, void** handle)
+{
+    // Deliberately strict: an uninitialised handle variable is refused.
+    if (handle == nullptr || *handle != nullptr) {
+        return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", __func__);
+    }
+    if (_isAcquiring()) {
+        return ZR_FAIL(GC_ERR_BUSY, "%s GC_ERR_BUSY", __func__);
+    }
+    auto buffer = std::make_unique<ZrGenTLBuffer>(nullptr, size, true, userPtr, nullptr);
+    Locker<Mutex> lock(m_bufferMutex);
+    return _announce(std::move(buffer), handle);
+}
+
+GC_ERROR ZrU3VDataStream::_announce(std::unique_ptr<ZrGenTLBuffer> buffer, void** handle)
+{
+    m_BufferContainer.Add(ZR_BUFFER_LIST_ANNOUNCED, buffer.get());
+    *handle = buffer.release(); // the announced list's from now on, until it is revoked
+    return GC_ERR_SUCCESS;
+}
+
+GC_ERROR ZrU3VDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
+{
+    std::unique_ptr<ZrGenTLBuffer> revoked;
+    {
+        Locker<Mutex> lock(m_bufferMutex);
+        if (m_BufferContainer.FindByHandle(ZR_BUFFER_LIST_ANNOUNCED, handle, false) == nullptr) {
+            return ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", __func__);
+        }
+        if (m_BufferContainer.FindByHandle(ZR_BUFFER_LIST_INPUT, handle, false) != nullptr) {
+            return ZR_FAIL(GC_ERR_BUSY, "%s GC_ERR_BUSY", __func__);
+        }
+        revoked.reset(static_cast<ZrGenTLBuffer*>(
+            m_BufferContainer.FindByHandle(ZR_BUFFER_LIST_ANNOUNCED, handle, true)));
+        if (!revoked) {
+            return ZR_FAIL(GC_ERR_ERROR, "%s GC_ERR_ERROR", __func__);
+        }
+    }
+    // Nobody finds the buffer any more. Those who are still inside leave, then its undelivered
+    // entries go.
+    revoked->Gate().ShutAndWait();
+    if (const auto event = PinEventById(EVENT_NEW_BUFFER)) {
+        event->RemoveEntry(revoked.get());
+    }
+    if (buffer != nullptr) {
+        *buffer = revoked->GetBase();
+    }
+    if (userPtr != nullptr) {
+        *userPtr = revoked->GetUserPtr();
+    }
+    return GC_ERR_SUCCESS;
+}
+
+GC_ERROR ZrU3VDataStream::QueueBuffer(void* handle)
+{
+    Locker<Mutex> lock(m_bufferMutex);
+    auto* buffer = static_cast<ZrGenTLBuffer*>(
+        m_BufferContainer.FindByHandle(ZR_BUFFER_LIST_ANNOUNCED, handle, false));
+    if (buffer == nullptr) {
+        return ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", __func__);
+    }
+    if (buffer->IsQueued()) {
+        return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
+    }
+    m_BufferContainer.Add(ZR_BUFFER_LIST_INPUT, buffer);
+    buffer->SetQueueFlag(true);
+    buffer->SetNewDataFlag(false);
+    m_inputChanged.Signal();
+    return GC_ERR_SUCCESS;
+}
+
+GC_ERROR ZrU3VDataStream::FlushQueue(int32_t operation)
+{
+    Locker<Mutex> lock(m_bufferMutex);
+    switch (operation) {
+    case ACQ_QUEUE_INPUT_TO_OUTPUT: _signalInput(); return GC_ERR_SUCCESS;
+    case ACQ_QUEUE_OUTPUT_DISCARD: _flushEvent(); return GC_ERR_SUCCESS;
+    case ACQ_QUEUE_ALL_TO_INPUT:
+        _flushEvent();
+        _queueUnqueued();
+        return GC_ERR_SUCCESS;
+    case ACQ_QUEUE_UNQUEUED_TO_INPUT: _queueUnqueued(); return GC_ERR_SUCCESS;
+    case ACQ_QUEUE_ALL_DISCARD:
+        _flushEvent();
+        _discardInput();
+        return GC_ERR_SUCCESS;
+    default:
+        return ZR_FAIL(GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED :%d", __func__,
+                       operation);
+    }
+}
+
+// Each input buffer becomes a delivery, uncounted and with its flags as they are.
+void ZrU3VDataStream::_signalInput()
+{
+    if (const auto event = PinEventById(EVENT_NEW_BUFFER)) {
+        for (ZrGenTLBuffer* buffer : m_BufferContainer.Copy(ZR_BUFFER_LIST_INPUT)) {
+            event->Signal(buffer);
+        }
+    }
+    m_BufferContainer.Clear(ZR_BUFFER_LIST_INPUT, false);
+}
+
+void ZrU3VDataStream::_flushEvent()
+{
+    if (const auto event = PinEventById(EVENT_NEW_BUFFER)) {
+        event->Flush();
+    }
+}
+
+// The queued flag stays clear: only QueueBuffer sets it.
+void ZrU3VDataStream::_queueUnqueued()
+{
+    for (ZrGenTLBuffer* buffer : m_BufferContainer.Copy(ZR_BUFFER_LIST_ANNOUNCED)) {
+        if (!buffer->IsQueued()) {
+            m_BufferContainer.Add(ZR_BUFFER_LIST_INPUT, buffer);
+        }
+    }
+    m_inputChanged.Signal();
+}
+
+void ZrU3VDataStream::_discardInput()
+{
+    for (ZrGenTLBuffer* buffer : m_BufferContainer.Copy(ZR_BUFFER_LIST_INPUT)) {
+        buffer->SetNewDataFlag(false);
+        buffer->SetQueueFlag(false);
+    }
+    m_BufferContainer.Clear(ZR_BUFFER_LIST_INPUT, false);
+}
+
+GC_ERROR ZrU3VDataStream::StartAcquisition(int32_t /*flags*/, uint64_t count)
+{
+    Locker<Mutex> control(m_controlMutex);
+    if (count == 0) {
+        return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", __func__);
+    }
+    const uint32_t announced = m_BufferContainer.GetCount(ZR_BUFFER_LIST_ANNOUNCED);
+    if (announced == 0) {
+        return ZR_FAIL(GC_ERR_INVALID_BUFFER, "%s GC_ERR_INVALID_BUFFER", __func__);
+    }
+    if (m_pRemoteDevice->SetTransferSize(kTransferSize) != GC_ERR_SUCCESS ||
+        m_pRemoteDevice->SetBufferCount(announced) != GC_ERR_SUCCESS) {
+        return ZR_FAIL(GC_ERR_ERROR, "%s SetBufferCount GC_ERR_ERROR", __func__);
+    }
+    if (m_pRemoteDevice->StartAcquisition(count) != GC_ERR_SUCCESS) {
+        return ZR_FAIL(GC_ERR_ERROR, "%s StartAcquisition GC_ERR_ERROR", __func__);
+    }
+    if (m_pThreadAcquisition->IsStopRequested()) {
+        m_pThreadAcquisition->Wait(-1); // still on its way out of the acquisition before
+    }
+    // False means that it runs already, which is as good.
+    static_cast<void>(m_pThreadAcquisition->Start(count));
+    Locker<RecursiveMutex> lock(m_mutex);
+    m_bAcquiring = true;
+    return GC_ERR_SUCCESS;
+}
+
+GC_ERROR ZrU3VDataStream::StopAcquisition(int32_t flags)
+{
+    if (flags > ACQ_STOP_FLAGS_KILL) {
+        return ZR_FAIL(GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED Flags:%d", __func__,
+                       flags);
+    }
+    if (m_pThreadAcquisition->IsCurrentThread()) {
+        _endOwnAcquisition();
+        return GC_ERR_SUCCESS;
+    }
+    // A kill joins as well: a thread left behind would still write into the consumer's buffers.
+    Locker<Mutex> control(m_controlMutex);
+    _endAcquisition();
+    return GC_ERR_SUCCESS;
+}
+
+// The acquisition thread itself, when it has its number of images. If somebody else starts or stops
+// just now it goes on: a stopping caller has set the stop flag and waits for this very thread.
+void ZrU3VDataStream::_endOwnAcquisition()
+{
+    if (!m_controlMutex.TryLock()) {
+        return;
+    }
+    m_pThreadAcquisition->Stop();
+    static_cast<void>(m_pRemoteDevice->StopAcquisition());
+    _setAcquiring(false);
+    m_controlMutex.Unlock();
+}
+
+void ZrU3VDataStream::_endAcquisition()
+{
+    m_pThreadAcquisition->Stop();
+    _wakeAcquisition();
+    static_cast<void>(m_pRemoteDevice->StopAcquisition());
+    m_pThreadAcquisition->Wait(-1);
+    _setAcquiring(false);
+}
+
+void ZrU3VDataStream::_setAcquiring(bool acquiring)
+{
+    Locker<RecursiveMutex> lock(m_mutex);
+    m_bAcquiring = acquiring;
+}
+
+void ZrU3VDataStream::_wakeAcquisition()
+{
+    Locker<Mutex> lock(m_bufferMutex);
+    m_inputChanged.Broadcast();
+}
+
+void ZrU3VDataStream::WaitForInputBuffer()
+{
+    Locker<Mutex> lock(m_bufferMutex);
+    while (m_BufferContainer.GetCount(ZR_BUFFER_LIST_INPUT) == 0 &&
+           !m_pThreadAcquisition->IsStopRequested()) {
+        m_inputChanged.Wait(m_bufferMutex);
+    }
+}
+
+GC_ERROR ZrU3VDataStream::AcquireImage()
+{
+    // Held until the image is in: a revoke waits for it.
+    const auto buffer = m_BufferContainer.PinFront(ZR_BUFFER_LIST_INPUT);
+    if (!buffer) {
+        return ZR_FAIL(GC_ERR_ERROR, "%s failed! m_BufferContainer full", __func__);
+    }
+    IMAGE_HEADER header{};
+    const int32_t status =
+        m_pRemoteDevice->GetImage(buffer->GetBase(), buffer->GetSize(), kImageTimeout, &header);
+    switch (static_cast<uint16_t>(status)) {
+    case U3V_STATUS_NO_IMAGE_AVAILABLE:
+        TraceA(ZR_TRACE_INFO, "%s DS_STATUS_NO_IMAGE_AVAILABLE", __func__);
+        return GC_ERR_NO_DATA;
+    case U3V_STATUS_IMAGE_TIMEOUT:
+        TraceA(ZR_TRACE_INFO, "%s DS_STATUS_IMAGE_TIMEOUT(ignored)", __func__);
+        return GC_ERR_TIMEOUT;
+    case U3V_STATUS_IMAGE_MISSING_PACKETS:
+        TraceA(ZR_TRACE_INFO, "%s DS_STATUS_IMAGE_MISSING_PACKETS", __func__);
+        return _deliver(*buffer, true, header);
+    case U3V_STATUS_SUCCESS:
+        TraceA(ZR_TRACE_INFO, "%s U3V_STATUS_SUCCESS", __func__);
+        return _deliver(*buffer, false, header);
+    default: return GC_ERR_ERROR;
+    }
+}
+
+// Describes the image and hands the buffer to the new-buffer event; without an event it just leaves
+// the input list. A buffer that was flushed out of the list while its image arrived is not
+// delivered any more.
+GC_ERROR ZrU3VDataStream::_deliver(ZrGenTLBuffer& buffer, bool incomplete,
+                                   const IMAGE_HEADER& header)
+{
+    Locker<Mutex> lock(m_bufferMutex);
+    if (m_BufferContainer.GetFront(ZR_BUFFER_LIST_INPUT, false) != &buffer) {
+        return GC_ERR_ERROR;
+    }
+    buffer.SetAcquiringFlag(true);
+    buffer.SetNewDataFlag(true);
+    buffer.SetIncompleteFlag(incomplete);
+    buffer.UpdateData(FilledSize(buffer.GetSize(), incomplete, header), header.nBlockId,
+                      header.nTimestamp, header.nSizeX, header.nSizeY, header.nPixelFormat,
+                      nullptr);
+    buffer.SetAcquiringFlag(false);
+    m_BufferContainer.GetFront(ZR_BUFFER_LIST_INPUT, true);
+    {
+        // Counted before it is signalled: who has the buffer finds it in the count.
+        Locker<RecursiveMutex> count(m_mutex);
+        ++m_nDelivered;
+    }
+    if (const auto event = PinEventById(EVENT_NEW_BUFFER)) {
+        event->Signal(&buffer);
+    }
+    return GC_ERR_SUCCESS;
+}
+
+GC_ERROR ZrU3VDataStream::GetBufferID(uint32_t index, void** handle)
+{
+    if (handle == nullptr) {
+        return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", __func__);
+    }
+    ZrGenTLBuffer* buffer = m_BufferContainer.FindByIndex(ZR_BUFFER_LIST_ANNOUNCED, index, false);
+    if (buffer == nullptr) {
+        return ZR_FAIL(GC_ERR_INVALID_INDEX, "%s GC_ERR_INVALID_INDEX", __func__);
+    }
+    *handle = buffer;
+    return GC_ERR_SUCCESS;
+}
+
+GC_ERROR ZrU3VDataStream::GetBufferInfo(void* handle, int32_t cmd, int32_t* type, void* buffer,
+                                        size_t* size)
+{
+    const auto announced = m_BufferContainer.PinByHandle(ZR_BUFFER_LIST_ANNOUNCED, handle);
+    if (!announced) {
+        return ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", __func__);
+    }
+    return announced->GetInfo(cmd, type, buffer, size);
+}
+
+uint64_t ZrU3VDataStream::_deliveredCount()
+{
+    Locker<RecursiveMutex> lock(m_mutex);
+    return m_nDelivered;
+}
+
+// 0 without an event.
+size_t ZrU3VDataStream::_numAwaitDelivery()
+{
+    const auto event = PinEventById(EVENT_NEW_BUFFER);
+    return event ? event->GetNumInQueue() : 0;
+}
+
+GC_ERROR ZrU3VDataStream::GetInfo(int32_t cmd, int32_t* type, void* buffer, size_t* size)
+{
+    if (type == nullptr || size == nullptr) {
+        return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", __func__);
+    }
+    ZrGenTLUtil::ClearInfoBuffer(buffer, size);
+    switch (cmd) {
+    case STREAM_INFO_ID: return ZrGenTLUtil::CopyInfoString(m_streamId, type, buffer, size);
+    case STREAM_INFO_NUM_DELIVERED:
+        return ZrGenTLUtil::CopyInfoUint64(_deliveredCount(), type, buffer, size);
+    case STREAM_INFO_NUM_UNDERRUN:
+        return ZrGenTLUtil::CopyInfoUint64(m_nUnderrun, type, buffer, size);
+    case STREAM_INFO_NUM_ANNOUNCED:
+        return ZrGenTLUtil::CopyInfoSizeT(m_BufferContainer.GetCount(ZR_BUFFER_LIST_ANNOUNCED),
+                                          type, buffer, size);
+    case STREAM_INFO_NUM_QUEUED:
+        return ZrGenTLUtil::CopyInfoSizeT(m_BufferContainer.GetCount(ZR_BUFFER_LIST_INPUT), type,
+                                          buffer, size);
+    case STREAM_INFO_NUM_AWAIT_DELIVERY:
+        return ZrGenTLUtil::CopyInfoSizeT(_numAwaitDelivery(), type, buffer, size);
+    case STREAM_INFO_IS_GRABBING:
+        return ZrGenTLUtil::CopyInfoBool(m_bIsGrabbing, type, buffer, size);
+    case STREAM_INFO_DEFINES_PAYLOADSIZE:
+        return ZrGenTLUtil::CopyInfoBool(m_bDefinesPayloadSize, type, buffer, size);
+    case STREAM_INFO_TLTYPE: return ZrGenTLUtil::CopyInfoString(m_tlType, type, buffer, size);
+    case STREAM_INFO_BUF_ANNOUNCE_MIN:
+        return ZrGenTLUtil::CopyInfoSizeT(kAnnounceMinimum, type, buffer, size);
+    default: return ZR_FAIL(GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED", __func__);
+    }
+}
+
+bool ZrU3VDataStream::IsEventImplemented(int eventId)
+{
+    return eventId == EVENT_NEW_BUFFER;
+}
+
+GC_ERROR ZrU3VDataStream::ReadPort(uint64_t address, void* buffer, size_t* size)
+{
+    if (buffer == nullptr || size == nullptr) {
+        return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", __func__);
+    }
+    int32_t type = INFO_DATATYPE_UNKNOWN;
+    switch (address) {
+    case kDocumentAddress: return m_document.Read(buffer, size);
+    case StreamRegister::kStreamID: return GetInfo(STREAM_INFO_ID, &type, buffer, size);
+    case StreamRegister::kStreamAnnouncedBufferCount:
+        return ReadRegister(m_BufferContainer.GetCount(ZR_BUFFER_LIST_ANNOUNCED), buffer, size);
+    case StreamRegister::kStreamBufferHandlingMode: return ReadRegister(kOldestFirst, buffer, size);
+    case StreamRegister::kStreamAnnounceBufferMinimum:
+        return ReadRegister(static_cast<uint32_t>(kAnnounceMinimum), buffer, size);
+    case StreamRegister::kStreamDeliveredFrameCount:
+        return ReadRegister(_deliveredCount(), buffer, size);
+    default: return GC_ERR_NOT_IMPLEMENTED;
+    }
+}
+
+GC_ERROR ZrU3VDataStream::WritePort(uint64_t address, const void* buffer, size_t* size)
+{
+    if (buffer == nullptr || size == nullptr) {
+        return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", __func__);
+    }
+    // The handling mode is accepted and stays what it is.
+    return address == StreamRegister::kStreamBufferHandlingMode ? GC_ERR_SUCCESS
+                                                                : GC_ERR_NOT_IMPLEMENTED;
+}

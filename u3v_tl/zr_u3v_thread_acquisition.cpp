@@ -1,0 +1,76 @@
+#include "zr_u3v_thread_acquisition.h"
+
+#include <exception>
+#include <sched.h>
+#include <zr_u3v_tl/gentl.h>
+
+#include "zr_trace.h"
+#include "zr_u3v_data_stream.h"
+
+ZrU3VThreadAcquisition::ZrU3VThreadAcquisition(ZrU3VDataStream* pDataStream)
+    : m_pDataStream(pDataStream), m_nNumToAcquire(GENTL_INFINITE)
+{
+}
+
+ZrU3VThreadAcquisition::~ZrU3VThreadAcquisition() = default;
+
+bool ZrU3VThreadAcquisition::Start(uint64_t count)
+{
+    if (IsRunning()) {
+        return false;
+    }
+    {
+        Locker<RecursiveMutex> lock(m_mutex);
+        m_nNumToAcquire = count;
+        m_bStop = false;
+    }
+    return Start();
+}
+
+void ZrU3VThreadAcquisition::Stop()
+{
+    Locker<RecursiveMutex> lock(m_mutex);
+    m_bStop = true;
+}
+
+bool ZrU3VThreadAcquisition::IsStopRequested()
+{
+    Locker<RecursiveMutex> lock(m_mutex);
+    return m_bStop;
+}
+
+bool ZrU3VThreadAcquisition::_hasAcquired(uint64_t acquired)
+{
+    Locker<RecursiveMutex> lock(m_mutex);
+    return m_nNumToAcquire != GENTL_INFINITE && acquired >= m_nNumToAcquire;
+}
+
+bool ZrU3VThreadAcquisition::_acquireImage()
+{
+    try {
+        return m_pDataStream->AcquireImage() == GC_ERR_SUCCESS;
+    } catch (const std::exception& exception) {
+        TraceA(ZR_TRACE_ERROR, "%s Failed! %s", __func__,
+               exception.what()); // out of memory: the next pass tries again
+        return false;
+    }
+}
+
+void ZrU3VThreadAcquisition::Run()
+{
+    uint64_t acquired = 0;
+    while (!IsStopRequested()) {
+        if (_hasAcquired(acquired)) {
+            // Sets the stop flag, which ends the loop; refused while somebody else starts or stops,
+            // then tried again.
+            m_pDataStream->StopAcquisition(ACQ_STOP_FLAGS_KILL);
+            sched_yield();
+            continue;
+        }
+        if (_acquireImage()) {
+            ++acquired;
+        } else {
+            m_pDataStream->WaitForInputBuffer();
+        }
+    }
+}
