@@ -12,13 +12,17 @@
 
 enum
 {
-    BUFFERS = 4,
+    BUFFERS = SESSION_MAX_BUFFERS,
     IMAGES = 50,
     MANUFACTURER_NAME = 0x004, /* bootstrap registers of the camera */
     USER_DEFINED_NAME = 0x184,
     NAME_LENGTH = 64,
     DOCUMENT_ADDRESS = 0x10000,
 };
+
+/* Slow enough for a loaded machine: buffers and stream channel together hold a third of a second,
+ * and within that no image may be lost. */
+static const char camera_options[] = "width=320,height=240,fps=50";
 
 static int camera;
 
@@ -382,7 +386,7 @@ int main(int count, char** arguments)
     void* const library = producer_load(arguments[1]);
     virtual_bus_find(library);
     bus.reset();
-    camera = bus.add_camera("");
+    camera = bus.add_camera(camera_options);
     whole_job();
     whole_job();
     CHECK_EQUAL(bus.violations(NULL), 0, "no rule of libusb was broken");

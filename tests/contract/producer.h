@@ -9,26 +9,64 @@
 
 #define ZR_GENTL_FUNCTIONS(X)                                                                      \
     X(DSAllocAndAnnounceBuffer)                                                                    \
-    X(DSAnnounceBuffer) X(DSClose) X(DSFlushQueue) X(DSGetBufferChunkData) X(DSGetBufferID)        \
-        X(DSGetBufferInfo) X(DSGetBufferPartInfo) X(DSGetInfo) X(DSGetNumBufferParts)              \
-            X(DSGetParentDev) X(DSQueueBuffer) X(DSRevokeBuffer) X(DSStartAcquisition)             \
-                X(DSStopAcquisition) X(DevClose) X(DevGetDataStreamID) X(DevGetInfo) X(            \
-                    DevGetNumDataStreams) X(DevGetParentIF) X(DevGetPort) X(DevOpenDataStream)     \
-                    X(EventFlush) X(EventGetData) X(EventGetDataInfo) X(EventGetInfo) X(EventKill) \
-                        X(GCCloseLib) X(GCGetInfo) X(GCGetLastError) X(GCGetNumPortURLs)           \
-                            X(GCGetPortInfo) X(GCGetPortURL) X(GCGetPortURLInfo) X(GCInitLib)      \
-                                X(GCReadPort) X(GCReadPortStacked) X(GCRegisterEvent)              \
-                                    X(GCUnregisterEvent) X(GCWritePort) X(GCWritePortStacked)      \
-                                        X(IFClose) X(IFGetDeviceID) X(IFGetDeviceInfo)             \
-                                            X(IFGetInfo) X(IFGetNumDevices) X(IFGetParentTL)       \
-                                                X(IFOpenDevice) X(IFUpdateDeviceList) X(TLClose)   \
-                                                    X(TLGetInfo) X(TLGetInterfaceID)               \
-                                                        X(TLGetInterfaceInfo)                      \
-                                                            X(TLGetNumInterfaces) X(TLOpen)        \
-                                                                X(TLOpenInterface)                 \
-                                                                    X(TLUpdateInterfaceList)       \
-                                                                        X(ZrForceIPConfig)         \
-                                                                            X(ZrSetIPConfig)
+    X(DSAnnounceBuffer)                                                                            \
+    X(DSClose)                                                                                     \
+    X(DSFlushQueue)                                                                                \
+    X(DSGetBufferChunkData)                                                                        \
+    X(DSGetBufferID)                                                                               \
+    X(DSGetBufferInfo)                                                                             \
+    X(DSGetBufferPartInfo)                                                                         \
+    X(DSGetInfo)                                                                                   \
+    X(DSGetNumBufferParts)                                                                         \
+    X(DSGetParentDev)                                                                              \
+    X(DSQueueBuffer)                                                                               \
+    X(DSRevokeBuffer)                                                                              \
+    X(DSStartAcquisition)                                                                          \
+    X(DSStopAcquisition)                                                                           \
+    X(DevClose)                                                                                    \
+    X(DevGetDataStreamID)                                                                          \
+    X(DevGetInfo)                                                                                  \
+    X(DevGetNumDataStreams)                                                                        \
+    X(DevGetParentIF)                                                                              \
+    X(DevGetPort)                                                                                  \
+    X(DevOpenDataStream)                                                                           \
+    X(EventFlush)                                                                                  \
+    X(EventGetData)                                                                                \
+    X(EventGetDataInfo)                                                                            \
+    X(EventGetInfo)                                                                                \
+    X(EventKill)                                                                                   \
+    X(GCCloseLib)                                                                                  \
+    X(GCGetInfo)                                                                                   \
+    X(GCGetLastError)                                                                              \
+    X(GCGetNumPortURLs)                                                                            \
+    X(GCGetPortInfo)                                                                               \
+    X(GCGetPortURL)                                                                                \
+    X(GCGetPortURLInfo)                                                                            \
+    X(GCInitLib)                                                                                   \
+    X(GCReadPort)                                                                                  \
+    X(GCReadPortStacked)                                                                           \
+    X(GCRegisterEvent)                                                                             \
+    X(GCUnregisterEvent)                                                                           \
+    X(GCWritePort)                                                                                 \
+    X(GCWritePortStacked)                                                                          \
+    X(IFClose)                                                                                     \
+    X(IFGetDeviceID)                                                                               \
+    X(IFGetDeviceInfo)                                                                             \
+    X(IFGetInfo)                                                                                   \
+    X(IFGetNumDevices)                                                                             \
+    X(IFGetParentTL)                                                                               \
+    X(IFOpenDevice)                                                                                \
+    X(IFUpdateDeviceList)                                                                          \
+    X(TLClose)                                                                                     \
+    X(TLGetInfo)                                                                                   \
+    X(TLGetInterfaceID)                                                                            \
+    X(TLGetInterfaceInfo)                                                                          \
+    X(TLGetNumInterfaces)                                                                          \
+    X(TLOpen)                                                                                      \
+    X(TLOpenInterface)                                                                             \
+    X(TLUpdateInterfaceList)                                                                       \
+    X(ZrForceIPConfig)                                                                             \
+    X(ZrSetIPConfig)
 
 struct gentl_functions
 {
