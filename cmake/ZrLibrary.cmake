@@ -5,7 +5,8 @@ set(ZR_LIBRARY_FOLDERS zr_base zr_logging zr_gentl zr_u3v zr_xml zr_u3v_tl_objec
 set(ZR_EXPORTS_MAP "${CMAKE_SOURCE_DIR}/u3v_tl/exports.map")
 
 add_library(zr_u3v_tl SHARED)
-target_link_libraries(zr_u3v_tl PRIVATE ${ZR_LIBRARY_FOLDERS})
+# The one place that names the real libusb; the folders know its headers only.
+target_link_libraries(zr_u3v_tl PRIVATE ${ZR_LIBRARY_FOLDERS} PkgConfig::LIBUSB)
 set_target_properties(zr_u3v_tl PROPERTIES
     OUTPUT_NAME zr_u3v_tl_x64
     VERSION ${PROJECT_VERSION}
