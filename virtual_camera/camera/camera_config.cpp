@@ -1,0 +1,272 @@
+#include "camera_config.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <limits>
+
+#include "fault_plan.h"
+#include "pixel_format.h"
+
+namespace vcam {
+
+namespace {
+
+constexpr std::uint32_t kMaxSide = 16384;
+constexpr std::size_t kMaxString = 63; // register strings end with a zero
+
+template <typename T>
+bool ToNumber(std::string_view text, T& number)
+{
+    const bool hexadecimal = text.starts_with("0x");
+    text.remove_prefix(hexadecimal ? 2 : 0);
+    T value{};
+    const auto [end, error] =
+        std::from_chars(text.data(), text.data() + text.size(), value, hexadecimal ? 16 : 10);
+    if (error != std::errc() || end != text.data() + text.size()) {
+        return false;
+    }
+    number = value;
+    return true;
+}
+
+template <typename T>
+bool InRange(std::string_view text, T& number, T low, T high)
+{
+    T value{};
+    if (!ToNumber(text, value) || value < low || value > high) {
+        return false;
+    }
+    number = value;
+    return true;
+}
+
+bool ToFlag(std::string_view text, bool& flag)
+{
+    const bool yes = text == "1" || text == "yes" || text == "on";
+    const bool no = text == "0" || text == "no" || text == "off";
+    flag = yes;
+    return yes || no;
+}
+
+bool ToRate(std::string_view text, double& rate)
+{
+    const std::string copy(text);
+    char* end = nullptr;
+    const double value = std::strtod(copy.c_str(), &end);
+    if (copy.empty() || *end != '\0' || !(value >= 0 && value <= 100000)) {
+        return false;
+    }
+    rate = value;
+    return true;
+}
+
+bool ToString(std::string_view text, std::string& target)
+{
+    const bool printable =
+        std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
+    if (!printable || text.size() > kMaxString) {
+        return false;
+    }
+    target = text;
+    return true;
+}
+
+bool ToFormat(std::string_view text, std::string& format)
+{
+    format = text;
+    return FindPixelFormat(text) != nullptr;
+}
+
+bool ToPattern(std::string_view text, Pattern& pattern)
+{
+    constexpr std::pair<std::string_view, Pattern> kPatterns[] = {
+        {"bytes", Pattern::Bytes}, {"ramp", Pattern::Ramp}, {"scene", Pattern::Scene}};
+    for (const auto& [name, value] : kPatterns) {
+        if (name == text) {
+            pattern = value;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool ToFaults(std::string_view text, std::string& faults)
+{
+    faults = text;
+    return FaultPlan().Parse(text).empty();
+}
+
+using Config = CameraConfig;
+using Text = std::string_view;
+
+template <auto Member>
+bool SetString(Config& c, Text v)
+{
+    return ToString(v, c.*Member);
+}
+
+template <auto Member>
+bool SetFlag(Config& c, Text v)
+{
+    return ToFlag(v, c.*Member);
+}
+
+template <auto Member, std::uint64_t Low, std::uint64_t High>
+bool SetNumber(Config& c, Text v)
+{
+    using T = std::remove_reference_t<decltype(c.*Member)>;
+    return InRange<T>(v, c.*Member, static_cast<T>(Low), static_cast<T>(High));
+}
+
+constexpr std::uint64_t kMaxU32 = std::numeric_limits<std::uint32_t>::max();
+
+struct Option
+{
+    OptionName name;
+    bool (*set)(Config&, Text);
+};
+
+constexpr Option kOptions[] = {
+    {{"guid", "device GUID, 12 upper-case hexadecimal digits"}, SetString<&Config::guid>},
+    {{"vendor", "vendor name"}, SetString<&Config::vendor>},
+    {{"model", "model name"}, SetString<&Config::model>},
+    {{"family", "family name"}, SetString<&Config::family>},
+    {{"version", "device version"}, SetString<&Config::version>},
+    {{"info", "manufacturer info"}, SetString<&Config::info>},
+    {{"serial", "serial number"}, SetString<&Config::serial>},
+    {{"user", "user-defined name"}, SetString<&Config::user>},
+    {{"width", "image width in pixels"}, SetNumber<&Config::width, 1, kMaxSide>},
+    {{"height", "image height in pixels"}, SetNumber<&Config::height, 1, kMaxSide>},
+    {{"format", "pixel format by name"}, [](Config& c, Text v) { return ToFormat(v, c.format); }},
+    {{"fps", "images per second; 0: as fast as the host reads"},
+     [](Config& c, Text v) { return ToRate(v, c.fps); }},
+    {{"pattern", "bytes (checkable), ramp or scene"},
+     [](Config& c, Text v) { return ToPattern(v, c.pattern); }},
+    {{"seed", "makes the bytes of this camera's images its own"},
+     SetNumber<&Config::seed, 0, kMaxU32>},
+    {{"drop", "1: images that find no room are lost; 0: the camera waits"}, SetFlag<&Config::drop>},
+    {{"depth", "images that the camera itself can keep"}, SetNumber<&Config::depth, 1, 1000>},
+    {{"zip", "1: the description file is zipped"}, SetFlag<&Config::zip>},
+    {{"strict", "1: a read command must carry length 12"}, SetFlag<&Config::strict>},
+    {{"events", "1: with an event interface"}, SetFlag<&Config::events>},
+    {{"high-speed", "1: a USB 2.0 camera"}, SetFlag<&Config::highSpeed>},
+    {{"written-length", "0: write acknowledges without the written length"},
+     SetFlag<&Config::writtenLength>},
+    {{"alignment", "exponent of the alignment of payload sizes"},
+     SetNumber<&Config::alignment, 0, 255>},
+    {{"leader", "required leader size"}, SetNumber<&Config::leaderSize, 52, 65535>},
+    {{"trailer", "required trailer size"}, SetNumber<&Config::trailerSize, 32, 65535>},
+    {{"payload-extra", "bytes that the payload exceeds the image by"},
+     SetNumber<&Config::payloadExtra, 0, 1U << 24>},
+    {{"max-command", "maximum command transfer length"}, SetNumber<&Config::maxCommand, 24, 65535>},
+    {{"max-acknowledge", "maximum acknowledge transfer length"},
+     SetNumber<&Config::maxAcknowledge, 16, 65535>},
+    {{"response-ms", "maximum device response time"}, SetNumber<&Config::responseMs, 0, kMaxU32>},
+    {{"pending-ms", "time-out in a pending acknowledge"}, SetNumber<&Config::pendingMs, 0, 65535>},
+    {{"pending-delay-ms", "pause after a pending acknowledge"},
+     SetNumber<&Config::pendingDelayMs, 0, 600000>},
+    {{"privilege", "value of the access privilege register"},
+     SetNumber<&Config::privilege, 0, kMaxU32>},
+    {{"reboot-ms", "how long a rebooting camera stays away"},
+     SetNumber<&Config::rebootMs, 0, 600000>},
+    {{"unplug-after", "goes away after so many images; 0: never"},
+     SetNumber<&Config::unplugAfter, 0, std::numeric_limits<std::uint64_t>::max()>},
+    {{"replug-ms", "comes back so long after it has gone away; 0: never"},
+     SetNumber<&Config::replugMs, 0, 600000>},
+    {{"vid", "USB vendor id"}, SetNumber<&Config::vendorId, 0, 65535>},
+    {{"pid", "USB product id"}, SetNumber<&Config::productId, 0, 65535>},
+    {{"faults", "what goes wrong: name@image:value,..."},
+     [](Config& c, Text v) { return ToFaults(v, c.faults); }},
+};
+
+} // namespace
+
+std::span<const OptionName> OptionNames()
+{
+    static const std::vector<OptionName> names = [] {
+        std::vector<OptionName> list;
+        for (const Option& option : kOptions) {
+            list.push_back(option.name);
+        }
+        return list;
+    }();
+    return names;
+}
+
+std::string CameraConfig::Set(std::string_view key, std::string_view value)
+{
+    const auto* option = std::find_if(std::begin(kOptions), std::end(kOptions),
+                                      [key](const Option& o) { return key == o.name.key; });
+    if (option == std::end(kOptions)) {
+        return "unknown option \"" + std::string(key) + "\"";
+    }
+    CameraConfig changed = *this;
+    if (!option->set(changed, value)) {
+        return "wrong value for \"" + std::string(key) + "\": \"" + std::string(value) + "\" (" +
+               option->name.meaning + ")";
+    }
+    *this = std::move(changed);
+    return {};
+}
+
+std::string CameraConfig::Apply(std::string_view options)
+{
+    OptionList list;
+    std::string error = SplitOptions(options, list);
+    CameraConfig changed = *this;
+    for (const auto& [key, value] : list) {
+        error = error.empty() ? changed.Set(key, value) : error;
+    }
+    if (error.empty()) {
+        *this = std::move(changed);
+    }
+    return error;
+}
+
+CameraConfig CameraConfig::Numbered(std::uint32_t n) const
+{
+    CameraConfig other = *this;
+    std::uint32_t id = 0;
+    if (guid.size() == 12 && ToNumber<std::uint32_t>("0x" + guid.substr(4), id)) {
+        char digits[9];
+        std::snprintf(digits, sizeof digits, "%08X", id + n);
+        other.guid = guid.substr(0, 4) + digits;
+    }
+    std::size_t digit = serial.find_last_not_of("0123456789");
+    digit = digit == std::string::npos ? 0 : digit + 1;
+    std::uint32_t number = 0;
+    if (digit < serial.size() && ToNumber<std::uint32_t>(serial.substr(digit), number)) {
+        std::string text = std::to_string(number + n);
+        const std::size_t digits = serial.size() - digit;
+        text.insert(0, digits > text.size() ? digits - text.size() : 0, '0');
+        other.serial = serial.substr(0, digit) + text;
+    }
+    other.seed = seed + n;
+    return other;
+}
+
+std::string SplitOptions(std::string_view options, OptionList& list)
+{
+    while (!options.empty()) {
+        const std::size_t end = std::min(options.find(','), options.size());
+        const std::string_view word = options.substr(0, end);
+        options.remove_prefix(std::min(end + 1, options.size()));
+        const std::size_t equals = word.find('=');
+        if (word.empty()) {
+            continue;
+        }
+        if (equals != std::string_view::npos) {
+            list.emplace_back(word.substr(0, equals), word.substr(equals + 1));
+        } else if (!list.empty() && list.back().first == "faults") {
+            list.back().second.append(",").append(word);
+        } else {
+            return "not of the form key=value: \"" + std::string(word) + "\"";
+        }
+    }
+    return {};
+}
+
+} // namespace vcam

@@ -1,0 +1,92 @@
+// Everything about a virtual camera that can be chosen, and its text form "key=value,key=value".
+#ifndef VCAM_CAMERA_CONFIG_H
+#define VCAM_CAMERA_CONFIG_H
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace vcam {
+
+enum class Pattern : std::uint32_t
+{
+    Bytes = 0,
+    Ramp = 1,
+    Scene = 2
+};
+
+struct CameraConfig
+{
+    // Strings; the GUID is 12 upper-case hexadecimal digits.
+    std::string guid = "120900000001";
+    std::string vendor = "ZRK-ORVANE GmbH";
+    std::string model = "Virtual U3V";
+    std::string family = "Virtual";
+    std::string version = "1.0.0";
+    std::string info = "simulated camera";
+    std::string serial = "VC000001";
+    std::string user;
+
+    // Image.
+    std::uint32_t width = 640;
+    std::uint32_t height = 480;
+    std::string format = "Mono8";
+    double fps = 0; // 0: an image is ready whenever the host reads
+    Pattern pattern = Pattern::Bytes;
+    std::uint32_t seed = 1;
+    bool drop = false;       // frames that find no room are lost instead of waiting
+    std::uint32_t depth = 3; // frames that the camera itself can keep
+
+    // Protocol.
+    bool zip = false;
+    bool strict = false;           // a read command's length field must be 12
+    bool events = false;           // an event interface between control and stream
+    bool highSpeed = false;        // USB 2.0 packets of 512 bytes
+    bool writtenLength = true;     // write acknowledges tell how much was written
+    std::uint32_t alignment = 3;   // exponent: sizes are multiples of 2^alignment
+    std::uint32_t leaderSize = 52; // required sizes; larger ones are padded with zeros
+    std::uint32_t trailerSize = 32;
+    std::uint32_t payloadExtra = 0;  // bytes that the required payload exceeds the image by
+    std::uint32_t maxCommand = 2048; // transfer lengths of the control channel
+    std::uint32_t maxAcknowledge = 1024;
+    std::uint32_t responseMs = 1000;  // maximum device response time
+    std::uint32_t pendingMs = 500;    // time-out that a pending acknowledge asks for
+    std::uint32_t pendingDelayMs = 0; // how long the camera waits after a pending acknowledge
+    std::uint32_t privilege = 0;      // access privilege register
+    std::uint32_t rebootMs = 200;     // how long a rebooting camera stays away
+
+    // Life on the bus.
+    std::uint64_t unplugAfter = 0; // images; 0: never
+    std::uint32_t replugMs = 0;    // comes back so long after; 0: never
+    std::uint16_t vendorId = 0x1209;
+    std::uint16_t productId = 0x0001;
+    std::string faults;
+
+    // Changes one value. Returns the reason when key or value are not right.
+    std::string Set(std::string_view key, std::string_view value);
+    // Applies a whole option text. A word without '=' continues the list of faults before it.
+    std::string Apply(std::string_view options);
+    // The same camera as the n-th of several: GUID, serial number and seed count on.
+    CameraConfig Numbered(std::uint32_t n) const;
+};
+
+struct OptionName
+{
+    const char* key;
+    const char* meaning;
+};
+
+// The keys with a line of explanation each.
+std::span<const OptionName> OptionNames();
+
+using OptionList = std::vector<std::pair<std::string, std::string>>;
+
+// Splits "key=value,..." as Apply does. Returns the reason when the text is not of this form.
+std::string SplitOptions(std::string_view options, OptionList& list);
+
+} // namespace vcam
+
+#endif
