@@ -1,0 +1,120 @@
+#include "zr_sync_thread.h"
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// What a test function and its thread share.
+struct Job
+{
+    std::atomic<bool> release{false};
+    std::atomic<bool> entered{false};
+    std::atomic<bool> done{false};
+};
+
+void RunJob(void* argument)
+{
+    auto* job = static_cast<Job*>(argument);
+    job->entered = true;
+    while (!job->release) {
+        std::this_thread::sleep_for(1ms);
+    }
+    job->done = true;
+}
+
+TEST(SyncThread, Join_FunctionStillRuns_WaitsForIt)
+{
+    Job job;
+    ZrSync_U3V::thread worker(&RunJob, &job);
+    std::thread releaser([&] {
+        std::this_thread::sleep_for(20ms);
+        job.release = true;
+    });
+    worker.join();
+    EXPECT_TRUE(job.done);
+    releaser.join();
+}
+
+TEST(SyncThread, Join_Twice_SecondReturnsAtOnce)
+{
+    Job job;
+    job.release = true;
+    ZrSync_U3V::thread worker(&RunJob, &job);
+    worker.join();
+    worker.join();
+}
+
+TEST(SyncThread, Join_FunctionReturned_ReturnsAtOnce)
+{
+    Job job;
+    job.release = true;
+    ZrSync_U3V::thread worker(&RunJob, &job);
+    while (!job.done) {
+        std::this_thread::sleep_for(1ms);
+    }
+    std::this_thread::sleep_for(20ms);
+    worker.join();
+    EXPECT_TRUE(job.done);
+}
+
+TEST(SyncThread, Destructor_FunctionStillRuns_DetachesAndLetsItEnd)
+{
+    static Job job; // outlives the detached thread
+    {
+        ZrSync_U3V::thread worker(&RunJob, &job);
+        while (!job.entered) {
+            std::this_thread::sleep_for(1ms);
+        }
+    }
+    EXPECT_FALSE(job.done);
+    job.release = true;
+    while (!job.done) {
+        std::this_thread::sleep_for(1ms);
+    }
+    std::this_thread::sleep_for(20ms);
+}
+
+TEST(SyncThreadDeathTest, Function_ThrowsException_EndsTheProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            const rlimit noCore{};
+            setrlimit(RLIMIT_CORE, &noCore);
+            ZrSync_U3V::thread worker([](void*) { throw std::runtime_error("out of the thread"); },
+                                      nullptr);
+            worker.join();
+            std::this_thread::sleep_for(5s);
+        },
+        testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST(SyncThreadDeathTest, Constructor_NoThreadCanBeMade_JoinReturnsAndFunctionIsNotCalled)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // Root is not bound by the limit on processes; a stack larger than the address space is.
+    EXPECT_EXIT(
+        {
+            pthread_attr_t attributes;
+            pthread_attr_init(&attributes);
+            pthread_attr_setstacksize(&attributes, size_t{1} << 62);
+            const bool limited = pthread_setattr_default_np(&attributes) == 0;
+            std::atomic<bool> called{false};
+            ZrSync_U3V::thread worker(
+                [](void* flag) { *static_cast<std::atomic<bool>*>(flag) = true; }, &called);
+            worker.join();
+            _exit(limited && !called ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+} // namespace

@@ -1,0 +1,118 @@
+#include "zr_trace.h"
+
+#include <cstdio>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <syslog.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "syslog_capture.h"
+
+namespace {
+
+struct Traced
+{
+    unsigned level;
+    std::string line;
+    std::string message;
+};
+
+std::vector<Traced> g_traced;
+
+void Collect(unsigned level, const char* line, const char* message)
+{
+    g_traced.push_back({level, line, message});
+}
+
+class TraceTest : public testing::Test
+{
+protected:
+    TraceTest()
+    {
+        g_traced.clear();
+        TakeSyslogMessages();
+        SetTraceHook(&Collect);
+    }
+    ~TraceTest() override { SetTraceHook(nullptr); }
+
+    static std::string Prefix(const char* tag)
+    {
+        char text[200];
+        snprintf(text, sizeof text, " %s [pid] 0x%08x [tid] 0x%08x ", tag,
+                 static_cast<unsigned>(getpid()), static_cast<unsigned>(gettid()));
+        return text;
+    }
+};
+
+struct LevelRow
+{
+    unsigned level;
+    const char* tag;
+};
+
+class TraceLevelTest : public TraceTest, public testing::WithParamInterface<LevelRow>
+{
+};
+
+TEST_P(TraceLevelTest, TraceA_Level_TagsTheLine)
+{
+    TraceA(GetParam().level, "%s Failed:%d", "TLOpen", -1006);
+    ASSERT_EQ(g_traced.size(), 1u);
+    EXPECT_EQ(g_traced[0].level, GetParam().level);
+    EXPECT_EQ(g_traced[0].line, Prefix(GetParam().tag) + "TLOpen Failed:-1006");
+    EXPECT_EQ(g_traced[0].message, "TLOpen Failed:-1006");
+}
+
+INSTANTIATE_TEST_SUITE_P(Levels, TraceLevelTest,
+                         testing::Values(LevelRow{2, "[ERROR   ]"}, LevelRow{4, "[WARNING ]"},
+                                         LevelRow{8, "[INFO    ]"}, LevelRow{32, "[DEBUG   ]"},
+                                         LevelRow{0, "[unknow]"}, LevelRow{16, "[unknow]"},
+                                         LevelRow{0xFFFFFFFF, "[unknow]"}));
+
+TEST_F(TraceTest, TraceA_OnAnotherThread_CarriesThatThreadsId)
+{
+    unsigned tid = 0;
+    std::thread([&] {
+        tid = static_cast<unsigned>(gettid());
+        TraceA(ZR_TRACE_INFO, "x");
+    }).join();
+    char text[32];
+    snprintf(text, sizeof text, "[tid] 0x%08x ", tid);
+    EXPECT_THAT(g_traced.at(0).line, testing::HasSubstr(text));
+}
+
+TEST_F(TraceTest, TraceA_MessageLongerThanTheLine_IsCutAt1023Characters)
+{
+    TraceA(ZR_TRACE_DEBUG, "%s", std::string(5000, 'x').c_str());
+    ASSERT_EQ(g_traced.size(), 1u);
+    EXPECT_EQ(g_traced[0].line.size(), 1023u);
+    EXPECT_THAT(TakeSyslogMessages(), testing::IsEmpty());
+}
+
+TEST_F(TraceTest, TraceA_FormattingFails_TellsTheSystemLogOnce)
+{
+    const wchar_t invalid[] = {static_cast<wchar_t>(0x7FFFFFFF), 0};
+    TraceA(ZR_TRACE_ERROR, "%ls", invalid);
+    const auto messages = TakeSyslogMessages();
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0].priority, LOG_ERR);
+    EXPECT_EQ(messages[0].text, "vsnprintf not successful ");
+    EXPECT_TRUE(g_traced.empty());
+}
+
+TEST_F(TraceTest, TraceA_WithoutHook_IsSilent)
+{
+    SetTraceHook(nullptr);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    TraceA(ZR_TRACE_ERROR, "%s", "anything");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_TRUE(g_traced.empty());
+    EXPECT_THAT(TakeSyslogMessages(), testing::IsEmpty());
+}
+
+} // namespace
