@@ -37,6 +37,7 @@ using BufferMemory = std::unique_ptr<uint8_t[]>;
 // thread is given what it needs.
 struct Acquisition
 {
+    bool started = false;
     EVENT_HANDLE hEvent = nullptr;
     std::thread thread;
     std::vector<BufferMemory> memory; // announced, owned here
@@ -206,6 +207,7 @@ void ImageAcquisitionStart(DS_HANDLE hDataStream, PORT_HANDLE hRemotePort)
         std::printf(":%s GCRegisterEvent failed!:%d\n", __func__, status);
         return;
     }
+    g_acquisition.started = true;
     g_acquisition.hEvent = hEvent;
     uint32_t bufferSize = 0; // stays 0 if the camera does not answer
     ReadRegister32(hRemotePort, kPayloadSizeRegister, bufferSize);
@@ -237,6 +239,7 @@ void ImageAcquisitionStop(DS_HANDLE hDataStream, PORT_HANDLE hRemotePort)
         std::printf(":%s DSFlushQueue failed!:%d\n", __func__, status);
     }
     GCUnregisterEvent(hDataStream, EVENT_NEW_BUFFER);
+    g_acquisition.started = false;
     g_acquisition.hEvent = nullptr;
     status = DSStopAcquisition(hDataStream, ACQ_STOP_FLAGS_DEFAULT);
     if (status != GC_ERR_SUCCESS) {
@@ -252,7 +255,7 @@ void ImageAcquisitionStop(DS_HANDLE hDataStream, PORT_HANDLE hRemotePort)
 
 bool ImageAcquisitionIsStarted()
 {
-    return g_acquisition.hEvent != nullptr;
+    return g_acquisition.started;
 }
 
 void ReleaseAcquisitionBuffers()
