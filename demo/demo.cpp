@@ -308,12 +308,12 @@ bool Parse(int count, char** arguments, Options& options)
 {
     for (int i = 1; i < count; i++) {
         const std::string argument = arguments[i];
-        const bool has_value = i + 1 < count;
-        if (argument == "--camera" && has_value) {
+        const bool hasValue = i + 1 < count;
+        if (argument == "--camera" && hasValue) {
             options.camera = arguments[++i];
-        } else if (argument == "--out" && has_value) {
+        } else if (argument == "--out" && hasValue) {
             options.folder = arguments[++i];
-        } else if (argument == "--images" && has_value) {
+        } else if (argument == "--images" && hasValue) {
             const char* const text = arguments[++i];
             std::from_chars(text, text + std::strlen(text), options.images);
         } else if (options.producer.empty() && argument.front() != '-') {
