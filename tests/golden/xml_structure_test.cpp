@@ -141,8 +141,8 @@ TEST(XmlOrderCheck, MisplacedMissingOrDoubledChild_IsFound)
         "<Port><ImposedAccessMode>RW</ImposedAccessMode><Visibility>Guru</Visibility></Port>",
         "<String><ToolTip>t</ToolTip></String>",
         "<String><Value>1</Value><pValue>a</pValue></String>",
-        "<IntReg><Address>0</Address><Length>4</Length><AccessMode>RO</AccessMode>"
-        "<pPort>P</pPort><Endianess>LittleEndian</Endianess><Sign>Unsigned</Sign></IntReg>",
+        ("<IntReg><Address>0</Address><Length>4</Length><AccessMode>RO</AccessMode>"
+         "<pPort>P</pPort><Endianess>LittleEndian</Endianess><Sign>Unsigned</Sign></IntReg>"),
         "<Integer><pSelected>a</pSelected><Value>1</Value></Integer>",
         "<Register/>"};
     for (const char* fault : faults) {
