@@ -1,0 +1,140 @@
+#include "zr_event_handler.h"
+
+#include <atomic>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+TEST(EventHandler, WaitForEvent_BitSet_ReturnsItWithoutWaitingEachTime)
+{
+    ZrEventHandler_U3V event(1);
+    event.SetEvent(1);
+    EXPECT_EQ(event.WaitForEvent(10'000), 1u);
+    EXPECT_EQ(event.WaitForEvent(10'000), 1u); // manual reset
+    event.ResetEvent(1);
+    EXPECT_EQ(event.WaitForEvent(0), 0u);
+}
+
+TEST(EventHandler, SetEvent_NoAcceptedBit_DoesNothing)
+{
+    ZrEventHandler_U3V event(1);
+    event.SetEvent(2);
+    event.SetEvent(0);
+    EXPECT_EQ(event.WaitForEvent(0), 0u);
+}
+
+TEST(EventHandler, SetEvent_OneAcceptedBit_SetsAllGivenBits)
+{
+    ZrEventHandler_U3V event(1);
+    event.SetEvent(3);
+    EXPECT_EQ(event.WaitForEvent(0), 3u);
+    event.ResetEvent(2); // not accepted: stays
+    EXPECT_EQ(event.WaitForEvent(0), 3u);
+    event.ResetEvent(3);
+    EXPECT_EQ(event.WaitForEvent(0), 0u);
+}
+
+TEST(EventHandler, KillBits_AreAlwaysAccepted)
+{
+    ZrEventHandler_U3V event(0);
+    event.SetEvent(0x80000000u);
+    EXPECT_EQ(event.WaitForEvent(0), 0x80000000u);
+    event.Kill();
+    EXPECT_EQ(event.WaitForEvent(0), 0xF0000000u);
+    event.ResetEvent(0xF0000000u);
+    EXPECT_EQ(event.WaitForEvent(0), 0u);
+}
+
+TEST(EventHandler, Kill_WithAnotherBitSet_KeepsIt)
+{
+    ZrEventHandler_U3V event(1);
+    event.SetEvent(1);
+    event.Kill();
+    EXPECT_EQ(event.WaitForEvent(0), 0xF0000001u);
+}
+
+TEST(EventHandler, WaitForEvent_ZeroTimeout_ReturnsAtOnce)
+{
+    ZrEventHandler_U3V event(1);
+    const auto start = Clock::now();
+    EXPECT_EQ(event.WaitForEvent(0), 0u);
+    EXPECT_LT(Clock::now() - start, 500ms);
+}
+
+TEST(EventHandler, WaitForEvent_NegativeTimeout_ReturnsAtOnce)
+{
+    ZrEventHandler_U3V event(1);
+    const auto start = Clock::now();
+    for (const int32_t timeout : {-1, -999, -1000, -1001, INT32_MIN}) {
+        EXPECT_EQ(event.WaitForEvent(timeout), 0u) << timeout;
+    }
+    EXPECT_LT(Clock::now() - start, 500ms);
+}
+
+TEST(EventHandler, WaitForEvent_NothingSet_WaitsTheTimeout)
+{
+    ZrEventHandler_U3V event(1);
+    const auto start = Clock::now();
+    EXPECT_EQ(event.WaitForEvent(30), 0u);
+    EXPECT_GE(Clock::now() - start, 25ms);
+}
+
+TEST(EventHandler, WaitForEvent_SetMeanwhile_ReturnsTheState)
+{
+    ZrEventHandler_U3V event(16);
+    std::thread setter([&] {
+        std::this_thread::sleep_for(10ms);
+        event.SetEvent(16);
+    });
+    EXPECT_EQ(event.WaitForEvent(10'000), 16u);
+    setter.join();
+}
+
+TEST(EventHandler, Kill_ManyWaiters_ReleasesAllOfThem)
+{
+    ZrEventHandler_U3V event(1);
+    std::vector<std::thread> waiters;
+    std::atomic<int> aborted{0};
+    const auto start = Clock::now();
+    for (int i = 0; i < 4; ++i) {
+        waiters.emplace_back([&] { aborted += event.WaitForEvent(20'000) == 0xF0000000u; });
+    }
+    std::this_thread::sleep_for(20ms);
+    event.Kill();
+    for (auto& waiter : waiters) {
+        waiter.join();
+    }
+    EXPECT_EQ(aborted, 4);
+    EXPECT_LT(Clock::now() - start, 10s);
+}
+
+TEST(EventHandler, SetEvent_BetweenLookAndSleep_IsNeverLost)
+{
+    // Each hand-over would take the full time-out if one wake-up were lost.
+    ZrEventHandler_U3V ping(1);
+    ZrEventHandler_U3V pong(1);
+    constexpr int kRounds = 2'000;
+    const auto play = [](ZrEventHandler_U3V& wait, ZrEventHandler_U3V& tell) {
+        int lost = 0;
+        for (int i = 0; i < kRounds; ++i) {
+            lost += wait.WaitForEvent(5'000) != 1;
+            wait.ResetEvent(1);
+            tell.SetEvent(1);
+        }
+        return lost;
+    };
+    int otherLost = 0;
+    std::thread other([&] { otherLost = play(ping, pong); });
+    ping.SetEvent(1);
+    const int lost = play(pong, ping);
+    other.join();
+    EXPECT_EQ(lost + otherLost, 0);
+}
+
+} // namespace

@@ -1,0 +1,217 @@
+#include "zr_gentl_thread.h"
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <gtest/gtest.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include "test_module.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+class TestThread : public ZrGenTLThreadBase
+{
+public:
+    explicit TestThread(std::function<void(TestThread&)> body) : m_body(std::move(body)) {}
+    ~TestThread() override { Wait(-1); }
+    void Run() override
+    {
+        ++runs;
+        m_body(*this);
+    }
+    std::atomic<int> runs{0};
+    std::atomic<bool> release{false};
+
+    static void UntilReleased(TestThread& self)
+    {
+        while (!self.release) {
+            std::this_thread::sleep_for(1ms);
+        }
+    }
+
+private:
+    std::function<void(TestThread&)> m_body;
+};
+
+void Nothing(TestThread& /*self*/)
+{
+}
+
+void WaitUntilEnded(ZrGenTLThreadBase& thread)
+{
+    while (thread.IsRunning()) {
+        std::this_thread::sleep_for(1ms);
+    }
+}
+
+TEST(ThreadBase, VirtualOperations_StandInTheirOrder)
+{
+    EXPECT_EQ(SlotOf(&ZrGenTLThreadBase::Start), 2u);
+    EXPECT_EQ(SlotOf(&ZrGenTLThreadBase::Run), 3u);
+}
+
+TEST(ThreadBase, Start_RunsOnceAndIsRunningMeanwhile)
+{
+    TestThread thread(&TestThread::UntilReleased);
+    EXPECT_FALSE(thread.IsRunning());
+    EXPECT_TRUE(thread.Start());
+    EXPECT_TRUE(thread.IsRunning());
+    thread.release = true;
+    EXPECT_TRUE(thread.Wait(0)); // the time-out is ignored
+    EXPECT_FALSE(thread.IsRunning());
+    EXPECT_EQ(thread.runs, 1);
+}
+
+TEST(ThreadBase, Wait_NeverStarted_ReturnsAtOnce)
+{
+    TestThread thread(&Nothing);
+    EXPECT_TRUE(thread.Wait(-1));
+    EXPECT_TRUE(thread.Wait(1000));
+}
+
+TEST(ThreadBase, Wait_Twice_ReturnsAtOnce)
+{
+    TestThread thread(&Nothing);
+    EXPECT_TRUE(thread.Start());
+    EXPECT_TRUE(thread.Wait(-1));
+    EXPECT_TRUE(thread.Wait(-1));
+}
+
+TEST(ThreadBase, Wait_ManyThreads_AllReturnAfterTheEnd)
+{
+    TestThread thread(&TestThread::UntilReleased);
+    ASSERT_TRUE(thread.Start());
+    std::atomic<int> early{0};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 4; ++i) {
+        waiters.emplace_back([&] {
+            thread.Wait(-1);
+            early += thread.IsRunning();
+        });
+    }
+    std::this_thread::sleep_for(10ms);
+    thread.release = true;
+    for (auto& waiter : waiters) {
+        waiter.join();
+    }
+    EXPECT_EQ(early, 0);
+}
+
+TEST(ThreadBase, Wait_OnTheThreadItself_ReturnsAtOnce)
+{
+    std::atomic<bool> result{false};
+    std::atomic<bool> current{false};
+    TestThread thread([&](TestThread& self) {
+        result = self.Wait(-1);
+        current = self.IsCurrentThread();
+    });
+    EXPECT_FALSE(thread.IsCurrentThread());
+    ASSERT_TRUE(thread.Start());
+    EXPECT_FALSE(thread.IsCurrentThread());
+    EXPECT_TRUE(thread.Wait(-1));
+    EXPECT_TRUE(result);
+    EXPECT_TRUE(current);
+    EXPECT_FALSE(thread.IsCurrentThread());
+}
+
+TEST(ThreadBase, Wait_OnTheThreadItselfWhileAnotherJoins_DoesNotDeadlock)
+{
+    std::atomic<bool> go{false};
+    TestThread thread([&](TestThread& self) {
+        while (!go) {
+            std::this_thread::sleep_for(1ms);
+        }
+        self.Wait(-1);
+    });
+    ASSERT_TRUE(thread.Start());
+    std::thread other([&] { thread.Wait(-1); });
+    std::this_thread::sleep_for(10ms);
+    go = true;
+    other.join();
+}
+
+TEST(ThreadBase, Start_WhileRunning_IsRefused)
+{
+    TestThread thread(&TestThread::UntilReleased);
+    ASSERT_TRUE(thread.Start());
+    EXPECT_FALSE(thread.Start());
+    thread.release = true;
+    thread.Wait(-1);
+    EXPECT_EQ(thread.runs, 1);
+}
+
+TEST(ThreadBase, Start_AfterAnUnjoinedEnd_JoinsAndRunsAgain)
+{
+    TestThread thread(&Nothing);
+    for (int i = 1; i <= 50; ++i) {
+        ASSERT_TRUE(thread.Start());
+        WaitUntilEnded(thread);
+        ASSERT_EQ(thread.runs, i);
+    }
+}
+
+TEST(ThreadBase, StartAndWaitFromManyThreads_NeverDeadlocksOrJoinsTwice)
+{
+    TestThread thread(&Nothing);
+    std::vector<std::thread> users;
+    for (int i = 0; i < 4; ++i) {
+        users.emplace_back([&] {
+            for (int k = 0; k < 100; ++k) {
+                thread.Start();
+                thread.Wait(-1);
+                thread.IsCurrentThread();
+            }
+        });
+    }
+    for (auto& user : users) {
+        user.join();
+    }
+    EXPECT_FALSE(thread.IsRunning());
+    EXPECT_GT(thread.runs, 0);
+}
+
+TEST(ThreadBase, Terminate_EndsAThreadInACancellationPoint)
+{
+    TestThread thread([](TestThread&) {
+        for (;;) {
+            usleep(1000);
+        }
+    });
+    ASSERT_TRUE(thread.Start());
+    while (thread.runs == 0) {
+        std::this_thread::yield();
+    }
+    EXPECT_TRUE(thread.Terminate(0));
+    EXPECT_TRUE(thread.Wait(-1));
+    EXPECT_FALSE(thread.IsRunning());
+    EXPECT_TRUE(thread.Terminate(0)); // nothing left to end
+}
+
+TEST(ThreadBase, Terminate_NeverStarted_IsTrue)
+{
+    TestThread thread(&Nothing);
+    EXPECT_TRUE(thread.Terminate(0));
+}
+
+TEST(ThreadBase, Destructor_EndedButNotJoined_LeaksNoThread)
+{
+    class Bare : public ZrGenTLThreadBase
+    {
+    public:
+        void Run() override { done = true; }
+        std::atomic<bool> done{false};
+    };
+    for (int i = 0; i < 20; ++i) {
+        Bare bare;
+        ASSERT_TRUE(bare.Start());
+        WaitUntilEnded(bare);
+    }
+}
+
+} // namespace

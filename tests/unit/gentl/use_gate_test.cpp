@@ -1,0 +1,131 @@
+#include "zr_gentl_use_gate.h"
+
+#include <atomic>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <memory>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+struct Gated
+{
+    ZrGenTLUseGate& Gate() { return gate; }
+    ZrGenTLUseGate gate;
+    int value = 7;
+};
+using Pinned = ZrGenTLPinned<Gated>;
+
+TEST(UseGate, TryEnter_Open_IsAllowedManyTimes)
+{
+    ZrGenTLUseGate gate;
+    EXPECT_TRUE(gate.TryEnter());
+    EXPECT_TRUE(gate.TryEnter());
+    gate.Leave();
+    gate.Leave();
+    gate.ShutAndWait();
+}
+
+TEST(UseGate, TryEnter_Shut_IsRefusedUntilReopened)
+{
+    ZrGenTLUseGate gate;
+    gate.ShutAndWait();
+    EXPECT_FALSE(gate.TryEnter());
+    gate.ShutAndWait();
+    gate.Reopen();
+    EXPECT_TRUE(gate.TryEnter());
+    gate.Leave();
+}
+
+TEST(UseGate, ShutAndWait_SomebodyInside_ReturnsWhenTheLastLeft)
+{
+    ZrGenTLUseGate gate;
+    ASSERT_TRUE(gate.TryEnter());
+    ASSERT_TRUE(gate.TryEnter());
+    std::atomic<bool> closed{false};
+    std::thread owner([&] {
+        gate.ShutAndWait();
+        closed = true;
+    });
+    while (gate.TryEnter()) { // until the owner has shut it
+        gate.Leave();
+        std::this_thread::yield();
+    }
+    gate.Leave();
+    std::this_thread::sleep_for(10ms);
+    EXPECT_FALSE(closed);
+    gate.Leave();
+    owner.join();
+    EXPECT_TRUE(closed);
+}
+
+TEST(Pinned, NullOrShut_IsEmpty)
+{
+    EXPECT_FALSE(Pinned());
+    EXPECT_FALSE(Pinned::TryPin(nullptr));
+    Gated object;
+    object.gate.ShutAndWait();
+    EXPECT_FALSE(Pinned::TryPin(&object));
+}
+
+TEST(Pinned, MovesAndReset_LeaveTheGateExactlyOnce)
+{
+    Gated object;
+    {
+        Pinned first = Pinned::TryPin(&object);
+        EXPECT_EQ(first->value, 7);
+        EXPECT_EQ((*first).value, 7);
+        EXPECT_EQ(first.Get(), &object);
+        Pinned second(std::move(first));
+        EXPECT_FALSE(first); // NOLINT: a moved-from reference is empty
+        Pinned third = Pinned::TryPin(&object);
+        third = std::move(second);
+        auto& self = third;
+        third = std::move(self);
+        EXPECT_TRUE(third);
+        third.Reset();
+        third.Reset();
+        EXPECT_FALSE(third);
+    }
+    object.gate.ShutAndWait(); // would hang if an entry were left
+}
+
+TEST(UseGate, ObjectDestroyedWhileOthersTryToUseIt_IsNeverUsedAfterwards)
+{
+    for (int round = 0; round < 50; ++round) {
+        Mutex mutex; // the look-up's lock
+        auto object = std::make_unique<Gated>();
+        std::vector<std::thread> users;
+        for (int i = 0; i < 3; ++i) {
+            users.emplace_back([&] {
+                for (;;) {
+                    Pinned pinned;
+                    {
+                        Locker lock(mutex);
+                        pinned = Pinned::TryPin(object.get());
+                    }
+                    if (!pinned) {
+                        return;
+                    }
+                    EXPECT_EQ(pinned->value, 7);
+                }
+            });
+        }
+        std::unique_ptr<Gated> taken;
+        {
+            Locker lock(mutex);
+            taken = std::move(object);
+        }
+        taken->gate.ShutAndWait();
+        taken.reset();
+        for (auto& user : users) {
+            user.join();
+        }
+    }
+}
+
+} // namespace
