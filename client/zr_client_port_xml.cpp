@@ -67,19 +67,15 @@ std::optional<LocalUrl> ParseLocalUrl(const std::string& url)
 }
 
 // The name under which a document is written. The camera chose it, so only its last component
-// counts, and nothing that names a folder.
-std::string BaseName(std::string name)
+// counts; what is left of "..", "." or nothing names no file that could be opened for writing.
+std::string BaseName(const std::string& name)
 {
-    name = name.substr(name.find_last_of("/\\") + 1);
-    return name == "." || name == ".." ? std::string() : name;
+    return name.substr(name.find_last_of("/\\") + 1);
 }
 
 bool WriteFile(const std::string& name, const char* data, size_t size)
 {
-    std::unique_ptr<std::FILE, FileCloser> file;
-    if (!name.empty()) {
-        file.reset(std::fopen(name.c_str(), "wb"));
-    }
+    std::unique_ptr<std::FILE, FileCloser> file(std::fopen(name.c_str(), "wb"));
     return file != nullptr && std::fwrite(data, 1, size, file.get()) == size &&
            std::fclose(file.release()) == 0;
 }

@@ -3,11 +3,11 @@
 #include <string_view>
 
 // The register descriptions of the four modules: the exact bytes of the .xml files beside this
-// header. Constant data, there before any constructor runs, not terminated by a zero; any thread may
-// read them.
+// header. Constant data, there before any constructor runs, not terminated by a zero; any thread
+// may read them.
 //
-// Generic clients have been built against these documents, so they keep some oddities. Consumers are
-// served the files as they are, hence the marks stand here.
+// Generic clients have been built against these documents, so they keep some oddities. Consumers
+// are served the files as they are, hence the marks stand here.
 //
 // Quirk Q85: one GUID pair for all four documents, and "ZRK_ORVANE" with an underscore.
 
