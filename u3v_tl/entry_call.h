@@ -95,7 +95,16 @@ public:
         if (!g_Controller.IsInitialized()) {
             return _notInitialized();
         }
-        if (const auto event = g_Controller.PinEvent(handle)) {
+        ZrGenTLPinned<ZrGenTLEvent> event;
+        // The search allocates too.
+        const GC_ERROR searched = _guard([&] {
+            event = g_Controller.PinEvent(handle);
+            return GC_ERR_SUCCESS;
+        });
+        if (searched != GC_ERR_SUCCESS) {
+            return _finish(searched, Recording::Recorded);
+        }
+        if (event) {
             return _finish(_guard([&] { return operation(*event); }), Recording::Recorded);
         }
         TraceA(ZR_TRACE_ERROR, "%s GC_ERR_INVALID_HANDLE", m_function);
@@ -118,7 +127,10 @@ public:
         if (child == nullptr) {
             return _invalidHandle();
         }
-        prepare(*child);
+        static_cast<void>(_guard([&] {
+            prepare(*child);
+            return GC_ERR_SUCCESS;
+        }));
         if (child->GetParent() == nullptr) {
             TraceA(ZR_TRACE_ERROR, "%s Failed: GC_ERR_ERROR", m_function);
             _record(GC_ERR_ERROR);

@@ -313,9 +313,8 @@ GC_ERROR ZrU3VInterface::OpenDevice(const char* id, int32_t openFlags, void** ha
     if (const GC_ERROR status = device->Open(openFlags); status != GC_ERR_SUCCESS) {
         return status;
     }
-    *handle = device.get();
     m_devices.Add(device.get());
-    device.release(); // the container's from now on, until CloseDevice or Close
+    *handle = device.release(); // the container's from now on, until CloseDevice or Close
     return GC_ERR_SUCCESS;
 }
 

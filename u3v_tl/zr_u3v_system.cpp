@@ -61,10 +61,11 @@ GC_ERROR ZrU3VSystem::Open()
         if (m_bOpen) {
             return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
         }
-        m_bOpen = true;
     }
     Gate().Reopen();
-    g_Controller.RegisterModule(this);
+    g_Controller.RegisterModule(this); // may throw: the System is then as closed as before
+    Locker<RecursiveMutex> lock(m_mutex);
+    m_bOpen = true;
     return GC_ERR_SUCCESS;
 }
 
@@ -267,9 +268,8 @@ GC_ERROR ZrU3VSystem::OpenInterface(const char* id, void** handle)
     if (const GC_ERROR status = iface->Open(); status != GC_ERR_SUCCESS) {
         return status;
     }
-    *handle = iface.get();
     m_interfaces.Add(iface.get());
-    iface.release(); // the container's from now on, until CloseInterface or Close
+    *handle = iface.release(); // the container's from now on, until CloseInterface or Close
     return GC_ERR_SUCCESS;
 }
 

@@ -14,7 +14,22 @@ namespace {
 constexpr uint64_t kManifestPointer = 0x1D0;
 constexpr uint64_t kManifestAddress = 0x10000;
 
+thread_local int t_inside = 0;
+
+struct Inside
+{
+    Inside() { ++t_inside; }
+    ~Inside() { --t_inside; }
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
+};
+
 } // namespace
+
+bool FakeU3V::IsInside()
+{
+    return t_inside != 0;
+}
 
 FakeU3V& FakeU3V::Instance()
 {
@@ -137,6 +152,7 @@ struct FakeU3VAccess
         std::function<void()> action;
         uint16_t status = U3V_STATUS_SUCCESS;
         {
+            const Inside inside;
             std::lock_guard lock(fake.m_mutex);
             fake.m_journal.push_back(arguments.empty() ? function
                                                        : std::string(function) + " " + arguments);

@@ -1,0 +1,100 @@
+#include "failing_allocation.h"
+
+#include <cstdlib>
+#include <new>
+
+#include "fake_u3v.h"
+
+namespace {
+
+constexpr int kNever = -1;
+
+thread_local int t_left = kNever;
+thread_local bool t_refused = false;
+
+void* Allocate(size_t size)
+{
+    if (FakeU3V::IsInside()) {
+        return malloc(size != 0 ? size : 1);
+    }
+    if (t_left == 0) {
+        t_refused = true;
+        return nullptr;
+    }
+    if (t_left > 0) {
+        --t_left;
+    }
+    return malloc(size != 0 ? size : 1);
+}
+
+} // namespace
+
+FailingAllocations::FailingAllocations(int nth)
+{
+    t_refused = false;
+    t_left = nth;
+}
+
+FailingAllocations::~FailingAllocations()
+{
+    t_left = kNever;
+}
+
+bool FailingAllocations::Refused()
+{
+    return t_refused;
+}
+
+void* operator new(size_t size)
+{
+    void* const block = Allocate(size);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+
+void* operator new[](size_t size)
+{
+    return operator new(size);
+}
+
+void* operator new(size_t size, const std::nothrow_t&) noexcept
+{
+    return Allocate(size);
+}
+
+void* operator new[](size_t size, const std::nothrow_t&) noexcept
+{
+    return Allocate(size);
+}
+
+void operator delete(void* block) noexcept
+{
+    free(block);
+}
+
+void operator delete[](void* block) noexcept
+{
+    free(block);
+}
+
+void operator delete(void* block, size_t) noexcept
+{
+    free(block);
+}
+
+void operator delete[](void* block, size_t) noexcept
+{
+    free(block);
+}
+
+void operator delete(void* block, const std::nothrow_t&) noexcept
+{
+    free(block);
+}
+
+void operator delete[](void* block, const std::nothrow_t&) noexcept
+{
+    free(block);
+}

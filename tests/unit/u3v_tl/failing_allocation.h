@@ -1,0 +1,16 @@
+#pragma once
+
+// Makes operator new of the calling thread fail, for the paths that have to survive it. The test
+// binary's operator new is replaced; other threads are not touched.
+class FailingAllocations
+{
+public:
+    // The allocation number `nth` of this scope fails (0 is the next), and all after it.
+    explicit FailingAllocations(int nth);
+    ~FailingAllocations();
+    FailingAllocations(const FailingAllocations&) = delete;
+    FailingAllocations& operator=(const FailingAllocations&) = delete;
+
+    // Whether an allocation was refused.
+    static bool Refused();
+};
