@@ -137,7 +137,7 @@ run_gate()
         [ "$counted_skipped" -gt 0 ] && result+=", $counted_skipped skipped"
         if [ "$counted_failed" -gt 0 ]; then
             say "--- gate $name failed; the end of ${log#"$root"/}:"
-            tail -n "${ZR_LOG_LINES:-60}" "$log"
+            grep -vE '^ +Start +[0-9]+:|[ .]Passed +[0-9.]+ sec' "$log" | tail -n "${ZR_LOG_LINES:-60}"
         fi
     fi
     total_passed=$((total_passed + counted_passed))

@@ -166,7 +166,7 @@ quirks()
 quirk_marks()
 {
     code_files 'base|logging|gentl|u3v|u3v_tl|client|virtual_camera|include' | tr '\n' '\0' |
-        xargs -0 -r grep -nE '\bQuirk\b' /dev/null | grep -vE '(//|\*) Quirk Q[0-9]+[a-z]?: [^ ]' | report_from
+        xargs -0 -r grep -nE '\bQuirk\b' /dev/null | sed -E 's/Quirk Q[0-9]+[a-z]?: [^ ]//g' | grep -E '\bQuirk\b' | report_from
 }
 
 # Pipes run in subshells; offences are counted through a file.
