@@ -84,6 +84,7 @@ void ZrU3VDevice::_adopt(std::unique_ptr<ZrU3VRemoteDevice> remoteDevice,
     ZrU3VDataStream* const registered = stream.get();
     m_streams.Add(registered);
     static_cast<void>(stream.release()); // the container's from now on, until Close
+    Gate().Reopen(); // shut by an earlier Close
     g_Controller.RegisterModule(registered);
     g_Controller.RegisterModule(remote);
     g_Controller.RegisterModule(this);
