@@ -264,6 +264,9 @@ GC_ERROR ZrU3VDataStream::StartAcquisition(int32_t /*flags*/, uint64_t count)
     if (announced == 0) {
         return ZR_FAIL(GC_ERR_INVALID_BUFFER, "%s GC_ERR_INVALID_BUFFER", __func__);
     }
+    if (_hasAllImages()) {
+        _endAcquisition(); // complete; its thread just has not stopped itself yet
+    }
     if (m_pRemoteDevice->SetTransferSize(kTransferSize) != GC_ERR_SUCCESS ||
         m_pRemoteDevice->SetBufferCount(announced) != GC_ERR_SUCCESS) {
         return ZR_FAIL(GC_ERR_ERROR, "%s SetBufferCount GC_ERR_ERROR", __func__);
@@ -274,11 +277,28 @@ GC_ERROR ZrU3VDataStream::StartAcquisition(int32_t /*flags*/, uint64_t count)
     if (m_pThreadAcquisition->IsStopRequested()) {
         m_pThreadAcquisition->Wait(-1); // still on its way out of the acquisition before
     }
+    if (!m_pThreadAcquisition->IsRunning()) {
+        _limitTo(count);
+    }
     // False means that it runs already, which is as good.
     static_cast<void>(m_pThreadAcquisition->Start(count));
     Locker<RecursiveMutex> lock(m_mutex);
     m_bAcquiring = true;
     return GC_ERR_SUCCESS;
+}
+
+void ZrU3VDataStream::_limitTo(uint64_t count)
+{
+    Locker<RecursiveMutex> lock(m_mutex);
+    m_nDeliveredAtEnd = count < UINT64_MAX - m_nDelivered ? m_nDelivered + count : UINT64_MAX;
+}
+
+// A consumer that holds the last image may start anew before the thread has come to stop itself:
+// that stop must not meet the new acquisition.
+bool ZrU3VDataStream::_hasAllImages()
+{
+    Locker<RecursiveMutex> lock(m_mutex);
+    return m_bAcquiring && m_nDelivered >= m_nDeliveredAtEnd;
 }
 
 GC_ERROR ZrU3VDataStream::StopAcquisition(int32_t flags)

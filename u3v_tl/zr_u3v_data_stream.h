@@ -70,6 +70,8 @@ private:
         ZR_REQUIRES(m_bufferMutex);
     GC_ERROR _deliver(ZrGenTLBuffer& buffer, bool incomplete, const IMAGE_HEADER& header);
     bool _isAcquiring();
+    bool _hasAllImages();
+    void _limitTo(uint64_t count);
     uint64_t _deliveredCount();
     size_t _numAwaitDelivery();
 
@@ -80,6 +82,8 @@ private:
     std::unique_ptr<ZrU3VThreadAcquisition> m_pThreadAcquisition;
     const std::string m_streamId;
     uint64_t m_nDelivered ZR_GUARDED_BY(m_mutex) = 0;
+    // The delivered count that completes the running acquisition.
+    uint64_t m_nDeliveredAtEnd ZR_GUARDED_BY(m_mutex) = UINT64_MAX;
     // Nothing counts under-runs or sets the two flags below; consumers read them as constants.
     const uint64_t m_nUnderrun = 0;
     const bool m_bIsGrabbing = false;
