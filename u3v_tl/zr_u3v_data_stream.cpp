@@ -126,7 +126,7 @@ GC_ERROR ZrU3VDataStream::AnnounceBuffer(void* buffer, size_t size, void* userPt
 
 GC_ERROR ZrU3VDataStream::AllocAndAnnounceBuffer(size_t size, void* userPtr, void** handle)
 {
-    // Deliberately strict: an uninitialised handle variable is refused.
+    // Quirk Q48: deliberately strict, an uninitialised handle variable is refused.
     if (handle == nullptr || *handle != nullptr) {
         return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", __func__);
     }
@@ -216,7 +216,8 @@ GC_ERROR ZrU3VDataStream::FlushQueue(int32_t operation)
     }
 }
 
-// Each input buffer becomes a delivery, uncounted and with its flags as they are.
+// Quirk Q46: each input buffer becomes a delivery, uncounted and with its flags as they are;
+// without an event it only leaves the list.
 void ZrU3VDataStream::_signalInput()
 {
     if (const auto event = PinEventById(EVENT_NEW_BUFFER)) {
@@ -234,7 +235,8 @@ void ZrU3VDataStream::_flushEvent()
     }
 }
 
-// The queued flag stays clear: only QueueBuffer sets it.
+// Quirk Q49: the queued flag stays clear, only QueueBuffer sets it; so a buffer that is in the list
+// already, put there without the flag, is appended again.
 void ZrU3VDataStream::_queueUnqueued()
 {
     for (ZrGenTLBuffer* buffer : m_BufferContainer.Copy(ZR_BUFFER_LIST_ANNOUNCED)) {
@@ -365,6 +367,7 @@ GC_ERROR ZrU3VDataStream::AcquireImage()
     // Held until the image is in: a revoke waits for it.
     const auto buffer = m_BufferContainer.PinFront(ZR_BUFFER_LIST_INPUT);
     if (!buffer) {
+        // Quirk Q45: the list is empty, the text says full; log analysers in the field know it so.
         return ZR_FAIL(GC_ERR_ERROR, "%s failed! m_BufferContainer full", __func__);
     }
     IMAGE_HEADER header{};

@@ -84,7 +84,7 @@ void ZrU3VDevice::_adopt(std::unique_ptr<ZrU3VRemoteDevice> remoteDevice,
     ZrU3VDataStream* const registered = stream.get();
     m_streams.Add(registered);
     static_cast<void>(stream.release()); // the container's from now on, until Close
-    Gate().Reopen(); // shut by an earlier Close
+    Gate().Reopen();                     // shut by an earlier Close
     g_Controller.RegisterModule(registered);
     g_Controller.RegisterModule(remote);
     g_Controller.RegisterModule(this);
@@ -323,7 +323,8 @@ std::string ZrU3VDevice::_xmlFilePath()
     return std::string(m_xmlFilePath, strnlen(m_xmlFilePath, sizeof(m_xmlFilePath)));
 }
 
-// No terminator is added, and what was behind a shorter path stays.
+// Quirk Q44: no terminator is added, and what was behind a shorter path stays. The register's 512
+// bytes run over the address of UpdateXML, which is harmless: both are told apart by exact address.
 void ZrU3VDevice::_storeXmlFilePath(const void* buffer, size_t size)
 {
     Locker<RecursiveMutex> lock(m_mutex);

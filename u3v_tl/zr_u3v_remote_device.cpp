@@ -52,7 +52,7 @@ int32_t MapAccessPrivilege(uint32_t privilege)
 ZrU3VRemoteDevice::ZrU3VRemoteDevice(const _ZR_U3V_DEVICE_INFO& info, ZrGenTLModuleBase* parent)
     : ZrGenTLModuleBase(info.id, parent), m_deviceInfo(info)
 {
-    // Vendor and model stand in this order on purpose, and the TL type carries the kind: consumers
+    // Quirk Q40: vendor and model stand in this order, and the TL type carries the kind: consumers
     // in the field read them so.
     m_portInfo.id = Producer::kId;
     m_portInfo.vendor = Producer::kModel;
@@ -123,7 +123,8 @@ GC_ERROR ZrU3VRemoteDevice::_publishDescriptionFile(int32_t flags)
                        0);
     }
     if (table.entryCount > 1) {
-        // Only manifests with a single file are served; the text names the entry that is not.
+        // Quirk Q43: only manifests with a single file are served; the text names the entry that is
+        // not, and blames its size.
         return ZR_FAIL(GC_ERR_ERROR, "%s Failed! pManifestEntryArray[%d] nFileSize == 0", "Open",
                        1);
     }
@@ -237,6 +238,7 @@ std::string ZrU3VRemoteDevice::GetUserDefinedName()
     const uint16_t status = U3V_ReadMem(m_hControl, Abrm::kUserDefinedName, sizeof(name), name);
     if (status != U3V_STATUS_SUCCESS) {
         TraceA(ZR_TRACE_ERROR, "%s Failed! U3VApi::U3V_ReadMem error:%d", __func__, status);
+        // Quirk Q42: an exception where every other failure is a status; callers catch this type.
         throw std::logic_error("basic_string::_M_construct null not valid");
     }
     return std::string(name, strnlen(name, sizeof(name)));
@@ -310,7 +312,7 @@ GC_ERROR ZrU3VRemoteDevice::SetTransferSize(uint32_t size)
 {
     return _onStream(__func__, [size](U3V_STREAM_HANDLE stream) -> GC_ERROR {
         const uint16_t status = U3V_SetTransferSize(stream, size);
-        // The text names the other call; log analysers in the field know it so.
+        // Quirk Q41: the text names the other call; log analysers in the field know it so.
         return status == U3V_STATUS_SUCCESS
                    ? GC_ERR_SUCCESS
                    : ZR_FAIL(GC_ERR_ERROR, "%s Failed! U3V_SetBufferCount:%d", "SetTransferSize",
@@ -321,6 +323,7 @@ GC_ERROR ZrU3VRemoteDevice::SetTransferSize(uint32_t size)
 GC_ERROR ZrU3VRemoteDevice::StartAcquisition(uint64_t numberOfImages)
 {
     return _onStream(__func__, [numberOfImages](U3V_STREAM_HANDLE stream) -> GC_ERROR {
+        // Quirk Q47: the low 32 bits; the acquisition thread counts with all 64.
         const uint16_t status = U3V_AcquisitionStart(stream, static_cast<uint32_t>(numberOfImages));
         return status == U3V_STATUS_SUCCESS
                    ? GC_ERR_SUCCESS
