@@ -14,6 +14,7 @@
 GC_ERROR GC_CALLTYPE GCInitLib()
 {
     GENTL_ENTRY("%s Entry!");
+    // Quirk Q39: an allocation failure leaves this one function as an exception.
     return call.onLibraryUnguarded([] { return g_Controller.Init(); });
 }
 

@@ -29,6 +29,7 @@ _ZR_U3V_DEVICE_INFO MakeRecord(const U3V_DEVICE_INFO& info)
     record.vendor = FieldText(info.VendorName);
     record.model = FieldText(info.ModelName);
     record.version = FieldText(info.DeviceVersion);
+    // Quirk Q38: the model comes first.
     record.displayName = record.model + "-" + record.vendor + "-" + record.version;
     record.tlType = Producer::kTLType;
     record.accessStatus =
@@ -320,12 +321,15 @@ GC_ERROR ZrU3VInterface::OpenDevice(const char* id, int32_t openFlags, void** ha
 
 GC_ERROR ZrU3VInterface::CloseDevice(void* handle)
 {
+    // The same camera is opened again only when it has been given back.
+    Locker<Mutex> closing(m_openDeviceMutex);
     // The address is compared, never followed: of two closers only one finds it.
     auto* device = static_cast<ZrU3VDevice*>(
         static_cast<ZrGenTLModuleBase*>(m_devices.FindByHandle(handle, true)));
     if (device == nullptr) {
         return ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", __func__);
     }
+    // Quirk Q31: a module that does not close is in no list any more, and still not destroyed.
     const GC_ERROR status = device->Close();
     if (status == GC_ERR_SUCCESS) {
         delete device;
@@ -366,7 +370,7 @@ GC_ERROR ZrU3VInterface::ReadPort(uint64_t address, void* buffer, size_t* size)
     }
     case InterfaceRegister::kNrDevices:
         return ReadRegister(static_cast<uint32_t>(m_deviceList.size()), buffer, size);
-    default: return GC_ERR_NOT_IMPLEMENTED;
+    default: return GC_ERR_NOT_IMPLEMENTED; // Quirk Q33: not INVALID_ADDRESS, and no line
     }
 }
 
@@ -389,12 +393,14 @@ GC_ERROR ZrU3VInterface::WritePort(uint64_t address, const void* buffer, size_t*
     }
     switch (address) {
     case InterfaceRegister::kDeviceUpdateList: {
+        // Quirk Q34: whatever value is written, whatever the update answers.
         const UpdateInProgress inProgress([this](uint8_t value) { _setUpdateInProgress(value); });
         static_cast<void>(UpdateDeviceList(nullptr, kRegisterUpdateTimeout));
         return GC_ERR_SUCCESS;
     }
     case InterfaceRegister::kDeviceSelector: {
         Locker<RecursiveMutex> lock(m_mutex);
+        // Quirk Q35: stored without a look at the list.
         m_deviceSelector = WrittenRegister(buffer, size);
         return GC_ERR_SUCCESS;
     }

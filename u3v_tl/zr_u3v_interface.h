@@ -70,8 +70,8 @@ private:
     const std::string m_version;
     const ZrRegisterDocument m_document;
 
-    // One update and one opening at a time; each may take seconds and is never entered with m_mutex
-    // held.
+    // One update, and one opening or closing at a time; each may take seconds and is never entered
+    // with m_mutex held.
     Mutex m_updateMutex;
     Mutex m_openDeviceMutex;
     bool m_bOpen ZR_GUARDED_BY(m_mutex) = false;

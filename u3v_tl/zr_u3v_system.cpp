@@ -98,8 +98,7 @@ void ZrU3VSystem::_closeInterfaces()
 
 std::string ZrU3VSystem::GetCtiPath()
 {
-    // Any address inside this library names its file; that of the identity strings is as good as
-    // the function's own.
+    // Any address inside this library names its file.
     Dl_info library{};
     if (dladdr(&g_Controller, &library) == 0) {
         return {};
@@ -121,6 +120,7 @@ GC_ERROR ZrU3VSystem::GetInfo(int cmd, int* type, void* buffer, size_t* size)
     case TL_INFO_MODEL: return ZrGenTLUtil::CopyInfoString(m_model, type, buffer, size);
     case TL_INFO_VERSION: return ZrGenTLUtil::CopyInfoString(m_version, type, buffer, size);
     case TL_INFO_TLTYPE: return ZrGenTLUtil::CopyInfoString(m_tlType, type, buffer, size);
+    // Quirk Q36: constants, whatever the file is called.
     case TL_INFO_NAME: return ZrGenTLUtil::CopyInfoString(Producer::kFileName, type, buffer, size);
     case TL_INFO_PATHNAME: return ZrGenTLUtil::CopyInfoString(GetCtiPath(), type, buffer, size);
     case TL_INFO_DISPLAYNAME:
@@ -246,6 +246,7 @@ GC_ERROR ZrU3VSystem::_getInterfaceInfo(const char* id, int cmd, int* type, void
         return ZrGenTLUtil::CopyInfoString(record.displayName, type, buffer, size);
     case INTERFACE_INFO_TLTYPE:
         return ZrGenTLUtil::CopyInfoString(record.tlType, type, buffer, size);
+    // Quirk Q37: while it is open, the interface itself answers NOT_IMPLEMENTED.
     default: return ZR_FAIL(GC_ERR_NOT_AVAILABLE, "%s GC_ERR_NOT_AVAILABLE :%d", __func__, cmd);
     }
 }
@@ -275,12 +276,16 @@ GC_ERROR ZrU3VSystem::OpenInterface(const char* id, void** handle)
 
 GC_ERROR ZrU3VSystem::CloseInterface(void* handle)
 {
+    // Its successor is opened after its end: discovery is one for the whole library, and a late
+    // close would be the successor's.
+    Locker<Mutex> closing(m_openInterfaceMutex);
     // The address is compared, never followed: of two closers only one finds it.
     auto* iface = static_cast<ZrU3VInterface*>(
         static_cast<ZrGenTLModuleBase*>(m_interfaces.FindByHandle(handle, true)));
     if (iface == nullptr) {
         return ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", __func__);
     }
+    // Quirk Q31: a module that does not close is in no list any more, and still not destroyed.
     const GC_ERROR status = iface->Close();
     if (status == GC_ERR_SUCCESS) {
         delete iface;
@@ -293,7 +298,7 @@ bool ZrU3VSystem::IsEventImplemented(int /*eventId*/)
     return false;
 }
 
-// The count register and the document are left out on purpose: the read path does not ask here.
+// Quirk Q32: the count register and the document are left out, and the read path does not ask here.
 bool ZrU3VSystem::_isAddressValid(uint64_t address)
 {
     switch (address) {
@@ -335,7 +340,7 @@ GC_ERROR ZrU3VSystem::ReadPort(uint64_t address, void* buffer, size_t* size)
     case TLRegister::kInterfaceSelector: return ReadRegister(m_interfaceSelector, buffer, size);
     case TLRegister::kNrInterfaces:
         return ReadRegister(static_cast<uint32_t>(m_interfaceList.size()), buffer, size);
-    default: return GC_ERR_NOT_IMPLEMENTED;
+    default: return GC_ERR_NOT_IMPLEMENTED; // Quirk Q33: not INVALID_ADDRESS, and no line
     }
 }
 
@@ -358,9 +363,11 @@ GC_ERROR ZrU3VSystem::WritePort(uint64_t address, const void* buffer, size_t* si
         return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", __func__);
     }
     switch (address) {
+    // Quirk Q34: whatever value is written, whatever the update answers.
     case TLRegister::kInterfaceUpdateList: _updateFromRegister(); return GC_ERR_SUCCESS;
     case TLRegister::kInterfaceSelector: {
         Locker<RecursiveMutex> lock(m_mutex);
+        // Quirk Q35: stored without a look at the list.
         m_interfaceSelector = WrittenRegister(buffer, size);
         return GC_ERR_SUCCESS;
     }

@@ -67,8 +67,8 @@ private:
     const std::string m_version;
     const ZrRegisterDocument m_document;
 
-    // Serialises Open and Close, and interfaces being opened; never held together with m_mutex by a
-    // waiter.
+    // Serialises Open and Close, and interfaces being opened and closed; never held together with
+    // m_mutex by a waiter.
     Mutex m_openCloseMutex;
     Mutex m_openInterfaceMutex;
     bool m_bOpen ZR_GUARDED_BY(m_mutex) = false;
