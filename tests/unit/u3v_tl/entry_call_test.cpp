@@ -366,7 +366,6 @@ TEST_F(SystemTest, GetInfo_OfTheLibrary_IsTheSystems)
 
 TEST_F(LibraryTest, InitLib_NoMemory_ThrowsAndLeavesNothing)
 {
-    // Quirk Q39: the one exception that a consumer sees.
     for (int nth = 0;; ++nth) {
         bool threw = false;
         {

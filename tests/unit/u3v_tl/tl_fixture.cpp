@@ -116,7 +116,16 @@ void InterfaceTest::SetUp()
     ASSERT_EQ(TLOpenInterface(m_tl, kInterfaceIdText, &m_iface), GC_ERR_SUCCESS);
 }
 
+GC_ERROR InterfaceTest::UpdateUntilDone(bool8_t* changed)
+{
+    GC_ERROR status = GC_ERR_TIMEOUT;
+    for (int attempt = 0; attempt < 200 && status == GC_ERR_TIMEOUT; ++attempt) {
+        status = IFUpdateDeviceList(m_iface, changed, 5);
+    }
+    return status;
+}
+
 void InterfaceTest::UpdateDevices()
 {
-    ASSERT_EQ(IFUpdateDeviceList(m_iface, nullptr, 5), GC_ERR_SUCCESS);
+    ASSERT_EQ(UpdateUntilDone(nullptr), GC_ERR_SUCCESS);
 }
