@@ -34,7 +34,7 @@ struct Options
     std::string producer;
     std::string camera = "width=960,height=720,format=RGB8,pattern=scene,fps=25,user=demo";
     std::string folder = "out";
-    unsigned images = 100;
+    unsigned images = 50;
 };
 
 // The simulated bus below the producer, if that is what it runs on.

@@ -14,7 +14,9 @@ clean_tree()
     printf '#pragma once\n' >"$tree/base/zr_sync.h"
     printf '#pragma once\n' >"$tree/u3v/u3v_control.h"
     printf '#include "zr_sync.h"\n#include <zr_u3v_tl/gentl.h>\n// Quirk Q07: kept\nint a;\n' >"$tree/gentl/a.cpp"
-    printf '# Quirks\n\n## Q07 kept\n' >"$tree/docs/quirks.md"
+    mkdir -p "$tree/tests"
+    printf 'TEST_F(Module,\n       Open_Twice_IsRefused)\n{\n}\n' >"$tree/tests/a_test.cpp"
+    printf '# Quirks\n\n## Q07 kept\n\nModule.Open_Twice_IsRefused\n' >"$tree/docs/quirks.md"
 }
 
 expect()
@@ -39,7 +41,7 @@ breaks()
 }
 
 clean_tree
-for rule in includes words paths whitespace quirks quirk_marks; do expect pass "$rule" "clean tree"; done
+for rule in includes words paths whitespace quirks quirk_marks quirk_tests; do expect pass "$rule" "clean tree"; done
 
 breaks includes "gentl includes u3v" gentl/b.cpp '#include "u3v_control.h"\n'
 breaks includes "modules include the control channel" u3v_tl/b.cpp '#include "u3v_control.h"\n'
@@ -60,6 +62,7 @@ breaks quirks "marked, not in the ledger" gentl/b.cpp '// Quirk Q08: new\n'
 breaks quirks "in the ledger, not marked" docs/quirks.md '## Q09 gone\n'
 breaks quirks "twice in the ledger" docs/quirks.md '## Q07 again\n'
 breaks quirk_marks "malformed mark" gentl/b.cpp '// Quirk: forgot the number\n'
+breaks quirk_tests "pinned by no test" docs/quirks.md 'Module.Close_Twice_IsRefused\n'
 
 [ "$failures" -eq 0 ] || exit 1
 echo "every rule bites"

@@ -169,6 +169,20 @@ quirk_marks()
         xargs -0 -r grep -nE '\bQuirk\b' /dev/null | sed -E 's/Quirk Q[0-9]+[a-z]?: [^ ]//g' | grep -E '\bQuirk\b' | report_from
 }
 
+# "Suite.Name" in the ledger is a promise: such a test exists.
+quirk_tests()
+{
+    local ledger=docs/quirks.md name suite test
+    [ -f "$ledger" ] || { report "$ledger is missing"; return; }
+    while IFS= read -r name; do
+        suite=${name%%.*}
+        test=${name#*.}
+        tree_files | grep -E '^tests/.*\.cpp$' | tr '\n' '\0' |
+            xargs -0 -r cat /dev/null | tr '\n' ' ' |
+            grep -qE "\\bTEST(_F|_P)?\\( *$suite, *$test *\\)" || report "$ledger: there is no test $name"
+    done < <(grep -oE '\b[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]*_[A-Za-z0-9_]+' "$ledger" | sort -u)
+}
+
 # Pipes run in subshells; offences are counted through a file.
 counter=$(mktemp)
 trap 'rm -f "$counter"' EXIT
@@ -182,7 +196,7 @@ report_from()
 }
 
 case "$rule" in
-    includes | words | paths | whitespace | quirks | quirk_marks) "$rule" ;;
+    includes | words | paths | whitespace | quirks | quirk_marks | quirk_tests) "$rule" ;;
     *) echo "unknown rule $rule" >&2; exit 2 ;;
 esac
 offences=$((offences + $(wc -l <"$counter")))
