@@ -17,12 +17,12 @@ namespace vcam {
 // How the host has treated the stream endpoint.
 struct LinkCounts
 {
-    std::uint64_t requests = 0;   // of all endpoints
-    std::uint64_t unlinked = 0;   // taken back by the host
-    std::uint64_t maxQueued = 0;  // requests that waited at once on an IN endpoint
-    std::uint64_t maxBytes = 0;   // and their bytes
-    std::uint64_t starved = 0;    // times the host had no request there in the middle of an image
-    std::uint64_t malformed = 0;  // records that are none of the protocol: the connection ends
+    std::uint64_t requests = 0;  // of all endpoints
+    std::uint64_t unlinked = 0;  // taken back by the host
+    std::uint64_t maxQueued = 0; // requests that waited at once on an IN endpoint
+    std::uint64_t maxBytes = 0;  // and their bytes
+    std::uint64_t starved = 0;   // times the host had no request there in the middle of an image
+    std::uint64_t malformed = 0; // records that are none of the protocol: the connection ends
 };
 
 // Run() belongs to one thread, everything else may be called from any.
@@ -50,43 +50,45 @@ public:
     const LinkCounts& Counts() const { return m_counts; }
 
 private:
-    // A request of the host on an IN endpoint. Packets go straight into its own memory.
+    // A request of the host on an IN endpoint.
     struct Request
     {
         std::uint32_t sequence = 0;
         std::uint32_t flags = 0;
         std::uint32_t packetCount = 0;
         std::size_t capacity = 0;
-        std::size_t filled = 0;
-        std::unique_ptr<std::uint8_t[]> buffer; // made when its turn comes
     };
+    // The requests of one IN endpoint, answered in their order. Only the first is being filled.
     struct Pipe
     {
         std::deque<Request> queue;
-        std::size_t bytes = 0;
-        Clock::time_point retryAt{}; // not before, unless the device calls
-        // A short read where the host wanted none: what is queued now waits until the host has taken
-        // it back, or this long.
+        std::size_t bytes = 0; // of all that wait
+        std::unique_ptr<std::uint8_t[]> buffer;
+        std::size_t bufferSize = 0;
+        std::size_t filled = 0;
+        Clock::time_point retryAt = Clock::time_point::max();
+        // A short read where the host wanted none: so many requests behind it wait until the host
+        // has taken them back, but not for ever.
+        std::size_t held = 0;
         Clock::time_point heldUntil{};
-        std::uint32_t heldLast = 0; // sequence number of the last request that is held
     };
 
-    bool _Wait();
-    int _Timeout() const;
+    bool _Wait(bool more);
+    Clock::time_point _NextTime() const;
     bool _Receive();
     bool _TakeRecords();
-    std::size_t _TakeRecord(const std::uint8_t* record, std::size_t size);
-    std::size_t _TakeSubmit(const std::uint8_t* record, std::size_t size);
-    bool _Control(const std::uint8_t* record, const std::uint8_t* data, std::size_t size);
-    bool _BulkOut(const std::uint8_t* record, const std::uint8_t* data, std::size_t size);
-    void _Queue(const std::uint8_t* record, std::uint8_t endpoint, std::size_t length);
+    std::size_t _RecordSize(const std::uint8_t* record) const;
+    bool _TakeRecord(const std::uint8_t* record, std::size_t size);
+    bool _Control(const std::uint8_t* record, std::size_t size);
+    bool _BulkOut(const std::uint8_t* record, std::size_t size);
+    bool _Queue(const std::uint8_t* record);
     bool _Unlink(const std::uint8_t* record);
-    bool _Pump();
-    bool _PumpPipe(std::uint8_t endpoint, Pipe& pipe);
+    bool _Pump(bool& more);
+    bool _PumpPipe(std::uint8_t endpoint, Pipe& pipe, bool& more);
     bool _Finish(std::uint8_t endpoint, Pipe& pipe, UsbStatus status);
-    bool _IsHeld(Pipe& pipe) const;
-    bool _AnswerSubmit(std::uint32_t sequence, std::uint32_t packetCount, std::int32_t status,
-                       std::size_t actual, const std::uint8_t* data, std::size_t size);
+    void _Pop(Pipe& pipe, std::size_t index);
+    bool _AnswerSubmit(const Request& request, std::int32_t status, std::size_t actual,
+                       const std::uint8_t* data, std::size_t size);
     bool _Send(const std::uint8_t* header, const std::uint8_t* data, std::size_t size);
     bool _EndAs(End end);
     void _Drain();
@@ -96,7 +98,6 @@ private:
     const Busy m_busy;
     // Outlives the link: the device may still be about to call its listener.
     std::shared_ptr<WakeUp> m_wakeUp = std::make_shared<WakeUp>();
-    std::shared_ptr<std::atomic<bool>> m_called = std::make_shared<std::atomic<bool>>(false);
     std::atomic<bool> m_stop{false};
     End m_end = End::HostLeft;
     std::vector<std::uint8_t> m_input;
