@@ -86,32 +86,80 @@ typedef struct IMAGE_HEADER
 
 #pragma pack(pop)
 
+/*
+ * Contracts. [in] is read, [out] written. Every function may answer U3V_STATUS_EXCEPTION (out of
+ * memory, for one) and, for a null handle or null [out] pointer, U3V_STATUS_INVALID_HANDLE before
+ * anything else happens; neither is repeated below. Handles other than NULL must be live. Functions
+ * may be called from any thread; closing a handle must not overlap with another call that uses it.
+ */
+
+/* Discovery. One per process. Initialises libusb's default context and begins with an empty list.
+ * A second open without a close replaces the first, which then lives on unreachable. A failing
+ * libusb is not reported: the list then stays empty. */
 U3V_API U3V_DiscoveryOpen(void);
+/* Frees the list and ends libusb (once no device is left open). INVALID_HANDLE without an open
+ * discovery, as from every discovery function and from U3V_OpenDevice. */
 U3V_API U3V_DiscoveryClose(void);
+/* Looks for cameras on the bus, which takes string and descriptor transfers per camera, and adds
+ * new ones to the list; an unplugged camera stays listed. pnCount [out]: cameras listed. */
 U3V_API U3V_DiscoveryDevices(uint16_t* pnCount);
+/* Copies the record of a listed camera. nIndex [in] counts from 1; outside of the list the answer
+ * is DEVICE_NOT_FOUND and pInfo [out] is not written. */
 U3V_API U3V_GetDeviceInfo(uint16_t nIndex, U3V_DEVICE_INFO* pInfo);
 
+/* Device. sGUID [in]: exactly the listed camera's DeviceGUID. phDevice [out] is written before
+ * anything can fail and has to be closed after a failure too. SUCCESS, DEVICE_NOT_FOUND,
+ * OPEN_FAILED, or a libusb code cut to 16 bits. */
 U3V_API U3V_OpenDevice(const char* sGUID, U3V_DEVICE_HANDLE* phDevice);
+/* Closes the camera. Its control and stream handles must be closed before. */
 U3V_API U3V_CloseDevice(U3V_DEVICE_HANDLE hDevice);
 
+/* Control channel. Claims the interface (detaching a kernel driver), reads the bootstrap registers
+ * and clears the device configuration. phControl [out] as phDevice above. SUCCESS, CLAIM_FAILED, or
+ * the status of the failing register access, after which the channel can be used nevertheless. */
 U3V_API U3V_OpenControl(U3V_DEVICE_HANDLE hDevice, U3V_CONTROL_HANDLE* phControl);
 U3V_API U3V_CloseControl(U3V_CONTROL_HANDLE hControl);
+/* One exchange each; concurrent ones queue. nLength [in], bytes: 0..1012 read, 0..1024 written;
+ * otherwise, and for a null pointer with a length, GENCP_INVALID_PARAMETER without any traffic.
+ * NOT_OPEN before a successful claim; GENCP_MSG_TIMEOUT for every transfer failure, and for a write
+ * that stays pending (1000 acknowledges or 60 s); GENCP_INVALID_HEADER, BAD_PREFIX, BAD_ACK_ID,
+ * BAD_REQUEST_ID for a wrong acknowledge; else the camera's own status. pDestination [out] is
+ * written on success only. */
 U3V_API U3V_ReadMem(U3V_CONTROL_HANDLE hControl, uint64_t nAddress, int16_t nLength,
                     void* pDestination);
 U3V_API U3V_WriteMem(U3V_CONTROL_HANDLE hControl, uint64_t nAddress, int16_t nLength,
                      const void* pSource);
+/* pnMilliseconds [out]: as the camera names it; 3000 before it was asked. */
 U3V_API U3V_MaximumDeviceResponseTime(U3V_CONTROL_HANDLE hControl, uint32_t* pnMilliseconds);
 
+/* Stream channel. Claims the stream interface and locates the streaming registers; device and
+ * control stay the caller's and must outlive it. phStream [out] as phDevice above. nArgument [in]
+ * is stored only. SUCCESS, NO_STREAM_INTERFACE, CLAIM_FAILED, or a register access's status. */
 U3V_API U3V_OpenStream(U3V_DEVICE_HANDLE hDevice, U3V_CONTROL_HANDLE hControl,
                        U3V_STREAM_HANDLE* phStream, uint32_t nArgument);
+/* Also ends a running acquisition, waiting for its transfer (up to 5 s). */
 U3V_API U3V_CloseStream(U3V_STREAM_HANDLE hStream);
+/* Programs the camera, enables the stream and starts to receive. nImagesToAcquire [in]: streaming
+ * ends by itself after so many images. STREAM_NOT_OPEN, a register access's status, or a libusb
+ * code cut to 16 bits (0xFFF5: no transfer). After a libusb code the camera streams into the void
+ * until U3V_AcquisitionStop. A running acquisition is ended first. */
 U3V_API U3V_AcquisitionStart(U3V_STREAM_HANDLE hStream, uint32_t nImagesToAcquire);
+/* Ends streaming: waits for the transfer in flight (up to 3 s, in full when streaming had already
+ * ended, and up to 5 s when the bus does not answer) and switches the camera off. Images that
+ * nobody has taken are dropped. Outputs [out] are not written when nothing was acquiring (SUCCESS)
+ * or the camera refuses (its status; the call can be repeated). The lost count is always 0. */
 U3V_API U3V_AcquisitionStop(U3V_STREAM_HANDLE hStream, uint64_t* pnImagesAcquired,
                             uint64_t* pnLostCount);
+/* Waits up to nTimeout [in], ms, for the next image and copies it. pDestination [out] must have
+ * room for the payload size that the camera required at start. IMAGE_TIMEOUT when none came. A
+ * reader slower than the camera is answered once per image, with newer content where it was
+ * overtaken. */
 U3V_API U3V_GetImage(U3V_STREAM_HANDLE hStream, void* pDestination, uint32_t nTimeout,
                      IMAGE_HEADER* pHeader);
+/* Bytes of one payload transfer (1 MiB unless set); effective from the next start. */
 U3V_API U3V_GetTransferSize(U3V_STREAM_HANDLE hStream, uint32_t* pnTransferSize);
 U3V_API U3V_SetTransferSize(U3V_STREAM_HANDLE hStream, uint32_t nTransferSize);
+/* Images kept between camera and reader (4 unless set, at most 65536); from the next start. */
 U3V_API U3V_GetBufferCount(U3V_STREAM_HANDLE hStream, uint32_t* pnBufferCount);
 U3V_API U3V_SetBufferCount(U3V_STREAM_HANDLE hStream, uint32_t nBufferCount);
 

@@ -115,8 +115,8 @@ TEST_F(DiscoveryTest, Pass_OneCamera_FillsTheRecord)
     ASSERT_EQ(discovery.DeviceCount(), 1U);
     const auto info = discovery.DeviceAt(1);
     const U3V_DEVICE_INFO record = info->Record();
-    EXPECT_EQ(record.GenCPVersion, 0x00010002U);
-    EXPECT_EQ(record.U3VVersion, 0x00010000U);
+    EXPECT_EQ(+record.GenCPVersion, 0x00010002U);
+    EXPECT_EQ(+record.U3VVersion, 0x00010000U);
     EXPECT_STREQ(record.DeviceGUID, "0123456789AB");
     EXPECT_STREQ(record.VendorName, "ZRK-ORVANE GmbH");
     EXPECT_STREQ(record.ModelName, "Model");
@@ -147,7 +147,7 @@ TEST_F(DiscoveryTest, Pass_OpenDenied_ListsTheCameraWithEmptyStrings)
     ASSERT_EQ(discovery.DeviceCount(), 1U);
     const auto info = discovery.DeviceAt(1);
     EXPECT_STREQ(info->DeviceGUID, "");
-    EXPECT_EQ(info->GenCPVersion, 0x00010002U);
+    EXPECT_EQ(+info->GenCPVersion, 0x00010002U);
     EXPECT_EQ(info->SpeedSupport, 0x08);
     EXPECT_EQ(info->StreamEndpoint, 0x83);
     EXPECT_EQ(usb.Count("get_string"), 0U);
@@ -304,7 +304,7 @@ TEST_F(DiscoveryTest, Descriptor_CutShort_IsNotReadBeyondItsBytes)
         Pass(discovery);
         const auto info = discovery.DeviceAt(1);
         ASSERT_NE(info, nullptr);
-        EXPECT_EQ(info->GenCPVersion, length >= 7 ? 0x00010002U : 0U) << length;
+        EXPECT_EQ(+info->GenCPVersion, length >= 7 ? 0x00010002U : 0U) << length;
         EXPECT_STREQ(info->DeviceGUID, length >= 12 ? "A" : "") << length;
         EXPECT_STREQ(info->UserDefinedName, length >= 19 ? "Name" : "") << length;
         EXPECT_EQ(info->SpeedSupport, length >= 20 ? 0x08 : 0) << length;

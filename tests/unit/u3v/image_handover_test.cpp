@@ -49,9 +49,9 @@ TEST_F(HandoverTest, GetImage_InOrder)
     EXPECT_EQ(Get(), 0);
     EXPECT_EQ(data[0], 1);
     EXPECT_EQ(data[kSize - 1], 1);
-    EXPECT_EQ(header.nBlockId, 1U);
+    EXPECT_EQ(+header.nBlockId, 1U);
     EXPECT_EQ(Get(), 0);
-    EXPECT_EQ(header.nBlockId, 2U);
+    EXPECT_EQ(+header.nBlockId, 2U);
     EXPECT_EQ(Get(), 0xC018);
 }
 
@@ -82,7 +82,7 @@ TEST_F(HandoverTest, GetImage_ArrivesDuringTheWait)
         Publish(7);
     });
     EXPECT_EQ(Get(5000), 0);
-    EXPECT_EQ(header.nBlockId, 7U);
+    EXPECT_EQ(+header.nBlockId, 7U);
     event.join();
 }
 
@@ -95,7 +95,7 @@ TEST_F(HandoverTest, GetImage_WaitBegunBeforeTheAcquisition_GetsItsFirstImage)
     });
     EXPECT_EQ(Get(5000), 0);
     event.join();
-    EXPECT_EQ(header.nBlockId, 7U);
+    EXPECT_EQ(+header.nBlockId, 7U);
 }
 
 TEST_F(HandoverTest, SlowReader_IsAnsweredOncePerImageWithOverwrittenContent)
@@ -106,7 +106,7 @@ TEST_F(HandoverTest, SlowReader_IsAnsweredOncePerImageWithOverwrittenContent)
     }
     for (const int expected : {4, 5, 3, 4, 5}) {
         EXPECT_EQ(Get(), 0);
-        EXPECT_EQ(header.nBlockId, static_cast<uint64_t>(expected));
+        EXPECT_EQ(+header.nBlockId, static_cast<uint64_t>(expected));
         EXPECT_EQ(data[0], expected);
     }
     EXPECT_EQ(Get(), 0xC018);
@@ -138,7 +138,7 @@ TEST_F(HandoverTest, BuffersOfNoBytes_AreAnsweredWithTheHeaderAlone)
     Publish(1);
     data[0] = 9;
     EXPECT_EQ(Get(), 0);
-    EXPECT_EQ(header.nBlockId, 1U);
+    EXPECT_EQ(+header.nBlockId, 1U);
     EXPECT_EQ(data[0], 9);
 }
 
@@ -150,7 +150,7 @@ TEST_F(HandoverTest, LostLeader_KeepsTheHeaderOfTheBuffersEarlierImage)
     const std::vector<uint8_t> image(kSize, 2);
     handover.Publish(token, image, nullptr);
     EXPECT_EQ(Get(), 0);
-    EXPECT_EQ(header.nBlockId, 1U);
+    EXPECT_EQ(+header.nBlockId, 1U);
     EXPECT_EQ(data[0], 2);
 }
 
@@ -162,7 +162,7 @@ TEST_F(HandoverTest, MissingBytes_AreNeverSet)
     const std::vector<uint8_t> image(kSize, 2);
     handover.Publish(token, image, &leader);
     EXPECT_EQ(Get(), 0);
-    EXPECT_EQ(header.nMissingBytes, 0U);
+    EXPECT_EQ(+header.nMissingBytes, 0U);
 }
 
 TEST_F(HandoverTest, DestinationTooSmall_GetsWhatFitsAndMissingPackets)
@@ -172,8 +172,8 @@ TEST_F(HandoverTest, DestinationTooSmall_GetsWhatFitsAndMissingPackets)
     EXPECT_EQ(handover.GetImage(data, 10, 0, header), 0xC019);
     EXPECT_EQ(data[9], 5);
     EXPECT_EQ(data[10], 0);
-    EXPECT_EQ(header.nBlockId, 5U);
-    EXPECT_EQ(header.nMissingBytes, 0U);
+    EXPECT_EQ(+header.nBlockId, 5U);
+    EXPECT_EQ(+header.nMissingBytes, 0U);
     EXPECT_EQ(Get(), 0xC018); // taken all the same
     Publish(6);
     EXPECT_EQ(handover.GetImage(data, kSize, 0, header), 0);

@@ -384,15 +384,15 @@ TEST_F(StreamTest, Image_BytesAndHeader_AreTheCameras)
     EXPECT_EQ(Bytes(image.begin(), image.begin() + 400), Bytes(400, 7));
     EXPECT_EQ(Bytes(image.begin() + 400, image.begin() + 800), Bytes(400, 8));
     EXPECT_EQ(Bytes(image.begin() + 800, image.begin() + 992), Bytes(192, 9));
-    EXPECT_EQ(header.nBlockId, 0x1000000000000007U);
-    EXPECT_EQ(header.nTimestamp, 0x0102030405060708U);
-    EXPECT_EQ(header.nPixelFormat, 0x01080001U);
-    EXPECT_EQ(header.nSizeX, 640U);
-    EXPECT_EQ(header.nSizeY, 480U);
-    EXPECT_EQ(header.nOffsetX, 0x11U);
-    EXPECT_EQ(header.nOffsetY, 0x22U);
-    EXPECT_EQ(header.nPaddingX, 0x4433);
-    EXPECT_EQ(header.nMissingBytes, 0U);
+    EXPECT_EQ(+header.nBlockId, 0x1000000000000007U);
+    EXPECT_EQ(+header.nTimestamp, 0x0102030405060708U);
+    EXPECT_EQ(+header.nPixelFormat, 0x01080001U);
+    EXPECT_EQ(+header.nSizeX, 640U);
+    EXPECT_EQ(+header.nSizeY, 480U);
+    EXPECT_EQ(+header.nOffsetX, 0x11U);
+    EXPECT_EQ(+header.nOffsetY, 0x22U);
+    EXPECT_EQ(+header.nPaddingX, 0x4433);
+    EXPECT_EQ(+header.nMissingBytes, 0U);
 }
 
 TEST_F(StreamTest, Image_OfWholeTransfersOnly_HasNoFinalTransfer)
@@ -539,7 +539,7 @@ TEST_F(StreamTest, LeaderLost_ImageKeepsTheHeaderOfItsBuffer)
     usb.Complete(LIBUSB_TRANSFER_COMPLETED, Bytes(32)); // a trailer with nothing before it
     header = {};
     EXPECT_EQ(Get(), 0);
-    EXPECT_EQ(header.nBlockId, 0x1000000000000003U);
+    EXPECT_EQ(+header.nBlockId, 0x1000000000000003U);
     EXPECT_EQ(image[0], 3);
 }
 
@@ -558,7 +558,7 @@ TEST_F(StreamTest, TrailerLost_NextLeaderStartsTheImageAgain)
     usb.Complete(LIBUSB_TRANSFER_COMPLETED, Bytes(192, 2));
     usb.Complete(LIBUSB_TRANSFER_COMPLETED, Bytes(64));
     EXPECT_EQ(Get(), 0);
-    EXPECT_EQ(header.nBlockId, 0x1000000000000002U);
+    EXPECT_EQ(+header.nBlockId, 0x1000000000000002U);
     EXPECT_EQ(image[0], 2);
     EXPECT_EQ(Get(20), 0xC018);
 }
@@ -570,9 +570,9 @@ TEST_F(StreamTest, LeaderOfAFewBytes_IsReadAsFarAsItGoes)
     usb.Complete(LIBUSB_TRANSFER_COMPLETED, Leader(9, 20));
     usb.Complete(LIBUSB_TRANSFER_COMPLETED, Bytes(32));
     EXPECT_EQ(Get(), 0);
-    EXPECT_EQ(header.nBlockId, 0x1000000000000009U);
-    EXPECT_EQ(header.nTimestamp, 0U);
-    EXPECT_EQ(header.nSizeX, 0U);
+    EXPECT_EQ(+header.nBlockId, 0x1000000000000009U);
+    EXPECT_EQ(+header.nTimestamp, 0U);
+    EXPECT_EQ(+header.nSizeX, 0U);
 }
 
 TEST_F(StreamTest, PayloadBeforeAnyLeader_StaysInsideTheBlock)
