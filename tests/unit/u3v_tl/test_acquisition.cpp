@@ -276,14 +276,46 @@ TEST_F(AcquisitionTest, Run_BufferQueuedOrFlushedIn_IsTakenUpAtOnce)
     EXPECT_EQ(m_stream->StopAcquisition(0), GC_ERR_SUCCESS);
 }
 
-TEST_F(AcquisitionTest, Run_StopWhileWaitingForABuffer_IsTakenUpAtOnce)
+// Half of the rounds are faster than this: a waiter that is told, not one that polls slowly.
+template <class Action>
+std::chrono::nanoseconds MedianOf(Action action)
+{
+    std::vector<std::chrono::nanoseconds> rounds;
+    for (int i = 0; i < 41; ++i) {
+        rounds.push_back(action());
+    }
+    std::sort(rounds.begin(), rounds.end());
+    return rounds[rounds.size() / 2];
+}
+
+TEST_F(AcquisitionTest, Run_BufferQueuedWhileWaiting_IsTakenUpWithoutDelay)
+{
+    ZrGenTLEvent* const event = RegisterEvent();
+    void* const handle = Announce(0);
+    ASSERT_EQ(m_stream->StartAcquisition(0, GENTL_INFINITE), GC_ERR_SUCCESS);
+    EXPECT_LT(MedianOf([&] {
+                  m_fake.PushImage(MakeImage(1));
+                  std::this_thread::sleep_for(2ms); // it waits
+                  const auto start = std::chrono::steady_clock::now();
+                  EXPECT_EQ(m_stream->QueueBuffer(handle), GC_ERR_SUCCESS);
+                  EXPECT_EQ(Take(event, 2000), handle);
+                  return std::chrono::steady_clock::now() - start;
+              }),
+              3ms);
+    EXPECT_EQ(m_stream->StopAcquisition(0), GC_ERR_SUCCESS);
+}
+
+TEST_F(AcquisitionTest, Run_StopWhileWaitingForABuffer_IsTakenUpWithoutDelay)
 {
     Announce(0);
-    ASSERT_EQ(m_stream->StartAcquisition(0, GENTL_INFINITE), GC_ERR_SUCCESS);
-    std::this_thread::sleep_for(10ms);
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(m_stream->StopAcquisition(0), GC_ERR_SUCCESS);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 100ms);
+    EXPECT_LT(MedianOf([&] {
+                  EXPECT_EQ(m_stream->StartAcquisition(0, GENTL_INFINITE), GC_ERR_SUCCESS);
+                  std::this_thread::sleep_for(2ms);
+                  const auto start = std::chrono::steady_clock::now();
+                  EXPECT_EQ(m_stream->StopAcquisition(0), GC_ERR_SUCCESS);
+                  return std::chrono::steady_clock::now() - start;
+              }),
+              3ms);
 }
 
 TEST_F(AcquisitionTest, Run_Delivery_IsCountedBeforeItIsSignalled)
