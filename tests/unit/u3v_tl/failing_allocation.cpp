@@ -40,12 +40,27 @@ FailingAllocations::~FailingAllocations()
     t_left = kNever;
 }
 
+bool FailingAllocations::Possible()
+{
+    const FailingAllocations failing(0);
+    try {
+        ::operator delete(::operator new(1));
+        return false;
+    } catch (const std::bad_alloc&) {
+        return true;
+    }
+}
+
 bool FailingAllocations::Refused()
 {
     return t_refused;
 }
 
-void* operator new(size_t size)
+// Weak: a sanitizer whose runtime is linked in brings its own, and then nothing can be made to
+// fail.
+#define ZR_REPLACEABLE __attribute__((weak))
+
+ZR_REPLACEABLE void* operator new(size_t size)
 {
     void* const block = Allocate(size);
     if (block == nullptr) {
@@ -54,47 +69,47 @@ void* operator new(size_t size)
     return block;
 }
 
-void* operator new[](size_t size)
+ZR_REPLACEABLE void* operator new[](size_t size)
 {
     return operator new(size);
 }
 
-void* operator new(size_t size, const std::nothrow_t&) noexcept
+ZR_REPLACEABLE void* operator new(size_t size, const std::nothrow_t&) noexcept
 {
     return Allocate(size);
 }
 
-void* operator new[](size_t size, const std::nothrow_t&) noexcept
+ZR_REPLACEABLE void* operator new[](size_t size, const std::nothrow_t&) noexcept
 {
     return Allocate(size);
 }
 
-void operator delete(void* block) noexcept
+ZR_REPLACEABLE void operator delete(void* block) noexcept
 {
     free(block);
 }
 
-void operator delete[](void* block) noexcept
+ZR_REPLACEABLE void operator delete[](void* block) noexcept
 {
     free(block);
 }
 
-void operator delete(void* block, size_t) noexcept
+ZR_REPLACEABLE void operator delete(void* block, size_t) noexcept
 {
     free(block);
 }
 
-void operator delete[](void* block, size_t) noexcept
+ZR_REPLACEABLE void operator delete[](void* block, size_t) noexcept
 {
     free(block);
 }
 
-void operator delete(void* block, const std::nothrow_t&) noexcept
+ZR_REPLACEABLE void operator delete(void* block, const std::nothrow_t&) noexcept
 {
     free(block);
 }
 
-void operator delete[](void* block, const std::nothrow_t&) noexcept
+ZR_REPLACEABLE void operator delete[](void* block, const std::nothrow_t&) noexcept
 {
     free(block);
 }

@@ -11,6 +11,9 @@ public:
     FailingAllocations(const FailingAllocations&) = delete;
     FailingAllocations& operator=(const FailingAllocations&) = delete;
 
+    // Whether this binary's allocations can be made to fail: not where a sanitizer brings an
+    // operator new of its own.
+    static bool Possible();
     // Whether an allocation was refused.
     static bool Refused();
 };

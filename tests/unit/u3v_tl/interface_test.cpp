@@ -187,7 +187,6 @@ TEST_F(Interface, Update_SameIdOtherCaseAndFields_NotChangedButTakenOver)
 
 TEST_F(Interface, Update_DiscoveryFails_TracedListEmpty)
 {
-    UpdateDevices();
     TraceCapture trace;
     std::vector<_ZR_U3V_DEVICE_INFO> list;
     Fake().Script("U3V_DiscoveryDevices", {0xC005});
