@@ -1,6 +1,7 @@
 #include "producer.h"
 
 #include <dlfcn.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "tap.h"
@@ -33,6 +34,10 @@ void* producer_load(const char* path)
 void producer_unload(void* library)
 {
     memset(&gentl, 0, sizeof gentl);
+    /* A leak is reported after this; only a loaded library has names and lines for it. */
+    if (getenv("ZR_KEEP_PRODUCER") != NULL) {
+        return;
+    }
     if (dlclose(library) != 0) {
         tap_bail_out("cannot unload the producer: %s", dlerror());
     }
