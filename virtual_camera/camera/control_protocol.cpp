@@ -11,13 +11,13 @@ constexpr std::uint16_t kAckOf = 1; // an acknowledge's id is its command's plus
 std::vector<std::uint8_t> MakeAck(std::uint16_t status, std::uint16_t id, std::uint16_t requestId,
                                   std::span<const std::uint8_t> data)
 {
-    std::vector<std::uint8_t> ack(gencp::kHeaderSize);
+    std::vector<std::uint8_t> ack(gencp::kHeaderSize + data.size());
     gencp::kPrefixField.Store(ack.data(), gencp::kPrefix);
     gencp::kStatus.Store(ack.data(), status);
     gencp::kCommand.Store(ack.data(), id);
     gencp::kLength.Store(ack.data(), static_cast<std::uint16_t>(data.size()));
     gencp::kRequestId.Store(ack.data(), requestId);
-    ack.insert(ack.end(), data.begin(), data.end());
+    std::copy(data.begin(), data.end(), ack.data() + gencp::kHeaderSize);
     return ack;
 }
 

@@ -158,8 +158,8 @@ void Enumeration(Document& xml, const Feature& feature, const Entries& entries)
 {
     Open(xml, "Enumeration", feature);
     for (const Entry& entry : entries) {
-        xml.Line("    <EnumEntry Name=\"EnumEntry_%s_%s\" NameSpace=\"Standard\">", feature.name,
-                 entry.name);
+        // By the entry's own name: tools that do not read Symbolic find it as well.
+        xml.Line("    <EnumEntry Name=\"%s\" NameSpace=\"Standard\">", entry.name);
         xml.Line("      <DisplayName>%s</DisplayName>", entry.name);
         xml.Line("      <Value>%u</Value>", entry.value);
         xml.Line("      <Symbolic>%s</Symbolic>", entry.name);
