@@ -1,0 +1,198 @@
+// The stream channel under a misbehaving camera and bus: what can recover does, what cannot ends
+// cleanly.
+
+#include "producer_session.h"
+
+#include <chrono>
+
+namespace {
+
+class StreamFault : public ProducerTest
+{
+};
+
+struct Case
+{
+    const char* fault; // at the image with block id 3
+    uint64_t behind;   // images after that one that may still carry its traces
+};
+
+std::string CaseName(const ::testing::TestParamInfo<Case>& info)
+{
+    std::string name = info.param.fault;
+    std::erase_if(name, [](char c) { return !isalnum(static_cast<unsigned char>(c)); });
+    return name;
+}
+
+class RecoverableFault : public StreamFault, public ::testing::WithParamInterface<Case>
+{
+};
+
+// Images away from the faulty one are exact; the stream goes on.
+TEST_P(RecoverableFault, StreamGoesOnWithExactImages)
+{
+    const vusb::Camera camera(std::string("width=640,height=480,fps=100,faults=") +
+                              GetParam().fault);
+    const Producer producer;
+    const OpenCamera opened(producer);
+    const ImageStream stream(opened.Stream(), camera.PayloadSize(), 16);
+    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    ExpectExactImages(stream, camera, 0, 3);
+    uint64_t exactAfterwards = 0;
+    for (int i = 0; i < 40 && exactAfterwards < 10; ++i) {
+        const auto image = stream.Next(kImageTimeout);
+        ASSERT_TRUE(image) << "the stream has ended";
+        const uint64_t frame = stream.FrameId(image->handle);
+        if (frame > 3 + GetParam().behind && frame < 1000) {
+            EXPECT_EQ(vusb_compare_image(camera.Id(), frame, stream.Base(image->handle),
+                                         camera.PayloadSize()),
+                      -1)
+                << "frame " << frame;
+            ++exactAfterwards;
+        }
+        ASSERT_EQ(stream.Queue(image->handle), GC_ERR_SUCCESS);
+    }
+    EXPECT_EQ(exactAfterwards, 10u);
+    EXPECT_GE(camera.Stats().faults_played, 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, RecoverableFault,
+    ::testing::Values(
+        Case{"leader-lost@3*1", 1}, Case{"leader-short@3*1", 1}, Case{"leader-long@3*1", 1},
+        Case{"leader-doubled@3*1", 1}, Case{"leader-magic@3*1", 0}, Case{"leader-id@3*1", 0},
+        Case{"payload-lost@3*1", 1}, Case{"payload-short@3*1", 1}, Case{"payload-long@3*1", 1},
+        Case{"payload-doubled@3*1", 1}, Case{"payload-corrupt@3*1", 0}, Case{"trailer-lost@3*1", 1},
+        Case{"trailer-short@3*1", 1}, Case{"trailer-long@3*1", 1}, Case{"trailer-doubled@3*1", 1},
+        Case{"trailer-status@3*1", 0}, Case{"zero-length-leader@3*1", 1},
+        Case{"zero-length-payload@3*1", 1}, Case{"zero-length-trailer@3*1", 1},
+        Case{"stream-late@3*1:300", 0}, Case{"stream-late-payload@3*1:300", 0},
+        Case{"stream-late-trailer@3*1:300", 0}, Case{"stream-late@3*1:3300", 0},
+        Case{"transfer-timeout@9*1", 1}, Case{"transfer-error@9*1", 1},
+        Case{"transfer-overflow@9*1", 1}),
+    CaseName);
+
+class TerminalFault : public StreamFault, public ::testing::WithParamInterface<Case>
+{
+};
+
+// Streaming ends silently; the stop answers within its waits and a new start works.
+TEST_P(TerminalFault, StopIsBoundedAndTheNextStartWorks)
+{
+    const vusb::Camera camera("width=64,height=64,fps=200");
+    const Producer producer;
+    const OpenCamera opened(producer);
+    ImageStream stream(opened.Stream(), camera.PayloadSize());
+    camera.SetFaults(GetParam().fault);
+    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    while (const auto image = stream.Next(300)) {
+        ASSERT_EQ(stream.Queue(image->handle), GC_ERR_SUCCESS);
+    }
+    camera.SetFaults("");
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(stream.Stop(), GC_ERR_SUCCESS);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
+    stream.Rewind();
+    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    EXPECT_TRUE(stream.Next());
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, TerminalFault,
+                         ::testing::Values(Case{"transfer-cancelled@9*1", 0},
+                                           Case{"stream-silent@3", 0}),
+                         CaseName);
+
+TEST_F(StreamFault, ResubmitFails_EndsSilentlyAndTheNextStartWorks)
+{
+    const vusb::Camera camera("width=64,height=64,fps=200");
+    const Producer producer;
+    const OpenCamera opened(producer);
+    ImageStream stream(opened.Stream(), camera.PayloadSize());
+    ASSERT_EQ(vusb_fail_call("libusb_submit_transfer", 10, 1, -1), 0);
+    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    while (const auto image = stream.Next(300)) {
+        ASSERT_EQ(stream.Queue(image->handle), GC_ERR_SUCCESS);
+    }
+    EXPECT_EQ(stream.Stop(), GC_ERR_SUCCESS);
+    stream.Rewind();
+    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    EXPECT_TRUE(stream.Next());
+}
+
+struct StartFailure
+{
+    const char* function;
+    int result;
+};
+
+class FailingStart : public StreamFault, public ::testing::WithParamInterface<StartFailure>
+{
+};
+
+TEST_P(FailingStart, LeavesNothingBehindAndTheNextStartWorks)
+{
+    const vusb::Camera camera("width=64,height=64,fps=200");
+    const Producer producer;
+    const OpenCamera opened(producer);
+    ImageStream stream(opened.Stream(), camera.PayloadSize());
+    ASSERT_EQ(vusb_fail_call(GetParam().function, 0, 1, GetParam().result), 0);
+    EXPECT_EQ(stream.Start(), GC_ERR_ERROR);
+    vusb_live_objects live{};
+    vusb_get_live_objects(&live);
+    EXPECT_EQ(live.transfers, 0u);
+    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    EXPECT_TRUE(stream.Next());
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, FailingStart,
+                         ::testing::Values(StartFailure{"libusb_alloc_transfer", 0},
+                                           StartFailure{"libusb_submit_transfer", -1},
+                                           StartFailure{"libusb_submit_transfer", -4},
+                                           StartFailure{"libusb_submit_transfer", -11}),
+                         [](const auto& info) {
+                             return std::string(info.param.function) + "_" +
+                                    std::to_string(-info.param.result);
+                         });
+
+class UnplugWhileStreaming : public StreamFault, public ::testing::WithParamInterface<const char*>
+{
+};
+
+TEST_P(UnplugWhileStreaming, EverythingClosesAndTheReplugStreamsAgain)
+{
+    const vusb::Camera camera("width=640,height=480,fps=100");
+    Producer producer;
+    {
+        const OpenCamera opened(producer);
+        const ImageStream stream(opened.Stream(), camera.PayloadSize());
+        camera.SetFaults(std::string(GetParam()) + "@5");
+        ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+        while (const auto image = stream.Next(500)) {
+            ASSERT_EQ(stream.Queue(image->handle), GC_ERR_SUCCESS);
+        }
+        EXPECT_FALSE(camera.IsPlugged());
+    }
+    camera.SetFaults("");
+    camera.Replug();
+    producer.Reopen();
+    const OpenCamera opened(producer);
+    const ImageStream stream(opened.Stream(), camera.PayloadSize());
+    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    const auto image = stream.Next();
+    ASSERT_TRUE(image);
+    const uint64_t frame = stream.FrameId(image->handle);
+    EXPECT_EQ(
+        vusb_compare_image(camera.Id(), frame, stream.Base(image->handle), camera.PayloadSize()),
+        -1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Moments, UnplugWhileStreaming,
+                         ::testing::Values("unplug-at-leader", "unplug-at-payload",
+                                           "unplug-in-payload", "unplug-at-trailer"),
+                         [](const auto& info) {
+                             std::string name = info.param;
+                             std::erase(name, '-');
+                             return name;
+                         });
+
+} // namespace
