@@ -1,0 +1,373 @@
+// zr_vm_test CTI SCENARIO [ARGUMENT]: what the guest checks with the producer on the real USB
+// stack. One line for each check, "ok - ..." or "FAIL - ...".
+
+#include <dirent.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+
+#include "camera_layout.h"
+#include "description_file.h"
+#include "producer_session.h"
+#include "usb_camera.h"
+
+namespace {
+
+using namespace vmtest;
+
+constexpr int kFindSeconds = 30;
+constexpr std::uint64_t kImageMs = 10000;
+constexpr unsigned kBuffers = 8;
+constexpr std::uint64_t kEndless = GENTL_INFINITE;
+
+int failures = 0;
+
+bool Check(bool good, const std::string& text)
+{
+    std::printf("%s - %s\n", good ? "ok" : "FAIL", text.c_str());
+    std::fflush(stdout);
+    failures += good ? 0 : 1;
+    return good;
+}
+
+std::string OnlyCamera(Bus& bus)
+{
+    const std::vector<std::string> ids = bus.Find(1, kFindSeconds);
+    if (ids.size() != 1) {
+        throw Failure(std::to_string(ids.size()) + " cameras instead of one");
+    }
+    return ids[0];
+}
+
+unsigned Take(Camera& camera, Tally& tally, unsigned images)
+{
+    unsigned taken = 0;
+    while (taken < images && camera.Next(tally, kImageMs) == GC_ERR_SUCCESS) {
+        ++taken;
+    }
+    return taken;
+}
+
+void CheckTally(const Tally& tally, unsigned wanted, const std::string& what)
+{
+    Check(tally.images == wanted && tally.wrong == 0 && tally.disorder == 0 && tally.skipped == 0,
+          what + ": " + std::to_string(tally.images) +
+              " images, every byte right, in order, none "
+              "lost" +
+              (tally.wrong != 0
+                   ? "; WRONG " + std::to_string(tally.wrong) + " (" + tally.first + ")"
+                   : "") +
+              (tally.disorder != 0 ? "; DISORDER " + std::to_string(tally.disorder) : "") +
+              (tally.skipped != 0 ? "; LOST " + std::to_string(tally.skipped) : ""));
+}
+
+double Seconds(std::chrono::steady_clock::duration duration)
+{
+    return std::chrono::duration<double>(duration).count();
+}
+
+void Discovery(const std::string&)
+{
+    Bus bus;
+    const std::string id = OnlyCamera(bus);
+    const vcam::CameraConfig wanted;
+    Check(id.find(wanted.guid) != std::string::npos, "discovery finds the camera: " + id);
+    Check(bus.Info(id, DEVICE_INFO_VENDOR) == wanted.vendor &&
+              bus.Info(id, DEVICE_INFO_MODEL) == wanted.model,
+          "vendor and model from its descriptors: " + bus.Info(id, DEVICE_INFO_VENDOR) + ", " +
+              bus.Info(id, DEVICE_INFO_MODEL));
+    Camera camera(bus, id, 1);
+    const auto vendor = camera.Read(vcam::abrm::kManufacturer, 64);
+    Check(wanted.vendor == reinterpret_cast<const char*>(vendor.data()),
+          "the manufacturer register says the same");
+    char name[64] = "line 7, top";
+    Check(camera.Write(vcam::abrm::kUserDefinedName, name, sizeof name) == GC_ERR_SUCCESS,
+          "the user-defined name is written");
+    Check(std::memcmp(camera.Read(vcam::abrm::kUserDefinedName, 64).data(), name, 64) == 0,
+          "and read back");
+    Check(camera.Write(vcam::abrm::kManufacturer, name, 4) != GC_ERR_SUCCESS,
+          "a write to a read-only register fails");
+    Check(camera.ReadNumber(vcam::abrm::kGenCPVersion.address) != 0,
+          "and the control channel goes on");
+}
+
+void FirstImage(const std::string& started)
+{
+    constexpr long kLimit = 60;
+    Bus bus;
+    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    Tally tally;
+    camera.Start(kEndless);
+    const unsigned taken = Take(camera, tally, 1);
+    const long seconds = time(nullptr) - std::strtol(started.c_str(), nullptr, 10);
+    camera.Stop();
+    Check(taken == 1 && tally.wrong == 0 && seconds <= kLimit,
+          "from power-on to the first image: " + std::to_string(seconds) + " s, at most " +
+              std::to_string(kLimit));
+}
+
+// The library gives the document itself, also when the camera keeps it zipped.
+void Description(const std::string& kind)
+{
+    Bus bus;
+    Camera camera(bus, OnlyCamera(bus), 1);
+    vcam::CameraConfig config;
+    config.width = camera.ReadNumber(vcam::cam::kSensorWidth.address);
+    config.height = camera.ReadNumber(vcam::cam::kSensorHeight.address);
+    config.zip = kind == "zipped";
+    const std::vector<std::uint8_t> served = camera.DescriptionFile();
+    const std::vector<std::uint8_t> wanted = vcam::UsbCamera(config).DescriptionFile();
+    Check(served == wanted, "description file, " + kind + ": " + std::to_string(served.size()) +
+                                " bytes, the camera's");
+}
+
+void Images(const std::string& argument)
+{
+    const auto wanted = static_cast<unsigned>(std::stoul(argument));
+    Bus bus;
+    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    Tally tally;
+    camera.Start(kEndless);
+    const auto start = std::chrono::steady_clock::now();
+    Take(camera, tally, wanted);
+    const double seconds = Seconds(std::chrono::steady_clock::now() - start);
+    camera.Stop();
+    char rate[64];
+    std::snprintf(rate, sizeof rate, "%.0f images/s, %.1f MB/s", wanted / seconds,
+                  static_cast<double>(camera.Payload()) * wanted / seconds / 1e6);
+    CheckTally(tally, wanted,
+               std::to_string(camera.Payload()) + " bytes each, " + std::string(rate));
+}
+
+void Limited(const std::string&)
+{
+    constexpr unsigned kImages = 10;
+    Bus bus;
+    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    Tally tally;
+    camera.Start(kImages);
+    Take(camera, tally, kImages);
+    const bool silent = camera.Next(tally, 500) == GC_ERR_TIMEOUT;
+    camera.Stop();
+    CheckTally(tally, kImages, "limited acquisition");
+    Check(silent, "and no image more");
+}
+
+void Restarts(const std::string& argument)
+{
+    const auto rounds = static_cast<unsigned>(std::stoul(argument));
+    Bus bus;
+    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    Tally tally;
+    for (unsigned round = 0; round < rounds; ++round) {
+        camera.Start(kEndless);
+        Take(camera, tally, 2);
+        camera.Stop();
+    }
+    CheckTally(tally, 2 * rounds, "stop and restart " + argument + " times");
+}
+
+// The camera leaves after so many images and comes back by itself. A device that was listed before
+// is found again by an interface that is opened anew.
+void Replug(const std::string& argument)
+{
+    const auto before = static_cast<unsigned>(std::stoul(argument));
+    Tally tally;
+    {
+        Bus bus;
+        Camera camera(bus, OnlyCamera(bus), kBuffers);
+        camera.Start(kEndless);
+        while (camera.Next(tally, 1500) == GC_ERR_SUCCESS) {
+        }
+        const auto start = std::chrono::steady_clock::now();
+        try {
+            camera.Stop();
+        } catch (const Failure& error) {
+            std::printf("# stopping without a camera: %s\n", error.what());
+        }
+        const double seconds = Seconds(std::chrono::steady_clock::now() - start);
+        char text[64];
+        std::snprintf(text, sizeof text, "stopped %.1f s after the unplug", seconds);
+        Check(seconds < 10, text);
+    }
+    // The last image may have gone down with the camera.
+    Check(tally.images <= before && tally.images + 1 >= before && tally.wrong == 0,
+          "unplugged while streaming: " + std::to_string(tally.images) +
+              " images before, every byte right");
+    Bus bus;
+    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    Tally after;
+    camera.Start(kEndless);
+    Take(camera, after, 20);
+    camera.Stop();
+    CheckTally(after, 20, "plugged in again");
+}
+
+void Two(const std::string& argument)
+{
+    const auto wanted = static_cast<unsigned>(std::stoul(argument));
+    Bus bus;
+    const std::vector<std::string> ids = bus.Find(2, kFindSeconds);
+    if (!Check(ids.size() == 2, "two cameras are found")) {
+        return;
+    }
+    Camera first(bus, ids[0], kBuffers);
+    Camera second(bus, ids[1], kBuffers);
+    Tally tallies[2];
+    first.Start(kEndless);
+    second.Start(kEndless);
+    for (unsigned i = 0; i < wanted; ++i) {
+        Take(first, tallies[0], 1);
+        Take(second, tallies[1], 1);
+    }
+    first.Stop();
+    second.Stop();
+    CheckTally(tallies[0], wanted, "two at once, the first");
+    CheckTally(tallies[1], wanted, "two at once, the second");
+}
+
+// Streams until it is killed; tells when it is under way.
+[[noreturn]] void StreamForEver(int ready)
+{
+    Bus bus;
+    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    Tally tally;
+    camera.Start(kEndless);
+    Take(camera, tally, 20);
+    const char mark = tally.images == 20 && tally.wrong == 0 ? 'y' : 'n';
+    if (write(ready, &mark, 1) != 1) {
+        _exit(1);
+    }
+    for (;;) {
+        camera.Next(tally, kImageMs);
+    }
+}
+
+void Killed(const std::string&)
+{
+    int ends[2];
+    if (pipe(ends) != 0) {
+        throw Failure("no pipe");
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        StreamForEver(ends[1]);
+    }
+    close(ends[1]);
+    char mark = 'n';
+    const bool ready = read(ends[0], &mark, 1) == 1 && mark == 'y';
+    close(ends[0]);
+    kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    Check(ready && WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL,
+          "a process dies by SIGKILL in the middle of streaming");
+    Bus bus;
+    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    Check((camera.ReadNumber(vcam::sirm::kControl.address) & vcam::sirm::kStreamEnable) != 0,
+          "the camera still streams to nobody");
+    Tally tally;
+    camera.Start(kEndless);
+    Take(camera, tally, 50);
+    camera.Stop();
+    CheckTally(tally, 50, "a new process takes over");
+}
+
+struct Usage
+{
+    long residentKiB = 0;
+    long descriptors = 0;
+    long threads = 0;
+};
+
+long Entries(const char* folder)
+{
+    const std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(folder), closedir);
+    long count = 0;
+    while (dir != nullptr && readdir(dir.get()) != nullptr) {
+        ++count;
+    }
+    return count;
+}
+
+Usage Now()
+{
+    Usage usage;
+    usage.descriptors = Entries("/proc/self/fd");
+    usage.threads = Entries("/proc/self/task");
+    std::ifstream file("/proc/self/statm");
+    long size = 0;
+    file >> size >> usage.residentKiB;
+    usage.residentKiB *= sysconf(_SC_PAGESIZE) / 1024;
+    return usage;
+}
+
+// What a process holds must be the same after many rounds; the first ones warm up the allocator.
+void Rounds(const std::string& argument)
+{
+    constexpr unsigned kWarm = 40;
+    constexpr unsigned kAnew = 20; // the whole library every so many rounds
+    constexpr long kSlackKiB = 1024;
+    const auto rounds = static_cast<unsigned>(std::stoul(argument));
+    Tally tally;
+    Usage warm;
+    auto bus = std::make_unique<Bus>();
+    std::string id = OnlyCamera(*bus);
+    for (unsigned round = 0; round < rounds; ++round) {
+        if (round % kAnew == 0) {
+            bus.reset();
+            bus = std::make_unique<Bus>();
+            id = OnlyCamera(*bus);
+        }
+        if (round == kWarm) {
+            warm = Now();
+        }
+        Camera camera(*bus, id, 3);
+        camera.Start(kEndless);
+        Take(camera, tally, 1);
+        camera.Stop();
+    }
+    const Usage last = Now();
+    CheckTally(tally, rounds, argument + " rounds of open, stream, close");
+    Check(last.residentKiB <= warm.residentKiB + kSlackKiB,
+          "memory stays flat: " + std::to_string(warm.residentKiB) + " KiB, at the end " +
+              std::to_string(last.residentKiB) + " KiB");
+    Check(last.descriptors == warm.descriptors, "descriptors: " + std::to_string(warm.descriptors) +
+                                                    " and " + std::to_string(last.descriptors));
+    Check(last.threads == warm.threads,
+          "threads: " + std::to_string(warm.threads) + " and " + std::to_string(last.threads));
+}
+
+const std::map<std::string, void (*)(const std::string&)> kScenarios = {
+    {"discovery", Discovery},     {"first-image", FirstImage},
+    {"description", Description}, {"images", Images},
+    {"limited", Limited},         {"restarts", Restarts},
+    {"replug", Replug},           {"two", Two},
+    {"killed", Killed},           {"rounds", Rounds},
+};
+
+} // namespace
+
+int main(int count, char** arguments)
+{
+    const auto scenario = kScenarios.find(count > 2 ? arguments[2] : "");
+    if (scenario == kScenarios.end()) {
+        std::fprintf(stderr, "usage: %s CTI SCENARIO [ARGUMENT]\n", arguments[0]);
+        return 2;
+    }
+    try {
+        Load(arguments[1]);
+        scenario->second(count > 3 ? arguments[3] : "");
+    } catch (const std::exception& error) {
+        Check(false, scenario->first + ": " + error.what());
+    }
+    return failures == 0 ? 0 : 1;
+}
