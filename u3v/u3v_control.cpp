@@ -18,6 +18,9 @@ namespace {
 // No description file comes near this; an archive that claims more is not believed.
 constexpr uint64_t kMaximumXmlSize = 256U << 20U;
 
+// Answers to earlier commands that one exchange reads away before it counts as misanswered.
+constexpr unsigned kMaximumLateAnswers = 16;
+
 } // namespace
 
 U3V_Control::U3V_Control(U3V_Device* device, const U3V_ControlLimits& limits)
@@ -80,6 +83,7 @@ void U3V_Control::_reset()
 {
     m_XmlFile = {};
     m_nRequestId = 0;
+    m_nAnsweredId = 0;
     m_Capability = {};
     m_bOpened = true;
 }
@@ -223,19 +227,51 @@ uint16_t U3V_Control::_send(std::span<uint8_t> packet)
                      _transferTimeout(), sent);
 }
 
+// One acknowledge. An answer to an earlier command that was given up for lost is read away:
+// otherwise a single late or pending answer would put every later exchange off by one for as long
+// as the camera is open.
 uint16_t U3V_Control::_receive(size_t size, uint32_t timeout, int& received)
 {
-    // A short packet must not be completed by what an earlier one left in the buffer.
-    std::fill_n(m_AckBuffer.Data(), wire::kLongAckSize, uint8_t{0});
-    return _transfer(m_pDevice->ControlInEndpoint, m_AckBuffer.Data(), size, timeout, received);
+    uint16_t status = U3V_STATUS_SUCCESS;
+    for (unsigned late = 0; late <= kMaximumLateAnswers; ++late) {
+        // A short packet must not be completed by what an earlier one left in the buffer.
+        std::fill_n(m_AckBuffer.Data(), wire::kLongAckSize, uint8_t{0});
+        status =
+            _transfer(m_pDevice->ControlInEndpoint, m_AckBuffer.Data(), size, timeout, received);
+        if (status != U3V_STATUS_SUCCESS || !_isLateAnswer(received)) {
+            break;
+        }
+    }
+    return status;
+}
+
+// Only ids between the last answered command and the present one can be late; each can be so once.
+bool U3V_Control::_isLateAnswer(int received)
+{
+    const std::span<const uint8_t> ack = m_AckBuffer.Bytes();
+    if (received < static_cast<int>(wire::kAckHeaderSize) ||
+        Load(ack, wire::kAckPrefix) != wire::kPrefix) {
+        return false;
+    }
+    const uint16_t id = Load(ack, wire::kAckRequestId);
+    const auto sinceAnswer = static_cast<uint16_t>(id - m_nAnsweredId);
+    const auto present = static_cast<uint16_t>(m_nRequestId - m_nAnsweredId);
+    if (sinceAnswer == 0 || sinceAnswer >= present) {
+        return false;
+    }
+    if (Load(ack, wire::kAckCommandId) != wire::kPendingAck) {
+        m_nAnsweredId = id;
+    }
+    return true;
 }
 
 // What is left to check once prefix and command id are right.
-uint16_t U3V_Control::_checkAckTail() const
+uint16_t U3V_Control::_checkAckTail()
 {
     if (Load<uint16_t>(m_AckBuffer.Bytes(), wire::kAckRequestId) != m_nRequestId) {
         return U3V_STATUS_BAD_REQUEST_ID;
     }
+    m_nAnsweredId = m_nRequestId;
     return Load<uint16_t>(m_AckBuffer.Bytes(), wire::kAckStatus);
 }
 

@@ -89,9 +89,10 @@ private:
                                      size_t packetSize) ZR_REQUIRES(m_Mutex);
     uint16_t _send(std::span<uint8_t> packet) ZR_REQUIRES(m_Mutex);
     uint16_t _receive(size_t size, uint32_t timeout, int& received) ZR_REQUIRES(m_Mutex);
+    bool _isLateAnswer(int received) ZR_REQUIRES(m_Mutex);
     uint16_t _transfer(uint8_t endpoint, uint8_t* data, size_t size, uint32_t timeout,
                        int& transferred) ZR_REQUIRES(m_Mutex);
-    uint16_t _checkAckTail() const ZR_REQUIRES(m_Mutex);
+    uint16_t _checkAckTail() ZR_REQUIRES(m_Mutex);
     uint32_t _transferTimeout() const;
 
     U3V_Device* const m_pDevice; // not owned
@@ -100,7 +101,8 @@ private:
     U3V_Block m_AckBuffer ZR_GUARDED_BY(m_Mutex);
     uint8_t m_Command[control_wire::kWriteDataOffset + control_wire::kMaximumWrite] ZR_GUARDED_BY(
         m_Mutex) = {};
-    uint16_t m_nRequestId ZR_GUARDED_BY(m_Mutex) = 0; // the last one used
+    uint16_t m_nRequestId ZR_GUARDED_BY(m_Mutex) = 0;  // the last one used
+    uint16_t m_nAnsweredId ZR_GUARDED_BY(m_Mutex) = 0; // the last one the camera has answered
     bool m_bOpened ZR_GUARDED_BY(m_Mutex) = false;
     std::atomic<uint32_t> m_nMaxCommandLength = 0;
     std::atomic<uint32_t> m_nMaxAckLength = 0;

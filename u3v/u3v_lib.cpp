@@ -5,6 +5,7 @@
 #include "u3v_discovery.h"
 #include "u3v_stream.h"
 
+#include "zr_no_destroy.h"
 #include "zr_sync.h"
 
 #include <memory>
@@ -49,8 +50,8 @@ private:
 // Never destroyed: at process end libusb may be gone before us.
 DiscoverySlot& TheDiscovery()
 {
-    static auto* slot = new DiscoverySlot;
-    return *slot;
+    static ZrNoDestroy<DiscoverySlot> slot;
+    return slot.Get();
 }
 
 // The same shell for what needs the discovery instead of a handle.

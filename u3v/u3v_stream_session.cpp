@@ -3,6 +3,7 @@
 #include "u3v_common.h"
 #include "u3v_wire.h"
 #include "zr_deadline.h"
+#include "zr_no_destroy.h"
 
 #include <algorithm>
 #include <chrono>
@@ -15,6 +16,8 @@
 namespace {
 
 constexpr size_t kFirstBlockSize = 0x10000;
+// What an acquisition without limit is cut to.
+constexpr uint32_t kNoLimit = 0xFFFFFFFF;
 
 // Sessions whose transfer the bus never gave back. Never destroyed as a whole: at process end the
 // bus may still hold them.
@@ -26,8 +29,8 @@ struct Orphans
 
 Orphans& TheOrphans()
 {
-    static auto* orphans = new Orphans;
-    return *orphans;
+    static ZrNoDestroy<Orphans> orphans;
+    return orphans.Get();
 }
 
 } // namespace
@@ -183,8 +186,9 @@ void U3V_StreamSession::_takeTrailer()
 void U3V_StreamSession::_resubmitOrStop()
 {
     // Quirk Q67: compared after every completion, so with 0 images to acquire the first one ends
-    // the acquisition, whatever it was.
-    if (m_nNumImagesAcquired == m_Setup.imagesToAcquire) {
+    // the acquisition, whatever it was. Without a limit there is nothing to reach: a line may run
+    // for more images than the count can tell.
+    if (m_Setup.imagesToAcquire != kNoLimit && m_nNumImagesAcquired == m_Setup.imagesToAcquire) {
         m_bStop = true;
     }
     if (m_bStop) {

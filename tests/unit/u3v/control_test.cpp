@@ -353,6 +353,49 @@ TEST_F(ControlTest, ReadMem_PendingAcknowledge_IsNotFollowed)
     EXPECT_EQ(control.ReadMem(0, data, 5), 0x800E);
 }
 
+TEST_F(ControlTest, ReadMem_LateAnswerToAnEarlierCommand_IsReadAway)
+{
+    Open();
+    uint32_t value = 0;
+    Reply(Pending(kFirstId, 100)); // refused; the true answer is still to come
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0xC009);
+    Reply(Ack(0, 0x0801, kFirstId, {1, 1, 1, 1}));
+    Reply(Ack(0, 0x0801, kFirstId + 1, {2, 0, 0, 0}));
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0);
+    EXPECT_EQ(value, 2U);
+}
+
+TEST_F(ControlTest, WriteMem_LateAnswerToAnEarlierCommand_IsReadAway)
+{
+    Open();
+    const uint32_t value = 0;
+    camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+    EXPECT_EQ(control.WriteMem(0x100, &value, 4), 0x800B);
+    Reply(Ack(0, 0x0803, kFirstId, {0, 0, 4, 0}));
+    Reply(Ack(0x8004, 0x0803, kFirstId + 1, {0, 0, 0, 0}));
+    EXPECT_EQ(control.WriteMem(0x100, &value, 4), 0x8004);
+}
+
+TEST_F(ControlTest, ReadMem_AnswerToTheLastAnsweredCommand_IsAWrongRequestId)
+{
+    Open();
+    uint32_t value = 0;
+    Reply(Ack(0, 0x0801, kFirstId - 1, {1, 0, 0, 0})); // answered before: doubled, not late
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0xC00A);
+}
+
+TEST_F(ControlTest, ReadMem_EndlessAnswersToEarlierCommands_EndWithAWrongRequestId)
+{
+    Open();
+    uint32_t value = 0;
+    camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0x800B);
+    for (int i = 0; i < 100; ++i) {
+        Reply(Ack(0, 0x0805, kFirstId, {0, 0, 1, 0}));
+    }
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0xC009);
+}
+
 TEST_F(ControlTest, RequestId_WrapsFromFFFFToOne)
 {
     Open();
