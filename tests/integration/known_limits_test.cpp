@@ -1,0 +1,185 @@
+// docs/known-limits.md line by line: which cameras the stream channel serves, which it cannot, and
+// what a consumer then sees. The receiver tells transfers apart by their exact lengths.
+
+#include "producer_session.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr uint64_t kSilence = 700; // ms without an image: at 100 images per second none will come
+
+class KnownLimits : public ProducerTest
+{
+};
+
+struct Shape
+{
+    const char* name;
+    const char* options;
+    size_t payload;
+};
+
+std::string ShapeName(const ::testing::TestParamInfo<Shape>& info)
+{
+    return info.param.name;
+}
+
+// One camera, opened, streaming at a rate that any machine follows.
+class Streaming
+{
+public:
+    explicit Streaming(const std::string& options)
+        : m_camera("fps=100," + options), m_opened(m_producer),
+          m_stream(m_opened.Stream(), m_camera.PayloadSize())
+    {
+        EXPECT_EQ(m_stream.Start(), GC_ERR_SUCCESS);
+    }
+
+    const vusb::Camera& Camera() const { return m_camera; }
+    const ImageStream& Stream() const { return m_stream; }
+    // The bytes of the next image that has come as a complete one.
+    std::vector<unsigned char> Image()
+    {
+        const auto image = m_stream.Next();
+        if (!image) {
+            ADD_FAILURE() << "no image";
+            return std::vector<unsigned char>(m_camera.PayloadSize());
+        }
+        EXPECT_FALSE(m_stream.IsIncomplete(image->handle));
+        m_frame = m_stream.FrameId(image->handle);
+        const auto* bytes = static_cast<const unsigned char*>(m_stream.Base(image->handle));
+        return {bytes, bytes + m_camera.PayloadSize()};
+    }
+    uint64_t Frame() const { return m_frame; }
+
+private:
+    vusb::Camera m_camera;
+    Producer m_producer;
+    OpenCamera m_opened;
+    ImageStream m_stream;
+    uint64_t m_frame = 0;
+};
+
+bool StartsWithTrailer(const std::vector<unsigned char>& image)
+{
+    return std::memcmp(image.data(), "U3VT", 4) == 0;
+}
+
+class Served : public KnownLimits, public ::testing::WithParamInterface<Shape>
+{
+};
+
+TEST_P(Served, EveryImageIsExact)
+{
+    const Streaming session(GetParam().options);
+    ASSERT_EQ(session.Camera().PayloadSize(), GetParam().payload);
+    ExpectExactImages(session.Stream(), session.Camera(), 0, 5);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cameras, Served,
+    ::testing::Values(Shape{"SmallAlignment", "width=64,height=48", 3072},
+                      Shape{"NoAlignmentIsTakenAsTwo", "width=11,height=8,alignment=0", 88},
+                      Shape{"AlignmentOfTheTrailersSize", "width=64,height=48,alignment=5", 3072},
+                      Shape{"LargeAlignmentWithPaddedDistinctSizes",
+                            "width=64,height=48,alignment=6,leader=128,trailer=64", 3072},
+                      Shape{"WholeTransfersOnly", "width=1024,height=1024", 1048576},
+                      Shape{"TransfersAndARest", "width=1024,height=1025", 1049600},
+                      Shape{"TrailerWithChunkField", "width=64,height=48,trailer=36", 3072}),
+    ShapeName);
+
+class NoImage : public KnownLimits, public ::testing::WithParamInterface<Shape>
+{
+};
+
+TEST_P(NoImage, AcquisitionStartsAndNothingComes)
+{
+    const Streaming session(GetParam().options);
+    ASSERT_EQ(session.Camera().PayloadSize(), GetParam().payload);
+    EXPECT_FALSE(session.Stream().Next(kSilence));
+    EXPECT_GT(session.Camera().Stats().stream_bytes, 0u) << "the camera has sent something";
+    EXPECT_EQ(session.Stream().Stop(), GC_ERR_SUCCESS);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cameras, NoImage,
+    ::testing::Values(
+        Shape{"LeaderAndTrailerOfOneSize", "width=64,height=48,leader=64,trailer=64", 3072},
+        Shape{"LeaderShorterThanTheAlignment", "width=64,height=48,alignment=6", 3072},
+        Shape{"TrailerShorterThanTheAlignment", "width=64,height=48,alignment=6,leader=128", 3072},
+        Shape{"LeaderShorterThanRequired", "width=64,height=48,leader=64,faults=leader-short:52",
+              3072},
+        Shape{"ImageSmallerThanTheAlignment", "width=4,height=1", 4}),
+    ShapeName);
+
+TEST_F(KnownLimits, PayloadNoMultipleOfTheAlignment_TheLastBytesAreMissing)
+{
+    Streaming session("width=10,height=10"); // 96 bytes and a rest of 4
+    const auto image = session.Image();
+    const auto sent = session.Camera().Expected(session.Frame());
+    EXPECT_TRUE(std::equal(image.begin(), image.begin() + 96, sent.begin()));
+    EXPECT_EQ(std::vector<unsigned char>(image.begin() + 96, image.end()),
+              std::vector<unsigned char>(4, 0));
+}
+
+TEST_F(KnownLimits, OddPayloadWithoutAlignment_TheLastByteIsMissing)
+{
+    Streaming session("width=11,height=7,alignment=0");
+    const auto image = session.Image();
+    const auto sent = session.Camera().Expected(session.Frame());
+    EXPECT_TRUE(std::equal(image.begin(), image.begin() + 76, sent.begin()));
+    EXPECT_EQ(image[76], 0);
+}
+
+TEST_F(KnownLimits, SuchARestBehindWholePackets_TheTrailerLiesOverTheImage)
+{
+    Streaming session("width=257,height=4"); // 1024 bytes, one whole packet, and a rest of 4
+    const auto image = session.Image();
+    EXPECT_TRUE(StartsWithTrailer(image));
+    const auto sent = session.Camera().Expected(session.Frame());
+    EXPECT_TRUE(std::equal(image.begin() + 32, image.end(), sent.begin() + 32));
+}
+
+TEST_F(KnownLimits, RestOfTheLeadersSize_PixelsAreTakenForALeader)
+{
+    Streaming session("width=8,height=8,leader=64");
+    const auto image = session.Image();
+    EXPECT_TRUE(StartsWithTrailer(image));
+    const auto first = session.Camera().Expected(0);
+    uint64_t pixels = 0;
+    std::memcpy(&pixels, first.data() + 8, sizeof pixels); // where a leader has its block id
+    EXPECT_EQ(session.Frame(), pixels);
+}
+
+TEST_F(KnownLimits, PayloadShorterThanRequired_TheTrailerLiesOverTheImage)
+{
+    Streaming session("width=64,height=48,faults=payload-short:16");
+    EXPECT_TRUE(StartsWithTrailer(session.Image()));
+}
+
+TEST_F(KnownLimits, StrictReadCommands_TheCameraIsListedButDoesNotOpen)
+{
+    const vusb::Camera camera("strict=1");
+    const Producer producer;
+    const auto ids = producer.DeviceIds();
+    ASSERT_EQ(ids.size(), 1u);
+    DEV_HANDLE device = nullptr;
+    EXPECT_NE(IFOpenDevice(producer.Interface(), ids[0].c_str(), DEVICE_ACCESS_CONTROL, &device),
+              GC_ERR_SUCCESS);
+    EXPECT_GT(vusb_camera_errors(camera.Id(), "bad-length"), 0u);
+}
+
+TEST_F(KnownLimits, PendingAcknowledgeToARead_TheCameraDoesNotOpen)
+{
+    const vusb::Camera camera("faults=pending%r0x1D8");
+    const Producer producer;
+    const auto ids = producer.DeviceIds();
+    ASSERT_EQ(ids.size(), 1u);
+    DEV_HANDLE device = nullptr;
+    EXPECT_NE(IFOpenDevice(producer.Interface(), ids[0].c_str(), DEVICE_ACCESS_CONTROL, &device),
+              GC_ERR_SUCCESS);
+    EXPECT_GT(camera.Stats().faults_played, 0u);
+}
+
+} // namespace
