@@ -23,7 +23,7 @@ constexpr std::size_t kMaxIn = 256U << 20;   // past this the request is refused
 constexpr std::size_t kMaxQueued = 1U << 16; // requests on one endpoint
 constexpr std::size_t kTurn = 32;            // requests answered before the socket is looked at
 constexpr std::chrono::milliseconds kHold{200};
-constexpr int kDrainMs = 200;
+constexpr int kDrainMs = 100; // of silence
 
 std::int32_t ErrorOf(UsbStatus status)
 {
@@ -89,7 +89,7 @@ void DeviceLink::_Drain()
     while (::poll(&entry, 1, kDrainMs) > 0 &&
            ::recv(m_socket.Get(), m_input.data(), m_input.size(), MSG_DONTWAIT) > 0) {
     }
-    m_socket.Close();
+    // Closed by the destructor: until then Stop() may still use it.
 }
 
 Clock::time_point DeviceLink::_NextTime() const
