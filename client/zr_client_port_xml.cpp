@@ -13,7 +13,7 @@ namespace {
 
 constexpr size_t kUrlSize = 1024;
 // Description files are some hundred kilobytes; a size beyond this comes from a broken camera.
-constexpr uint64_t kLargestDocument = 256U * 1024U * 1024U;
+constexpr uint64_t kLargestDocument = uint64_t{256} * 1024 * 1024;
 
 // "local:" file name ";" address ";" size, the numbers in hexadecimal.
 struct LocalUrl
@@ -96,7 +96,7 @@ std::string SaveLocalDocument(PORT_HANDLE hPort, const LocalUrl& url)
         std::printf("GCReadPort Failed! %d\n", status);
         return {};
     }
-    const std::string name = BaseName(url.fileName);
+    std::string name = BaseName(url.fileName);
     if (!WriteFile(name, text.get(), std::min(size, static_cast<size_t>(url.size)))) {
         std::puts("xmlfile open failed!");
         return {};
