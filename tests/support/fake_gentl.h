@@ -8,6 +8,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
@@ -25,6 +26,8 @@ public:
     std::map<std::string, uint64_t> numbers;
     std::vector<std::string> urls;
     std::map<uint64_t, std::string> memory; // of the remote port, by address
+    // Run when a call of that journal line comes, after it has been journaled.
+    std::map<std::string, std::function<void()>> hooks;
     uint32_t payloadSize = 64;
     size_t frames = 0;    // buffers that the event delivers before it times out
     bool endless = false; // deliver for ever
@@ -42,7 +45,13 @@ public:
     // Journals "function" or "function detail" and tells the scripted status.
     GC_ERROR Enter(const std::string& function, const std::string& detail = {});
     GC_ERROR Info(const std::string& kind, int32_t command, void* buffer, size_t* size);
+    // Notes a call with a handle or an id that is not the one to use.
+    void Require(bool good, const std::string& function);
+    std::string Misuses() const;
     GC_ERROR Announce(void* memory, size_t size, BUFFER_HANDLE* handle);
+    void Queue(BUFFER_HANDLE handle);
+    // Of frames, only the last delivered one is to be asked about.
+    void RequireDelivered(BUFFER_HANDLE handle);
     GC_ERROR Revoke(BUFFER_HANDLE handle, void** memory);
     GC_ERROR BufferId(uint32_t index, BUFFER_HANDLE* handle);
     GC_ERROR NextEvent(EVENT_NEW_BUFFER_DATA* data);
@@ -58,12 +67,16 @@ private:
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::vector<std::string> m_calls;
+    std::string m_misuses;
     std::vector<Buffer*> m_announced;
+    std::deque<Buffer*> m_queued;
+    Buffer* m_lastDelivered = nullptr;
     size_t m_delivered = 0;
     std::deque<Buffer> m_buffers; // addresses are the handles
 };
 
-// The stand-in that the functions use; a test's fixture makes a fresh one.
+// The stand-in that the functions use; a test's fixture makes a fresh one. What the old one has
+// been misused for fails the test.
 FakeGenTL& Fake();
 void ResetFake();
 

@@ -56,6 +56,7 @@ protected:
             Stop();
         }
         ReleaseAcquisitionBuffers();
+        ClientTest::TearDown();
     }
 
     static std::string Start()
@@ -110,6 +111,28 @@ TEST_F(ClientAcquisition, StartAndStop_PrintTheirSuccess)
     EXPECT_TRUE(Has(text, "ImageAcquisitionThread AcquisitionThread End \n"
                           ":ImageAcquisitionStop DSStopAcquisition Successful!\n"
                           ":ImageAcquisitionStop GCWritePort 0x50014 Status:0\n"));
+}
+
+TEST_F(ClientAcquisition, Start_ThreadWaitsForBuffersBeforeTheStreamStarts)
+{
+    Fake().hooks["DSFlushQueue 2"] = [] {
+        EXPECT_TRUE(Acq_thread_is_running);
+        EXPECT_TRUE(Fake().WaitFor("EventGetData 1000", 1));
+    };
+    Run([] {});
+    EXPECT_EQ(Fake().Count("DSFlushQueue 2"), 1U);
+}
+
+TEST_F(ClientAcquisition, Stop_ThreadHasEndedBeforeTheEventIsKilled)
+{
+    size_t waits = 0;
+    Fake().hooks["EventKill"] = [&] {
+        EXPECT_FALSE(Acq_thread_is_running);
+        waits = Fake().Count("EventGetData 1000");
+    };
+    Run([] { EXPECT_TRUE(Fake().WaitFor("EventGetData 1000", 2)); });
+    EXPECT_GE(waits, 2U);
+    EXPECT_EQ(Fake().Count("EventGetData 1000"), waits);
 }
 
 TEST_F(ClientAcquisition, StartTwiceStopTwice_EachRoundIsComplete)
@@ -232,6 +255,16 @@ TEST_F(ClientAcquisition, NewBuffer_IsReportedAndQueuedAgain)
     EXPECT_EQ(Fake().Count("GCReadPort stream 0x51378 4"), 3U);
 }
 
+TEST_F(ClientAcquisition, NewBuffer_FrameIdBeyond32Bits_IsCutAndTheTimestampIsNot)
+{
+    Fake().frames = 1;
+    Fake().numbers["BUF 16"] = 0x100012345;
+    Fake().numbers["BUF 3"] = 0x7FFFFFFFFFFFFFFF;
+    const std::string text = Run([] { EXPECT_TRUE(Fake().WaitFor("DSQueueBuffer", 11)); });
+    EXPECT_TRUE(Has(text, "tImage Received FrameId:74565 Info Ptr:"));
+    EXPECT_TRUE(Has(text, "\nTimestamp: 9223372036854775807\n"));
+}
+
 TEST_F(ClientAcquisition, BufferInfoFails_IsPrintedAndTheBufferIsStillQueuedAgain)
 {
     Fake().frames = 1;
@@ -321,6 +354,7 @@ TEST_F(ClientAcquisition, EventThread_ReportsSuccessAndFailureUntilItsFlagIsClea
     BUFFER_HANDLE handle = nullptr;
     char memory[4];
     Fake().Announce(memory, sizeof(memory), &handle);
+    Fake().Queue(handle);
     const std::string text = RunConsole("", [] {
         Event_thread_is_running = true;
         std::thread reader(EventThread, FakeEvent());

@@ -19,6 +19,7 @@ class ClientTest : public ::testing::Test
 {
 protected:
     void SetUp() override { ResetFake(); }
+    void TearDown() override { ResetFake(); }
 };
 
 // "a\nb\n" of {"a", "b"}.

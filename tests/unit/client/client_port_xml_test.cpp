@@ -28,6 +28,7 @@ protected:
     {
         fs::current_path(m_before);
         fs::remove_all(m_top);
+        ClientTest::TearDown();
     }
 
     std::string Print()
@@ -69,6 +70,14 @@ TEST_F(ClientPortXml, LocalUrl_DocumentIsReadAtOnceAndSavedUnderItsName)
     EXPECT_EQ(Fake().Calls(),
               (std::vector<std::string>{"GCGetNumPortURLs", "GCGetPortURLInfo 0 0 1024",
                                         "GCReadPort remote 0x40000 6"}));
+}
+
+TEST_F(ClientPortXml, LocalUrl_LongerFileOfThatName_IsReplaced)
+{
+    std::ofstream("cam.xml") << "an older document";
+    Fake().urls = {"local:cam.xml;40000;6"};
+    Print();
+    EXPECT_EQ(Content("cam.xml"), "<xml/>");
 }
 
 TEST_F(ClientPortXml, LocalUrl_ZippedDocument_KeepsNameAndBytes)
