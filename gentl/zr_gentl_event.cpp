@@ -133,10 +133,12 @@ GC_ERROR ZrGenTLEvent::GetDataInfo(const void* data, size_t dataSize, int32_t cm
         return GC_ERR_INVALID_HANDLE;
     }
     // Quirk Q13: a record shorter than the class's own is not refused. What is missing of it reads
-    // as zero; nothing beyond the caller's bytes is touched. Copied before the caller's buffer is
-    // cleared: the two may overlap.
+    // as zero; nothing beyond the caller's bytes is touched. A size of 0 tells nothing about the
+    // record: it is taken to be whole. Copied before the caller's buffer is cleared: the two may
+    // overlap.
+    const size_t told = dataSize != 0 ? dataSize : m_nEventSizeMax;
     uint8_t record[kLargestRecord] = {};
-    memcpy(record, data, std::min({dataSize, m_nEventSizeMax, sizeof record}));
+    memcpy(record, data, std::min({told, m_nEventSizeMax, sizeof record}));
     ZrGenTLUtil::ClearInfoBuffer(buffer, size);
     return DoEventGetDataInfo(record, cmd, type, buffer, size);
 }

@@ -365,11 +365,31 @@ TEST(Event, GetDataInfo_OtherCommands_AreNotImplementedForEveryClass)
     }
 }
 
+TEST(Event, GetDataInfo_SizeZero_ReadsTheClassesWholeRecord)
+{
+    for (const auto& row : kClasses) {
+        const EventPtr event = Make(row.type);
+        const auto data = Pattern(row.sizeMax);
+        for (const int32_t cmd : {0, 1}) {
+            int32_t types[2] = {};
+            std::string answers[2] = {std::string(2000, 'x'), std::string(2000, 'x')};
+            size_t sizes[2] = {2000, 2000};
+            EXPECT_EQ(
+                event->GetDataInfo(data.data(), 0, cmd, &types[0], answers[0].data(), &sizes[0]),
+                event->GetDataInfo(data.data(), data.size(), cmd, &types[1], answers[1].data(),
+                                   &sizes[1]));
+            EXPECT_EQ(types[0], types[1]);
+            EXPECT_EQ(sizes[0], sizes[1]);
+            EXPECT_TRUE(answers[0] == answers[1]);
+        }
+    }
+}
+
 TEST(Event, GetDataInfo_ShortRecord_ReadsNothingBeyondIt)
 {
     for (const auto& row : kClasses) {
         const EventPtr event = Make(row.type);
-        for (size_t length = 0; length < 9; ++length) {
+        for (size_t length = 1; length < 9; ++length) {
             // The heap block ends with the record: ASan sees a byte too many.
             const auto data = Pattern(length + 1);
             const auto exact = std::make_unique<uint8_t[]>(length);
