@@ -66,6 +66,41 @@ TEST(SyncThread, Join_FunctionReturned_ReturnsAtOnce)
     EXPECT_TRUE(job.done);
 }
 
+// A function that has returned on a thread that has not ended: the thread-local object holds it.
+TEST(SyncThread, Join_FunctionReturnedThreadStillEnds_DoesNotWaitForTheThread)
+{
+    static Job job; // outlives the detached thread
+    struct Lingerer
+    {
+        ~Lingerer()
+        {
+            job.entered = true;
+            for (int i = 0; i < 5000 && !job.release; ++i) {
+                std::this_thread::sleep_for(1ms);
+            }
+            job.done = true;
+        }
+    };
+    {
+        ZrSync_U3V::thread worker(
+            [](void*) {
+                thread_local Lingerer lingerer;
+                static_cast<void>(&lingerer);
+            },
+            nullptr);
+        while (!job.entered) {
+            std::this_thread::sleep_for(1ms);
+        }
+        worker.join();
+        EXPECT_FALSE(job.done);
+    }
+    job.release = true;
+    while (!job.done) {
+        std::this_thread::sleep_for(1ms);
+    }
+    std::this_thread::sleep_for(20ms);
+}
+
 TEST(SyncThread, Destructor_FunctionStillRuns_DetachesAndLetsItEnd)
 {
     static Job job; // outlives the detached thread

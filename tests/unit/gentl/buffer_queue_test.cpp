@@ -1,6 +1,7 @@
 #include "zr_gentl_buffer_queue.h"
 
 #include <atomic>
+#include <chrono>
 #include <gtest/gtest.h>
 #include <memory>
 #include <thread>
@@ -138,6 +139,27 @@ TEST_P(BufferQueueTest, Clear_WithDeletion_FreesEachOnceAndLeavesNoAddressBehind
     }
     EXPECT_EQ(queue.GetCount(GetParam()), 0u);
     EXPECT_EQ(queue.GetCount(kInput), 0u);
+}
+
+TEST_P(BufferQueueTest, Clear_WithDeletion_WaitsForTheCallInsideABuffer)
+{
+    auto* buffer = new ZrGenTLBuffer(nullptr, 8, true, nullptr, nullptr);
+    queue.Add(GetParam(), buffer);
+    auto inside = queue.PinByHandle(GetParam(), buffer);
+    ASSERT_TRUE(inside);
+    std::atomic<bool> cleared{false};
+    std::thread clearer([&] {
+        queue.Clear(GetParam(), true);
+        cleared = true;
+    });
+    while (queue.GetCount(GetParam()) != 0) { // out of the list: nobody else can find it
+        std::this_thread::yield();
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_FALSE(cleared);
+    EXPECT_EQ(inside->GetSize(), 8u);
+    inside.Reset();
+    clearer.join();
 }
 
 TEST_P(BufferQueueTest, PinByHandle_HoldsTheBuffer)

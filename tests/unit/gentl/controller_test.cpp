@@ -356,7 +356,37 @@ TEST_F(ControllerTest, SetLastError_OnThreadA_IsNotSeenByThreadB)
 
 TEST(ControllerType, Destructor_IsItsOnlyVirtualOperation)
 {
-    EXPECT_TRUE(std::has_virtual_destructor_v<ZrGenTLController>);
+    using C = ZrGenTLController;
+    EXPECT_TRUE(std::has_virtual_destructor_v<C>);
+    EXPECT_TRUE(IsVirtual(&ZrGenTLModuleBase::ReadPort)); // what a virtual one looks like
+    const bool anyVirtual[] = {
+        IsVirtual(&C::RegisterModule),
+        IsVirtual(&C::UnregisterModule),
+        IsVirtual(&C::UnregisterAllModule),
+        IsVirtual(&C::GetSystemModule),
+        IsVirtual(&C::GetInterfaceModule),
+        IsVirtual(&C::GetDeviceModule),
+        IsVirtual(&C::GetDataStreamModule),
+        IsVirtual(&C::GetRemoteDeviceModule),
+        IsVirtual(&C::PinModule),
+        IsVirtual(&C::ReadPort),
+        IsVirtual(&C::WritePort),
+        IsVirtual(&C::ReadPortStacked),
+        IsVirtual(&C::WritePortStacked),
+        IsVirtual(&C::GetPortURL),
+        IsVirtual(&C::GetPortInfo),
+        IsVirtual(&C::GetNumPortURLs),
+        IsVirtual(&C::GetPortURLInfo),
+        IsVirtual(&C::RegisterEvent),
+        IsVirtual(&C::UnregisterEvent),
+        IsVirtual(&C::FindEventModule),
+        IsVirtual(&C::PinEvent),
+        IsVirtual(&C::SetLastError),
+        IsVirtual(&C::GetLastError),
+    };
+    for (const bool isVirtual : anyVirtual) {
+        EXPECT_FALSE(isVirtual);
+    }
 }
 
 } // namespace

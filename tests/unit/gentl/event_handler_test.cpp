@@ -96,6 +96,29 @@ TEST(EventHandler, WaitForEvent_SetMeanwhile_ReturnsTheState)
     setter.join();
 }
 
+TEST(EventHandler, SetEvent_TwoWaitersAsleep_WakesOne)
+{
+    // A waiter that is not asleep yet sees the bit as well, so that a round on a busy machine may
+    // count two. If SetEvent woke everybody, every round would.
+    bool onlyOne = false;
+    for (int round = 0; round < 20 && !onlyOne; ++round) {
+        ZrEventHandler_U3V event(1);
+        std::atomic<int> woken{0};
+        std::vector<std::thread> waiters;
+        for (int i = 0; i < 2; ++i) {
+            waiters.emplace_back([&] { woken += event.WaitForEvent(150) == 1u; });
+        }
+        std::this_thread::sleep_for(50ms);
+        event.SetEvent(1);
+        for (auto& waiter : waiters) {
+            waiter.join();
+        }
+        EXPECT_GE(woken, 1);
+        onlyOne = woken == 1;
+    }
+    EXPECT_TRUE(onlyOne);
+}
+
 TEST(EventHandler, Kill_ManyWaiters_ReleasesAllOfThem)
 {
     ZrEventHandler_U3V event(1);

@@ -71,3 +71,13 @@ size_t SlotOf(Member member)
     memcpy(&value, &member, sizeof value);
     return (value - 1) / sizeof(void*);
 }
+
+// Whether a pointer to a member function names a virtual one: the platform marks those with the
+// lowest bit.
+template <class Member>
+bool IsVirtual(Member member)
+{
+    uintptr_t value = 0;
+    memcpy(&value, &member, sizeof value);
+    return (value & 1) != 0;
+}

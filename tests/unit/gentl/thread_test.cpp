@@ -7,6 +7,7 @@
 #include <pthread.h>
 #include <sched.h>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -67,6 +68,28 @@ TEST(ThreadBase, Start_RunsOnceAndIsRunningMeanwhile)
     EXPECT_TRUE(thread.Wait(0)); // the time-out is ignored
     EXPECT_FALSE(thread.IsRunning());
     EXPECT_EQ(thread.runs, 1);
+}
+
+TEST(ThreadBaseDeathTest, Start_NoThreadCanBeMade_IsFalseAndCanBeTriedAgain)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // In a process of its own, because the default stack size is everybody's.
+    EXPECT_EXIT(
+        {
+            pthread_attr_t usual;
+            pthread_attr_t impossible;
+            pthread_getattr_default_np(&usual);
+            pthread_attr_init(&impossible);
+            pthread_attr_setstacksize(&impossible, size_t{1} << 62);
+            TestThread thread(&Nothing);
+            bool right = pthread_setattr_default_np(&impossible) == 0;
+            right = !thread.Start() && right;
+            right = !thread.IsRunning() && thread.Wait(-1) && thread.Terminate(0) && right;
+            right = pthread_setattr_default_np(&usual) == 0 && right;
+            right = thread.Start() && thread.Wait(-1) && thread.runs == 1 && right;
+            _exit(right ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST(ThreadBase, Wait_NeverStarted_ReturnsAtOnce)

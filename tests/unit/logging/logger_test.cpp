@@ -1,12 +1,14 @@
 #include <zr_u3v_tl/zr_logging.h>
 
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <regex>
 #include <string>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -119,6 +121,40 @@ TEST_F(LoggerTest, Init_FileExists_IsTruncated)
     std::ofstream(Path()) << "old\n";
     EXPECT_TRUE(m_logger.Init(true, Path(), kAll));
     EXPECT_TRUE(Lines().empty());
+}
+
+// The descriptor that this process has open on the file, -1 if none.
+int DescriptorOf(const std::string& path)
+{
+    struct stat wanted
+    {
+    };
+    if (stat(path.c_str(), &wanted) != 0) {
+        return -1;
+    }
+    for (int descriptor = 0; descriptor < 256; ++descriptor) {
+        struct stat open
+        {
+        };
+        if (fstat(descriptor, &open) == 0 && open.st_dev == wanted.st_dev &&
+            open.st_ino == wanted.st_ino) {
+            return descriptor;
+        }
+    }
+    return -1;
+}
+
+TEST_F(LoggerTest, Init_File_IsOpenForUpdateUntilTheLoggerGoes)
+{
+    {
+        ZrLogger logger;
+        EXPECT_TRUE(logger.Init(true, Path(), kAll));
+        const int descriptor = DescriptorOf(Path());
+        ASSERT_GE(descriptor, 0);
+        EXPECT_EQ(fcntl(descriptor, F_GETFL) & O_ACCMODE, O_RDWR);
+        EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0); // not for the host's children
+    }
+    EXPECT_EQ(DescriptorOf(Path()), -1);
 }
 
 TEST_F(LoggerTest, Init_FileCannotBeOpened_IsOnAndWritesNothing)
