@@ -11,6 +11,8 @@ timespec ZrDeadlineFrom(timespec now, int32_t timeout_ms)
     now.tv_sec += timeout_ms / kMillisecondsPerSecond;
     now.tv_nsec +=
         static_cast<long>(timeout_ms % kMillisecondsPerSecond) * kNanosecondsPerMillisecond;
+    // Exceeds, not reaches: an exact second stays where it is and makes the deadline invalid, which
+    // ends the wait at once.
     if (now.tv_nsec > kNanosecondsPerSecond) {
         now.tv_sec += 1;
         now.tv_nsec -= kNanosecondsPerSecond;

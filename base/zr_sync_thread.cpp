@@ -27,6 +27,7 @@ struct thread::Shared
 
 thread::thread(Function function, void* argument) : m_shared(new Shared(function, argument))
 {
+    // From here on the record belongs to both; the thread may be over before this call returns.
     if (pthread_create(&m_thread, nullptr, &thread::_run, m_shared) != 0) {
         m_thread = {};
         m_shared->finished = true;
@@ -58,6 +59,7 @@ void* thread::_run(void* argument)
 {
     auto* shared = static_cast<Shared*>(argument);
     shared->function(shared->argument);
+    // Not reached when an exception leaves the function: the process ends then.
     shared->finished = true;
     shared->Release();
     return nullptr;

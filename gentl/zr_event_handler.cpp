@@ -17,6 +17,8 @@ void ZrEventHandler_U3V::SetEvent(uint32_t bits)
     if ((bits & kKillBits) != 0) {
         m_condition.Broadcast(); // a kill aborts every wait
     } else {
+        // One waiter is enough: each event is meant for one, and what a waiter misses is still set
+        // when it looks next.
         m_condition.Signal();
     }
 }
@@ -33,6 +35,7 @@ uint32_t ZrEventHandler_U3V::WaitForEvent(int32_t timeout_ms)
 {
     // Looking and falling asleep are one lock hold, so that no SetEvent slips in between.
     Locker lock(m_mutex);
+    // Every bit ends the wait, the kill bits too: the caller tells them apart.
     if (m_state != 0) {
         return m_state;
     }
@@ -41,6 +44,8 @@ uint32_t ZrEventHandler_U3V::WaitForEvent(int32_t timeout_ms)
     if (m_condition.TimedWait(m_mutex, ZrDeadlineAfter(timeout_ms)) != 0) {
         return 0;
     }
+    // Read anew: the bit may have been reset between the wake-up and this line; then the state is
+    // 0.
     return m_state;
 }
 

@@ -19,6 +19,7 @@ ZrGenTLBuffer::ZrGenTLBuffer(void* buffer, size_t size, bool allocate, void* use
     }
 }
 
+// A consumer's memory stays the consumer's; what was adopted in UpdateData is not ours either.
 ZrGenTLBuffer::~ZrGenTLBuffer()
 {
     if (m_bAllocated) {
@@ -31,6 +32,8 @@ void ZrGenTLBuffer::UpdateData(size_t sizeFilled, uint64_t frameId, uint64_t tim
                                size_t width, size_t height, uint64_t pixelFormat, uint8_t* data)
 {
     Locker lock(m_mutex);
+    // All six under one hold, so that no query sees the size of one image with the format of
+    // another.
     m_nSizeFilled = sizeFilled;
     m_nFrameId = frameId;
     m_nTimestamp = timestamp;
@@ -41,6 +44,7 @@ void ZrGenTLBuffer::UpdateData(size_t sizeFilled, uint64_t frameId, uint64_t tim
         return;
     }
     if (m_bConsumerMemory && m_pBase != nullptr) {
+        // The source may lie in the buffer itself.
         memmove(m_pBase, data, std::min(_copyCapacity(), sizeFilled));
     } else if (!m_bAllocated) {
         m_pBase = data;
@@ -114,6 +118,7 @@ GC_ERROR ZrGenTLBuffer::GetInfo(int32_t cmd, int32_t* type, void* buffer, size_t
     if (type == nullptr || size == nullptr) {
         return GC_ERR_INVALID_PARAMETER;
     }
+    // Before the command is looked at: a failing query leaves zeros, not what was there.
     ZrGenTLUtil::ClearInfoBuffer(buffer, size);
     switch (cmd) {
     case BUFFER_INFO_BASE: return _getBase(type, buffer, size);

@@ -11,6 +11,7 @@ ZrGenTLBufferQueue::~ZrGenTLBufferQueue()
     Clear(ZR_BUFFER_LIST_ANNOUNCED, true);
 }
 
+// No default label: the compiler then warns of a list that is added and forgotten here.
 ZrGenTLBufferQueue::List* ZrGenTLBufferQueue::_getBufferQueue(ZR_BUFFER_TYPE_LIST list)
 {
     switch (list) {
@@ -27,6 +28,8 @@ bool ZrGenTLBufferQueue::Add(ZR_BUFFER_TYPE_LIST list, ZrGenTLBuffer* buffer)
         return false;
     }
     Locker lock(m_mutex);
+    // The same buffer may stand in several lists, and twice in one; the data stream sees to its
+    // rules.
     _getBufferQueue(list)->push_back(buffer);
     return true;
 }
@@ -90,6 +93,7 @@ ZrGenTLBuffer* ZrGenTLBufferQueue::FindByBuffer(ZR_BUFFER_TYPE_LIST list, const 
         return nullptr;
     }
     Locker lock(m_mutex);
+    // The buffer's lock is taken inside the queue's, never the other way round.
     return _find(list, remove, [base](ZrGenTLBuffer* entry) { return entry->GetBase() == base; });
 }
 
@@ -99,6 +103,7 @@ void* ZrGenTLBufferQueue::FindByHandle(ZR_BUFFER_TYPE_LIST list, void* handle, b
         return nullptr;
     }
     Locker lock(m_mutex);
+    // Addresses only: the handle may be that of a buffer revoked long ago.
     return _find(list, remove, [handle](const ZrGenTLBuffer* entry) { return entry == handle; });
 }
 
@@ -196,6 +201,7 @@ bool ZrGenTLBufferQueue::PopFrontIf(ZR_BUFFER_TYPE_LIST list, const ZrGenTLBuffe
     }
     Locker lock(m_mutex);
     List* const entries = _getBufferQueue(list);
+    // Looked at without a lock in between: a flush or a revoke may have changed the front since.
     if (entries->empty() || entries->front() != buffer) {
         return false;
     }

@@ -40,16 +40,20 @@ constexpr ErrorText kErrorTexts[] = {
 
 } // namespace
 
+// The C entry points know modules as untyped handles, and so does this interface: whoever registers
+// passes the address that consumers will hold, which is the module base's own (single inheritance).
 bool ZrGenTLController::RegisterModule(void* module)
 {
     return m_registry.Add(static_cast<ZrGenTLModuleBase*>(module));
 }
 
+// From here on no new call can enter the module; those inside are its owner's to wait for.
 void* ZrGenTLController::UnregisterModule(void* module)
 {
     return m_registry.FindByHandle(module, true);
 }
 
+// For the end of the library: modules that a failing close has left behind lose their handles too.
 void ZrGenTLController::UnregisterAllModule()
 {
     m_registry.Clear(false);
@@ -80,6 +84,8 @@ ZrGenTLModuleBase* ZrGenTLController::GetRemoteDeviceModule(void* h)
     return _getModule(h, kRemoteDeviceName);
 }
 
+// A handle of another kind is refused exactly like an unknown one: the caller learns nothing about
+// what an address is.
 ZrGenTLModuleBase* ZrGenTLController::_getModule(void* h, const char* name)
 {
     return h == nullptr ? nullptr : m_registry.FindByHandleAndName(h, name, false);
@@ -99,6 +105,7 @@ GC_ERROR ZrGenTLController::_onPort(void* h, Call&& call)
     if (!module) {
         return GC_ERR_INVALID_HANDLE;
     }
+    // After the look-up: an unknown handle is a worse mistake than a module without a port.
     if (!module->IsPortImplemented()) {
         return GC_ERR_NOT_IMPLEMENTED;
     }
@@ -163,6 +170,7 @@ GC_ERROR ZrGenTLController::GetPortURLInfo(void* h, uint32_t iURLIndex, int iInf
     });
 }
 
+// Events need no port: any registered module may serve them.
 GC_ERROR ZrGenTLController::RegisterEvent(void* h, int iEventID, void** phEvent)
 {
     const auto module = m_registry.PinByHandle(h);
@@ -175,6 +183,7 @@ GC_ERROR ZrGenTLController::UnregisterEvent(void* h, int iEventID)
     return module ? module->UnregisterEvent(iEventID) : GC_ERR_INVALID_HANDLE;
 }
 
+// The bare pointer is good for comparing only; calls go through PinEvent.
 ZrGenTLEvent* ZrGenTLController::FindEventModule(void* hEvent)
 {
     return PinEvent(hEvent).Get();
@@ -210,6 +219,7 @@ GC_ERROR ZrGenTLController::GetLastError(int* piErrorCode, char* sErrText, size_
     }
     int code = GC_ERR_SUCCESS;
     std::string text;
+    // The zero counts: a text of length 0 still needs one byte.
     m_errors.GetError(&code, text);
     const size_t length = text.size() + 1;
     if (sErrText != nullptr) {
@@ -223,6 +233,7 @@ GC_ERROR ZrGenTLController::GetLastError(int* piErrorCode, char* sErrText, size_
     return GC_ERR_SUCCESS;
 }
 
+// A linear search of two dozen entries, on the failure path only.
 std::string ZrGenTLController::_getErrorTxt(int code)
 {
     for (const ErrorText& entry : kErrorTexts) {

@@ -5,6 +5,7 @@
 
 #include <zr_u3v_tl/gentl.h>
 
+// Behind a pointer each, so that a record stays where it is while the list grows.
 struct ZrGenTLErrorContainer::Record
 {
     int64_t threadId; // the kernel's id, widened
@@ -25,6 +26,7 @@ void ZrGenTLErrorContainer::SetError(int code, const std::string& text)
         record->text = text;
         return;
     }
+    // Built outside the lock: allocating may be slow, and no other thread makes this one's record.
     auto record = std::make_unique<Record>(Record{tid, code, text});
     Locker lock(m_mutex);
     m_records.push_back(std::move(record));
@@ -32,6 +34,8 @@ void ZrGenTLErrorContainer::SetError(int code, const std::string& text)
 
 void ZrGenTLErrorContainer::GetError(int* code, std::string& text)
 {
+    // Two holds of the lock, for the search and for the copy: between them only this very thread
+    // could change its record, and records are never removed.
     Record* const record = _findByThreadId(gettid());
     if (record == nullptr) {
         *code = GC_ERR_SUCCESS;

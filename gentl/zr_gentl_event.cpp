@@ -25,6 +25,8 @@ ZrGenTLEvent::ZrGenTLEvent(int32_t type) : m_nType(type), m_EventHandler(kEntryB
 {
 }
 
+// Destroy has released everybody already; this covers an event that never was behind a handle. The
+// entries are their producers' property and are left alone.
 ZrGenTLEvent::~ZrGenTLEvent()
 {
     m_EventHandler.Kill();
@@ -50,6 +52,7 @@ void ZrGenTLEvent::Destroy(ZrGenTLEvent* event)
     }
     event->_close();
     event->m_gate.ShutAndWait();
+    // The type stands in for the virtual destructor that the classes do not have.
     switch (event->m_nType) {
     case EVENT_ERROR: delete static_cast<ZrGenTLEventError*>(event); break;
     case EVENT_NEW_BUFFER: delete static_cast<ZrGenTLEventNewBuffer*>(event); break;
@@ -63,6 +66,7 @@ void ZrGenTLEvent::Destroy(ZrGenTLEvent* event)
     }
 }
 
+// Under the queue's lock, which Flush holds as well: after this no Flush takes the kill bits back.
 void ZrGenTLEvent::_close()
 {
     Locker lock(m_DataQueue.GetMutex());
@@ -82,6 +86,8 @@ void ZrGenTLEvent::SetEventInfoDataSizeMax(size_t size)
 
 void ZrGenTLEvent::Signal(void* entry)
 {
+    // One step, or a consumer that empties the queue in between would leave the bit set for
+    // nothing, or cleared with an entry waiting.
     Locker lock(m_DataQueue.GetMutex());
     m_DataQueue.Add(entry);
     m_EventHandler.SetEvent(kEntryBit);
@@ -95,6 +101,7 @@ GC_ERROR ZrGenTLEvent::GetData(void* buffer, size_t* size, uint64_t timeout)
     }
     // Quirk Q11: the wait takes the low 32 bits of the time-out, as a signed value.
     const uint32_t bits = m_EventHandler.WaitForEvent(static_cast<int32_t>(timeout));
+    // Kill wins over waiting entries: a consumer that shuts down does not want one more image.
     if ((bits & ZrEventHandler_U3V::kKillBits) != 0) {
         return GC_ERR_ABORT;
     }
@@ -186,6 +193,8 @@ GC_ERROR ZrGenTLEvent::Kill()
 void ZrGenTLEvent::RemoveEntry(void* entry)
 {
     Locker lock(m_DataQueue.GetMutex());
+    // An entry that a consumer is copying at this moment is copied under the same lock: when we get
+    // it, the copy is complete.
     m_DataQueue.Remove(entry);
     _resetIfEmpty();
 }
@@ -204,6 +213,7 @@ GC_ERROR ZrGenTLEvent::_validateEventGetDataParam(const void* buffer, size_t* si
     if (size == nullptr) {
         return GC_ERR_INVALID_PARAMETER;
     }
+    // Too small is answered at once, before any waiting, and takes no entry.
     if (buffer != nullptr && *size < m_nEventSizeMax) {
         *size = m_nEventSizeMax;
         return GC_ERR_BUFFER_TOO_SMALL;

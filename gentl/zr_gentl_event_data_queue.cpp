@@ -10,6 +10,7 @@ void* ZrGenTLEventDataQueue::GetFront(bool pop)
 {
     Locker lock(m_mutex);
     if (m_entries.empty()) {
+        // An entry may be NULL as well; GetSize tells the two apart.
         return nullptr;
     }
     void* const entry = m_entries.front();
@@ -31,6 +32,7 @@ void ZrGenTLEventDataQueue::Clear()
     m_entries.clear();
 }
 
+// The entries may be gone by the time the caller looks: good for comparing and counting only.
 std::deque<void*> ZrGenTLEventDataQueue::Copy()
 {
     Locker lock(m_mutex);

@@ -87,6 +87,7 @@ void ZrGenTLEventNewBuffer::DoEventGetData(void* entry, void* buffer, size_t* /*
     record.BufferHandle = delivered;
     record.pUserPointer = delivered->GetUserPtr();
     memcpy(buffer, &record, sizeof record);
+    // Delivered: from here on the buffer is the consumer's, who may queue it again.
     delivered->SetQueueFlag(false);
 }
 
@@ -95,12 +96,14 @@ GC_ERROR ZrGenTLEventNewBuffer::DoEventGetDataInfo(const void* data, int32_t cmd
 {
     const auto record = LoadRecord<S_EVENT_NEW_BUFFER>(data);
     switch (cmd) {
+        // From the consumer's copy, not from the buffer: it may have been revoked since.
     case EVENT_DATA_ID: return ZrGenTLUtil::CopyInfoPtr(record.BufferHandle, type, buffer, size);
     case EVENT_DATA_VALUE: return ZrGenTLUtil::CopyInfoPtr(record.pUserPointer, type, buffer, size);
     default: return GC_ERR_NOT_IMPLEMENTED;
     }
 }
 
+// An undelivered image is thrown away, and its buffer no longer counts as queued.
 void ZrGenTLEventNewBuffer::DoFlushEntry(void* entry)
 {
     static_cast<ZrGenTLBuffer*>(entry)->SetQueueFlag(false);

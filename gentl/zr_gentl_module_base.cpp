@@ -16,11 +16,13 @@ GC_ERROR ForEachEntry(const S_PORT_REGISTER_STACK_ENTRY* pEntries, const size_t*
     if (pEntries == nullptr || piNumEntries == nullptr) {
         return GC_ERR_INVALID_PARAMETER;
     }
+    // Read once: the array and its count are the consumer's memory and may change under our hands.
     const size_t count = *piNumEntries;
     for (size_t i = 0; i < count; ++i) {
         // The entries are packed: a copy is aligned whatever the consumer's array is.
         S_PORT_REGISTER_STACK_ENTRY entry;
         memcpy(&entry, pEntries + i, sizeof entry);
+        // A copy, because a port reports back through it how much it has moved.
         size_t size = entry.Size;
         const GC_ERROR status = access(entry.Address, entry.pBuffer, &size);
         if (status != GC_ERR_SUCCESS) {
@@ -37,11 +39,15 @@ ZrGenTLModuleBase::ZrGenTLModuleBase(const std::string& id, ZrGenTLModuleBase* p
 {
 }
 
+// The registry is not told: a module has left it in its Close, long before its address becomes
+// invalid here.
 ZrGenTLModuleBase::~ZrGenTLModuleBase()
 {
     _destroyEvents();
 }
 
+// No lock for the whole stack: each access locks as the module's own ReadPort does, so that a long
+// list does not keep other threads out of the module.
 GC_ERROR ZrGenTLModuleBase::ReadPortStacked(S_PORT_REGISTER_STACK_ENTRY* pEntries,
                                             size_t* piNumEntries)
 {
@@ -62,6 +68,7 @@ GC_ERROR ZrGenTLModuleBase::WritePortStacked(S_PORT_REGISTER_STACK_ENTRY* pEntri
 
 GC_ERROR ZrGenTLModuleBase::GetPortURL(char* sURL, size_t* piSize)
 {
+    // The older function has no type argument, the newer one insists on one.
     int type = INFO_DATATYPE_UNKNOWN;
     return GetPortURLInfo(0, URL_INFO_URL, &type, sURL, piSize);
 }
@@ -71,6 +78,7 @@ GC_ERROR ZrGenTLModuleBase::GetPortInfo(int iInfoCmd, int* piType, void* pBuffer
     if (piType == nullptr || piSize == nullptr) {
         return GC_ERR_INVALID_PARAMETER;
     }
+    // Before the command is looked at: a failing query leaves zeros, not what was there.
     ZrGenTLUtil::ClearInfoBuffer(pBuffer, piSize);
     switch (iInfoCmd) {
     case PORT_INFO_ID: return _getId(piType, pBuffer, piSize);
@@ -106,6 +114,8 @@ GC_ERROR ZrGenTLModuleBase::GetPortURLInfo(uint32_t iURLIndex, URL_INFO_CMD_LIST
     if (piSize == nullptr || piType == nullptr) {
         return GC_ERR_INVALID_PARAMETER;
     }
+    // Command before index: asking an empty list for a version is "not implemented", not "no such
+    // URL".
     if (iInfoCmd != URL_INFO_URL) {
         return GC_ERR_NOT_IMPLEMENTED;
     }
@@ -130,6 +140,7 @@ void ZrGenTLModuleBase::SetUrlList(const std::vector<std::string>& urls)
 
 GC_ERROR ZrGenTLModuleBase::RegisterEvent(int iEventID, void** phEvent)
 {
+    // The module kind decides first; the factory below knows more ids than any kind serves.
     if (!IsEventImplemented(iEventID)) {
         return GC_ERR_NOT_IMPLEMENTED;
     }
@@ -182,6 +193,7 @@ ZrGenTLEvent* ZrGenTLModuleBase::FindEventById(int iEventID, bool remove)
     return event;
 }
 
+// Compares addresses and follows none: the handle may be anything.
 ZrGenTLEvent* ZrGenTLModuleBase::FindEventByHandle(void* hEvent)
 {
     Locker lock(m_mutex);
@@ -189,6 +201,8 @@ ZrGenTLEvent* ZrGenTLModuleBase::FindEventByHandle(void* hEvent)
     return found == m_events.end() ? nullptr : *found;
 }
 
+// Found and entered under one hold of the lock: UnregisterEvent takes the event out under the same
+// lock before it destroys it. The lock is recursive for the nested look-up.
 ZrGenTLPinned<ZrGenTLEvent> ZrGenTLModuleBase::PinEventById(int iEventID)
 {
     Locker lock(m_mutex);
@@ -203,6 +217,8 @@ ZrGenTLPinned<ZrGenTLEvent> ZrGenTLModuleBase::PinEventByHandle(void* hEvent)
 
 void ZrGenTLModuleBase::_destroyEvents()
 {
+    // Swapped out under the lock, destroyed outside it: a waiter that is being released may be on
+    // its way to this module's lock.
     std::vector<ZrGenTLEvent*> events;
     {
         Locker lock(m_mutex);
@@ -290,6 +306,7 @@ GC_ERROR ZrGenTLModuleBase::_getPortName(int* piType, void* pBuffer, size_t* piS
 GC_ERROR ZrGenTLModuleBase::_getURLInfoURL(uint32_t index, int* piType, void* pBuffer,
                                            size_t* piSize)
 {
+    // Copied out: another thread may replace the list as soon as the lock is free.
     std::string url;
     {
         Locker lock(m_mutex);

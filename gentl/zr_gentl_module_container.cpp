@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+// Finding and taking out are one step: of two threads that close the same handle only one gets it.
 template <class Predicate>
 ZrGenTLModuleBase* ZrGenTLModuleContainer::_find(bool remove, Predicate matches)
 {
@@ -23,6 +24,7 @@ bool ZrGenTLModuleContainer::Add(ZrGenTLModuleBase* module)
         return false;
     }
     Locker lock(m_mutex);
+    // Duplicates are not looked for; modules register once, in their Open.
     m_modules.push_back(module);
     return true;
 }
@@ -35,6 +37,7 @@ uint32_t ZrGenTLModuleContainer::GetCount()
 
 void ZrGenTLModuleContainer::Clear(bool destroy)
 {
+    // Emptied first, so that nobody finds a module that is already going.
     std::vector<ZrGenTLModuleBase*> modules;
     {
         Locker lock(m_mutex);
@@ -76,6 +79,7 @@ ZrGenTLModuleBase* ZrGenTLModuleContainer::FindByIndex(uint32_t index, bool remo
     return module;
 }
 
+// Untyped result on purpose: the entry may be half torn down and must not be called.
 void* ZrGenTLModuleContainer::FindByHandle(void* handle, bool remove)
 {
     Locker lock(m_mutex);
@@ -90,10 +94,15 @@ ZrGenTLModuleBase* ZrGenTLModuleContainer::FindByHandleAndName(void* handle, con
     }
     Locker lock(m_mutex);
     return _find(remove, [handle, name](ZrGenTLModuleBase* module) {
+        // The address first: only a module that is in the list is asked for its name (container
+        // before module, the lock order).
         return module == handle && module->GetName() == name;
     });
 }
 
+// The pins enter the gate while the list is locked. An owner takes its module out of the list
+// before it shuts the gate, so what is found here is alive. The lock is recursive for the nested
+// Find.
 ZrGenTLPinned<ZrGenTLModuleBase> ZrGenTLModuleContainer::PinById(const char* id)
 {
     Locker lock(m_mutex);

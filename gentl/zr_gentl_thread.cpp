@@ -17,6 +17,7 @@ ZrGenTLThreadBase::~ZrGenTLThreadBase()
 bool ZrGenTLThreadBase::Start()
 {
     Locker lock(m_mutex);
+    // Run of a second thread would share the first one's members; one object is one thread.
     if (m_running) {
         return false;
     }
@@ -27,6 +28,7 @@ bool ZrGenTLThreadBase::Start()
         return false; // restarted by itself, on its way out
     }
     if (pthread_create(&m_thread, nullptr, &ZrGenTLThreadBase::_entry, this) != 0) {
+        // As if Start had not been called: it may be tried again.
         m_thread = {};
         return false;
     }
@@ -53,6 +55,8 @@ void* ZrGenTLThreadBase::_entry(void* argument)
     return nullptr;
 }
 
+// The last thing the thread does with this object. m_mutex is needed for it, hence nobody may join
+// while holding m_mutex and the thread still runs.
 void ZrGenTLThreadBase::_close()
 {
     Locker lock(m_mutex);
@@ -67,6 +71,9 @@ bool ZrGenTLThreadBase::Wait(int32_t /*timeout_ms*/)
         if (_isCurrentThread()) {
             return true;
         }
+        // A second joiner would be undefined behaviour in the system; it waits for the first one
+        // instead. The generation keeps it from waiting for a thread that was started after its own
+        // had ended.
         const uint64_t generation = m_generation;
         while (m_joining && m_generation == generation) {
             m_joined.Wait(m_joinMutex);
@@ -80,6 +87,7 @@ bool ZrGenTLThreadBase::Wait(int32_t /*timeout_ms*/)
     // Quirk Q24: the time-out is ignored; a join has none.
     pthread_join(thread, nullptr);
     Locker join(m_joinMutex);
+    // Nobody could start a new thread meanwhile: m_joinable was still set.
     m_joining = false;
     m_joinable = false;
     m_thread = {};

@@ -23,6 +23,7 @@ ZrGenTLThreadDiscovery::ZrGenTLThreadDiscovery()
 {
 }
 
+// For a worker that a derived class has ended already this is nothing; see the header.
 ZrGenTLThreadDiscovery::~ZrGenTLThreadDiscovery()
 {
     RequestExit();
@@ -43,6 +44,7 @@ bool ZrGenTLThreadDiscovery::Start()
 
 void ZrGenTLThreadDiscovery::_reset()
 {
+    // The kill bits of the exit before would end the new worker on its first turn.
     m_exiting = false;
     m_requestEvent.ResetEvent(kAllBits);
     m_doneEvent.ResetEvent(kAllBits);
@@ -77,12 +79,16 @@ void ZrGenTLThreadDiscovery::_serveRequest()
     uint64_t time_ms = 0;
     {
         Locker lock(m_mutex);
+        // Bit, number and time are one set: taken together, so that a newer request's time is never
+        // used for an older number.
         m_requestEvent.ResetEvent(kRequestBit);
         request = m_requestNumber;
         time_ms = m_discoveryTime;
     }
     const uint64_t start = NowMs();
     if (time_ms != 0) {
+        // At least one pass, however short the time; then as many as fit. A pass is never cut
+        // short.
         do {
             if (_discoverOnce()) {
                 _notePass(request);
@@ -92,6 +98,7 @@ void ZrGenTLThreadDiscovery::_serveRequest()
     _noteServed(request);
 }
 
+// No exception may leave the thread. No lock is held here: a pass takes the interface's own.
 bool ZrGenTLThreadDiscovery::_discoverOnce()
 {
     try {
@@ -131,6 +138,7 @@ uint64_t ZrGenTLThreadDiscovery::_postRequest(uint64_t time_ms)
 {
     Locker lock(m_mutex);
     m_discoveryTime = time_ms;
+    // An earlier request's result must not answer this one: neither its flag nor its done bit.
     m_firstDiscoveryCompleted = false;
     m_doneEvent.ResetEvent(kDoneBit); // an earlier request's
     if (time_ms == 0 || m_exiting) {
@@ -155,6 +163,7 @@ bool ZrGenTLThreadDiscovery::RequestAndWaitDiscovery(uint64_t time_ms)
 bool ZrGenTLThreadDiscovery::_resultOf(uint64_t request, uint32_t doneBits)
 {
     Locker lock(m_mutex);
+    // Time-out, or released by RequestExit: what counts is whether this time a pass was completed.
     if (doneBits != kDoneBit) {
         return m_firstDiscoveryCompleted;
     }

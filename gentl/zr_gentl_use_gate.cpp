@@ -1,5 +1,7 @@
 #include "zr_gentl_use_gate.h"
 
+// The caller holds the look-up's lock: the owner, who takes that lock before it shuts the gate,
+// cannot have destroyed the object yet.
 bool ZrGenTLUseGate::TryEnter()
 {
     Locker lock(m_mutex);
@@ -23,11 +25,14 @@ void ZrGenTLUseGate::ShutAndWait()
 {
     Locker lock(m_mutex);
     m_shut = true;
+    // Nobody new comes in, so the count only falls. No time-out: going on with a call still inside
+    // would free memory under it, and every wait inside is bounded or released by the owner first.
     while (m_inside != 0) {
         m_left.Wait(m_mutex);
     }
 }
 
+// Only the owner, and only after ShutAndWait has returned: nobody is inside at this moment.
 void ZrGenTLUseGate::Reopen()
 {
     Locker lock(m_mutex);

@@ -19,6 +19,7 @@ GC_ERROR CopyInfoBytes(int32_t type, const void* data, size_t length, int* piTyp
     if (piType != nullptr) {
         *piType = type;
     }
+    // Also when the copy fails for want of room, so that the caller knows what to come back with.
     *piSize = length;
     if (pBuffer == nullptr) {
         return GC_ERR_SUCCESS;
@@ -26,6 +27,7 @@ GC_ERROR CopyInfoBytes(int32_t type, const void* data, size_t length, int* piTyp
     if (capacity < length) {
         return GC_ERR_BUFFER_TOO_SMALL;
     }
+    // memcpy is not even to be called with NULL.
     if (data != nullptr && length != 0) {
         memcpy(pBuffer, data, length);
     }
@@ -106,6 +108,7 @@ GC_ERROR ZrGenTLUtil::CopyInfoPtr(void* value, int* piType, void* pBuffer, size_
 
 GC_ERROR ZrGenTLUtil::CopyInfoBool(bool value, int* piType, void* pBuffer, size_t* piSize)
 {
+    // One byte whatever the compiler makes of bool.
     const uint8_t byte = value ? 1 : 0;
     return CopyInfoValue(INFO_DATATYPE_BOOL8, byte, piType, pBuffer, piSize);
 }
@@ -150,6 +153,7 @@ std::string ZrGenTLUtil::UriDecode(const std::string& text)
     std::string decoded;
     decoded.reserve(text.size());
     size_t position = 0;
+    // Three bytes or none: an escape that is cut short at the end stays as it is.
     while (text.size() - position >= 3) {
         const int high = HexValue(text[position + 1]);
         const int low = HexValue(text[position + 2]);

@@ -15,6 +15,7 @@ constexpr size_t kLineSize = 1024;
 constexpr size_t kPrefixSize = 100;
 constexpr size_t kTimeStampSize = 100;
 
+// Set by tests while other threads trace.
 std::atomic<ZrTraceHook> g_hook{nullptr};
 
 const char* TagOf(unsigned level)
@@ -33,6 +34,7 @@ void FormatTimeStamp(char (&stamp)[kTimeStampSize])
     const time_t now = time(nullptr);
     tm local{};
     localtime_r(&now, &local);
+    // An empty stamp is better than an undefined one; the locale may leave no room.
     if (strftime(stamp, sizeof stamp, "%Y-%m-%d %X", &local) == 0) {
         stamp[0] = '\0';
     }
@@ -66,6 +68,7 @@ void TraceA(unsigned level, const char* format, ...)
     const int length = vsnprintf(line + prefix, sizeof line - prefix, format, arguments);
     va_end(arguments);
     if (length < 0) {
+        // The one thing a host ever hears from here; the format keeps the trailing blank.
         syslog(LOG_ERR, "%s ", "vsnprintf not successful");
         return;
     }
