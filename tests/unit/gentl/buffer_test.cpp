@@ -180,6 +180,17 @@ TEST_F(BufferTest, UpdateData_ConsumersMemory_IsCopiedIntoUpToItsSize)
     EXPECT_EQ(memory[3], 0);
 }
 
+TEST_F(BufferTest, UpdateData_ImageInsideTheBuffer_IsMovedDown)
+{
+    for (uint8_t i = 0; i < 16; ++i) {
+        memory[i] = i;
+    }
+    buffer.UpdateData(12, 1, 2, 3, 4, 5, memory + 4); // ASan sees a copy that forbids overlapping
+    for (uint8_t i = 0; i < 12; ++i) {
+        EXPECT_EQ(memory[i], i + 4);
+    }
+}
+
 TEST_F(BufferTest, UpdateData_SizeAbove4GiB_CountsWithItsLow31Bits)
 {
     uint8_t image[16];

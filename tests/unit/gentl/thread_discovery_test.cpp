@@ -237,6 +237,22 @@ TEST(Discovery, LateDoneBit_OfATimedOutRequest_IsDropped)
     EXPECT_GE(Clock::now() - start, 45ms); // the old bit did not cut the wait short
 }
 
+TEST(Discovery, DoneBit_OfNoServedRequest_IsTakenBackAndIsNoSuccess)
+{
+    TestDiscovery discovery;
+    discovery.allowed = 0;
+    ASSERT_TRUE(discovery.Start());
+    std::thread stranger([&] {
+        discovery.WaitForEntered(1);
+        discovery.m_doneEvent.SetEvent(16);
+    });
+    const auto start = Clock::now();
+    EXPECT_FALSE(discovery.RequestAndWaitDiscovery(20'000)); // not one pass completed
+    EXPECT_LT(Clock::now() - start, 10s);
+    EXPECT_EQ(discovery.m_doneEvent.WaitForEvent(0), 0u);
+    stranger.join();
+}
+
 TEST(Discovery, RequestExit_LeavesExactlyTheKillBits)
 {
     TestDiscovery discovery;
