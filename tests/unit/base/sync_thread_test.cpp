@@ -4,6 +4,7 @@
 #include <chrono>
 #include <csignal>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <stdexcept>
 #include <sys/resource.h>
 #include <thread>
@@ -19,11 +20,13 @@ struct Job
     std::atomic<bool> release{false};
     std::atomic<bool> entered{false};
     std::atomic<bool> done{false};
+    std::atomic<pthread_t> self{};
 };
 
 void RunJob(void* argument)
 {
     auto* job = static_cast<Job*>(argument);
+    job->self = pthread_self();
     job->entered = true;
     while (!job->release) {
         std::this_thread::sleep_for(1ms);
@@ -111,6 +114,12 @@ TEST(SyncThread, Destructor_FunctionStillRuns_DetachesAndLetsItEnd)
         }
     }
     EXPECT_FALSE(job.done);
+    pthread_attr_t attributes; // of the thread, which is still there
+    ASSERT_EQ(pthread_getattr_np(job.self, &attributes), 0);
+    int state = PTHREAD_CREATE_JOINABLE;
+    EXPECT_EQ(pthread_attr_getdetachstate(&attributes, &state), 0);
+    EXPECT_EQ(state, PTHREAD_CREATE_DETACHED);
+    pthread_attr_destroy(&attributes);
     job.release = true;
     while (!job.done) {
         std::this_thread::sleep_for(1ms);
