@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 
 namespace {
 
@@ -87,6 +88,58 @@ std::string OrderFault(const XmlElement& node)
     return next == node.children.size() ? "" : node.children[next].name + " is out of place";
 }
 
+// What these documents use of each node kind, beyond which nothing may creep in.
+const std::map<std::string, std::set<std::string>>& UsedChildren()
+{
+    static const std::map<std::string, std::set<std::string>> table{
+        {"Category",
+         {"ToolTip", "Description", "DisplayName", "Visibility", "ImposedAccessMode", "pFeature"}},
+        {"Integer",
+         {"ToolTip", "Description", "Visibility", "pIsAvailable", "ImposedAccessMode", "Value",
+          "pValue", "Min", "pMax", "pSelected"}},
+        {"String",
+         {"ToolTip", "Description", "DisplayName", "Visibility", "pIsAvailable", "pValue"}},
+        {"Command",
+         {"ToolTip", "Description", "Visibility", "ImposedAccessMode", "Value", "pValue",
+          "CommandValue"}},
+        {"Enumeration",
+         {"ToolTip", "Description", "DisplayName", "Visibility", "ImposedAccessMode", "EnumEntry",
+          "Value", "pValue"}},
+        {"EnumEntry", {"ToolTip", "Value"}},
+        {"IntSwissKnife", {"pVariable", "Formula"}},
+        {"StringReg", {"Address", "Length", "AccessMode", "pPort"}},
+        {"IntReg", {"Address", "Length", "AccessMode", "pPort", "Cachable", "Sign", "Endianess"}},
+        {"Port", {"ToolTip", "Description", "Visibility", "ImposedAccessMode"}}};
+    return table;
+}
+
+Names AttributeNames(const XmlElement& element)
+{
+    Names names;
+    for (const auto& [name, value] : element.attributes) {
+        names.push_back(name);
+    }
+    return names;
+}
+
+// A node, or an entry of an enumeration: a name and perhaps a name space, and known children, which
+// carry no attributes.
+void ExpectPlainNode(const XmlElement& node)
+{
+    SCOPED_TRACE(node.Attribute("Name"));
+    const bool spaced = !node.Attribute("NameSpace").empty();
+    EXPECT_EQ(AttributeNames(node), spaced ? Names({"Name", "NameSpace"}) : Names{"Name"});
+    for (const XmlElement& child : node.children) {
+        EXPECT_TRUE(UsedChildren().at(node.name).contains(child.name)) << child.name;
+        if (child.name == "EnumEntry") {
+            ExpectPlainNode(child);
+        } else {
+            EXPECT_EQ(AttributeNames(child), child.name == "pVariable" ? Names{"Name"} : Names{});
+            EXPECT_TRUE(child.children.empty()) << child.name;
+        }
+    }
+}
+
 bool IsReference(const std::string& element)
 {
     return element.size() > 1 && element[0] == 'p' && element[1] >= 'A' && element[1] <= 'Z';
@@ -165,6 +218,27 @@ TEST(XmlStructure, Children_EveryNode_FollowTheSchemaOrder)
     }
 }
 
+TEST(XmlStructure, NodesAndGroups_EveryDocument_CarryNothingUnknown)
+{
+    for (const XmlDocument* document : AllDocuments()) {
+        SCOPED_TRACE(document->file);
+        for (const XmlElement* node : document->nodes) {
+            ExpectPlainNode(*node);
+        }
+        for (const XmlElement& child : document->root.children) {
+            if (child.name == "Group") {
+                EXPECT_EQ(AttributeNames(child), Names{"Comment"});
+            }
+        }
+    }
+}
+
+TEST(XmlStructure, TextBesideElements_IsRefusedByTheReader)
+{
+    EXPECT_THROW(ParseXml("<Group>stray<Port/></Group>"), std::runtime_error);
+    EXPECT_NO_THROW(ParseXml("<Group> <!-- note -->\n<Port/></Group>"));
+}
+
 TEST(XmlStructure, References_EveryDocument_AreDefinedButTheKnownOnes)
 {
     EXPECT_EQ(Undefined(SystemDocument()),
@@ -237,6 +311,12 @@ TEST(XmlStructure, CommentedEntries_StandAsCommentsAndNotAsNodes)
         EXPECT_NE(Comments(row.document.root).find(row.comment), std::string::npos) << row.comment;
         EXPECT_FALSE(row.document.byName.contains(row.absent)) << row.absent;
     }
+}
+
+TEST(XmlStructure, CommentedEventControl_StandsInTheRootCategory)
+{
+    const auto& comments = SystemDocument().Node("Root").comments;
+    EXPECT_EQ(comments, Names{" <pFeature>EventControl</pFeature> "});
 }
 
 TEST(XmlStructure, Head_EveryFeature_HasToolTipAndDescription)

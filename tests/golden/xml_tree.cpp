@@ -29,6 +29,17 @@ void CopyAttributes(const xmlNode* node, XmlElement& element)
     }
 }
 
+// Whether text other than white space stands directly below a node.
+bool HasText(const xmlNode* node)
+{
+    for (const xmlNode* child = node->children; child != nullptr; child = child->next) {
+        if (child->type == XML_TEXT_NODE && xmlIsBlankNode(child) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 XmlElement Copy(const xmlNode* node)
 {
     XmlElement element;
@@ -44,6 +55,8 @@ XmlElement Copy(const xmlNode* node)
     }
     if (element.children.empty()) {
         element.text = Content(node);
+    } else if (HasText(node)) {
+        throw std::runtime_error("text beside the elements of " + element.name);
     }
     return element;
 }

@@ -24,7 +24,8 @@ struct XmlElement
     std::string One(const std::string& wanted) const;
 };
 
-// Parses with libxml2 in its strict mode; an error ends the test with the parser's message.
+// Parses with libxml2 in its strict mode; an error, or text beside elements, ends the test with a
+// message.
 XmlElement ParseXml(std::string_view text);
 
 // One of the four documents with its name, and its nodes by name.
