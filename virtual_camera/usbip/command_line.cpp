@@ -164,7 +164,7 @@ private:
         for (std::uint32_t i = 0; i < total; ++i) {
             m_line.cameras.push_back(m_common.Numbered(i));
             if (i < m_own.size()) {
-                const std::string error = m_line.cameras.back().Apply(m_own[i]);
+                std::string error = m_line.cameras.back().Apply(m_own[i]);
                 if (!error.empty()) {
                     return error;
                 }

@@ -17,7 +17,7 @@ namespace {
 
 using namespace usbip;
 
-constexpr std::size_t kInputSize = 64 * 1024;
+constexpr std::size_t kInputSize = 64U << 10;
 constexpr std::size_t kMaxOut = 16U << 20;   // a host that wants more is none
 constexpr std::size_t kMaxIn = 256U << 20;   // past this the request is refused
 constexpr std::size_t kMaxQueued = 1U << 16; // requests on one endpoint
