@@ -18,6 +18,8 @@ Functions functions;
 // One pass over the emulated machine's sixteen root hubs takes that long, and sometimes longer.
 constexpr std::uint64_t kDiscoveryMs = 700;
 
+constexpr std::size_t kAhead = 4; // images asked for ahead; fewer than there are buffers
+
 template <typename Function>
 void Resolve(void* library, const char* name, Function& function)
 {
@@ -193,8 +195,15 @@ std::vector<std::uint8_t> Camera::DescriptionFile() const
     return Read(address, length);
 }
 
-void Camera::Start(std::uint64_t images)
+void Camera::_Set(std::uint64_t address, std::uint32_t value) const
 {
+    Need(Write(address, &value, sizeof value), "GCWritePort");
+}
+
+void Camera::Start(std::uint64_t images, bool onDemand)
+{
+    m_onDemand = onDemand;
+    _Set(vcam::cam::kTriggerMode.address, onDemand ? 1 : 0);
     for (BUFFER_HANDLE buffer : m_buffers) {
         Need(Gentl().DSQueueBuffer(m_stream, buffer), "DSQueueBuffer");
     }
@@ -202,11 +211,18 @@ void Camera::Start(std::uint64_t images)
     Need(Gentl().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, images),
          "DSStartAcquisition");
     m_started = true;
+    for (std::size_t i = 0; onDemand && i < kAhead; ++i) {
+        _Set(vcam::cam::kTriggerSoftware.address, 1);
+    }
 }
 
 void Camera::Stop()
 {
     m_started = false;
+    if (m_onDemand) {
+        // Nothing may be left of it when the next one wants the camera's own rate.
+        _Set(vcam::cam::kTriggerMode.address, 0);
+    }
     Need(Gentl().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT), "DSStopAcquisition");
     Need(Gentl().DSFlushQueue(m_stream, ACQ_QUEUE_ALL_DISCARD), "DSFlushQueue");
 }
@@ -218,6 +234,9 @@ GC_ERROR Camera::Next(Tally& tally, std::uint64_t timeoutMs)
     const GC_ERROR status = Gentl().EventGetData(m_event, &data, &size, timeoutMs);
     if (status != GC_ERR_SUCCESS) {
         return status;
+    }
+    if (m_onDemand) {
+        _Set(vcam::cam::kTriggerSoftware.address, 1);
     }
     _Compare(data.BufferHandle, tally);
     // After a limited acquisition nobody takes it any more; that is no mistake.

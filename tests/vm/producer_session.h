@@ -110,7 +110,9 @@ public:
     GC_ERROR Write(std::uint64_t address, const void* data, std::size_t size) const;
     std::vector<std::uint8_t> DescriptionFile() const;
 
-    void Start(std::uint64_t images);
+    // On demand: an image for each one that is taken, with some ahead, so that none is lost however
+    // slow the machine is. Else at the camera's own rate.
+    void Start(std::uint64_t images, bool onDemand = false);
     // 0, or the status with which no image came. The image is compared, its buffer queued again.
     GC_ERROR Next(Tally& tally, std::uint64_t timeoutMs);
     void Stop();
@@ -118,6 +120,7 @@ public:
 
 private:
     std::uint64_t _Number(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command) const;
+    void _Set(std::uint64_t address, std::uint32_t value) const;
     void _Compare(BUFFER_HANDLE buffer, Tally& tally);
     vcam::ImageGeometry _Geometry() const;
 
@@ -130,6 +133,7 @@ private:
     vcam::PatternGenerator m_pattern;
     std::vector<std::uint8_t> m_expected;
     bool m_started = false;
+    bool m_onDemand = false;
     bool m_hasLast = false;
     std::uint64_t m_last = 0; // number of the latest image since the start
 };

@@ -135,7 +135,7 @@ void Images(const std::string& argument)
     Bus bus;
     Camera camera(bus, OnlyCamera(bus), kBuffers);
     Tally tally;
-    camera.Start(kEndless);
+    camera.Start(kEndless, true);
     const auto start = std::chrono::steady_clock::now();
     Take(camera, tally, wanted);
     const double seconds = Seconds(std::chrono::steady_clock::now() - start);
@@ -222,8 +222,8 @@ void Two(const std::string& argument)
     Camera first(bus, ids[0], kBuffers);
     Camera second(bus, ids[1], kBuffers);
     Tally tallies[2];
-    first.Start(kEndless);
-    second.Start(kEndless);
+    first.Start(kEndless, true);
+    second.Start(kEndless, true);
     for (unsigned i = 0; i < wanted; ++i) {
         Take(first, tallies[0], 1);
         Take(second, tallies[1], 1);
@@ -303,10 +303,13 @@ Usage Now()
     Usage usage;
     usage.descriptors = Entries("/proc/self/fd");
     usage.threads = Entries("/proc/self/task");
-    std::ifstream file("/proc/self/statm");
-    long size = 0;
-    file >> size >> usage.residentKiB;
-    usage.residentKiB *= sysconf(_SC_PAGESIZE) / 1024;
+    // Without the pages of programs and libraries, which come as they are used.
+    std::ifstream file("/proc/self/status");
+    for (std::string word; file >> word;) {
+        if (word == "RssAnon:") {
+            file >> usage.residentKiB;
+        }
+    }
     return usage;
 }
 
@@ -336,6 +339,7 @@ void Rounds(const std::string& argument)
     constexpr long kSlackKiB = 256;
     const auto half = static_cast<unsigned>(std::stoul(argument)) / 2;
     Tally tally;
+    Now(); // what measuring itself needs for the first time
     OpenStreamClose(half, tally);
     const Usage warm = Now();
     OpenStreamClose(half, tally);
