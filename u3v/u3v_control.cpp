@@ -36,11 +36,34 @@ U3V_Control::~U3V_Control()
     if (handle == nullptr) {
         return;
     }
+    _readOutstandingAnswer();
     // Quirk Q55: an interface numbered 0 is never released; closing the handle does that.
     for (const uint8_t number :
          {m_pDevice->StreamInterface, m_pDevice->EventInterface, m_pDevice->ControlInterface}) {
         if (number != 0) {
             libusb_release_interface(handle, number);
+        }
+    }
+}
+
+// The next channel on this camera counts its commands from 1 again and would take an answer that we
+// leave unread for its own, or be off by one at each opening. What has not come by now is given a
+// moment; answers that were there before this channel go the same way.
+void U3V_Control::_readOutstandingAnswer()
+{
+    Locker lock(m_Mutex);
+    for (unsigned i = 0; i < kMaximumLateAnswers && m_bOpened && m_nAnsweredId != m_nRequestId;
+         ++i) {
+        std::fill_n(m_AckBuffer.Data(), wire::kLongAckSize, uint8_t{0});
+        int received = 0;
+        if (libusb_bulk_transfer(m_pDevice->Handle(), m_pDevice->ControlInEndpoint,
+                                 m_AckBuffer.Data(), static_cast<int>(m_AckBuffer.Size()),
+                                 &received, m_Limits.closingTimeout) < 0) {
+            return; // nothing there, or no camera any more
+        }
+        const std::span<const uint8_t> ack = m_AckBuffer.Bytes();
+        if (Load(ack, wire::kAckCommandId) != wire::kPendingAck) {
+            m_nAnsweredId = Load(ack, wire::kAckRequestId);
         }
     }
 }
@@ -112,8 +135,9 @@ uint16_t U3V_Control::_readBootstrap()
     if ((status = _readRegister(abrm::kMaximumDeviceResponseTime, wide)) != U3V_STATUS_SUCCESS) {
         return status;
     }
-    m_nTimeout = static_cast<uint32_t>(wide);
+    m_nTimeout = static_cast<uint32_t>(wide); // from the next transfer on
 
+    // The address is the camera's word and not checked: a wrong one only makes it refuse.
     const uint64_t base = m_nSbrmAddress;
     const std::pair<Register<uint32_t>, std::atomic<uint32_t>*> table[] = {
         {sbrm::kMaximumCommandTransfer, &m_nMaxCommandLength},
@@ -214,6 +238,8 @@ uint16_t U3V_Control::_transfer(uint8_t endpoint, uint8_t* data, size_t size, ui
     const int result = libusb_bulk_transfer(m_pDevice->Handle(), endpoint, data,
                                             static_cast<int>(size), &transferred, timeout);
     if (result < 0) {
+        // A stalled endpoint stays so until it is cleared. Not asked for the kind of failure: the
+        // clearing does no harm where nothing has stalled, and fails harmlessly without a camera.
         libusb_clear_halt(m_pDevice->Handle(), endpoint);
         return U3V_STATUS_GENCP_MSG_TIMEOUT;
     }
@@ -232,6 +258,8 @@ uint16_t U3V_Control::_send(std::span<uint8_t> packet)
 // as the camera is open.
 uint16_t U3V_Control::_receive(size_t size, uint32_t timeout, int& received)
 {
+    using std::chrono::steady_clock;
+    const auto deadline = steady_clock::now() + std::chrono::milliseconds(timeout);
     uint16_t status = U3V_STATUS_SUCCESS;
     for (unsigned late = 0; late <= kMaximumLateAnswers; ++late) {
         // A short packet must not be completed by what an earlier one left in the buffer.
@@ -241,14 +269,22 @@ uint16_t U3V_Control::_receive(size_t size, uint32_t timeout, int& received)
         if (status != U3V_STATUS_SUCCESS || !_isLateAnswer(received)) {
             break;
         }
+        // All of them share one time-out, or a camera could stretch it seventeen-fold. Never 0,
+        // which is no time-out to libusb.
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now());
+        timeout = static_cast<uint32_t>(std::max<int64_t>(left.count(), 1));
     }
     return status;
 }
 
-// Only ids between the last answered command and the present one can be late; each can be so once.
+// Only ids between the last answered command and the present one can be late; each can be so once,
+// apart from pending acknowledges, which announce that the answer is still to come. Any other id is
+// a wrong one and reported as such. The differences wrap around as the ids do.
 bool U3V_Control::_isLateAnswer(int received)
 {
     const std::span<const uint8_t> ack = m_AckBuffer.Bytes();
+    // Without a whole header of ours there is no id to go by.
     if (received < static_cast<int>(wire::kAckHeaderSize) ||
         Load(ack, wire::kAckPrefix) != wire::kPrefix) {
         return false;
@@ -320,6 +356,8 @@ uint16_t U3V_Control::_write(uint64_t address, std::span<const uint8_t> source)
     return status != U3V_STATUS_SUCCESS ? status : _awaitWriteAck();
 }
 
+// A write may take the camera long (flash memory): it then answers with pending acknowledges, each
+// naming how long to wait for the next one.
 uint16_t U3V_Control::_awaitWriteAck()
 {
     using std::chrono::steady_clock;
@@ -415,6 +453,8 @@ public:
         return mz_zip_reader_file_stat(&m_archive, 0, &stat) != MZ_FALSE;
     }
     // The member in a block of its own; an empty block when it cannot be had.
+    // The size is the archive's claim; miniz checks it against the data, but only after we have
+    // allocated it.
     bool Extract(const mz_zip_archive_file_stat& stat, U3V_Block& out)
     {
         if (stat.m_uncomp_size > kMaximumXmlSize) {

@@ -18,6 +18,7 @@ struct U3V_ControlLimits
     uint32_t defaultTimeout = 3000;  // ms, until the camera names its own
     uint32_t maximumTimeout = 60000; // ms, what a camera-supplied response time is cut to
     unsigned pendingRounds = 1000;   // pending acknowledges of one write
+    uint32_t closingTimeout = 100;   // ms, at close, for each answer that was given up
     uint32_t pendingTime = 60000;    // ms, after which no further pending acknowledge is followed
 };
 
@@ -29,7 +30,8 @@ class U3V_Control
 {
 public:
     explicit U3V_Control(U3V_Device* device, const U3V_ControlLimits& limits = {});
-    // Releases the stream, event and control interface, each unless its number is 0.
+    // Reads away an answer that is still outstanding, then releases the stream, event and control
+    // interface, each unless its number is 0.
     ~U3V_Control();
     U3V_Control(const U3V_Control&) = delete;
     U3V_Control& operator=(const U3V_Control&) = delete;
@@ -73,6 +75,7 @@ public:
 private:
     friend class U3V_ControlProbe; // tests: looks at decoded capabilities and the request id
 
+    void _readOutstandingAnswer() ZR_EXCLUDES(m_Mutex);
     bool _claim() ZR_REQUIRES(m_Mutex);
     void _reset() ZR_REQUIRES(m_Mutex);
     uint16_t _readBootstrap() ZR_REQUIRES(m_Mutex);

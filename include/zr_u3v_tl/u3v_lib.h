@@ -118,6 +118,8 @@ U3V_API U3V_CloseDevice(U3V_DEVICE_HANDLE hDevice);
  * and clears the device configuration. phControl [out] as phDevice above. SUCCESS, CLAIM_FAILED, or
  * the status of the failing register access, after which the channel can be used nevertheless. */
 U3V_API U3V_OpenControl(U3V_DEVICE_HANDLE hDevice, U3V_CONTROL_HANDLE* phControl);
+/* Releases the interfaces. An answer that an exchange gave up waiting for is read away first, which
+ * takes up to 100 ms where none comes. */
 U3V_API U3V_CloseControl(U3V_CONTROL_HANDLE hControl);
 /* One exchange each; concurrent ones queue. nLength [in], bytes: 0..1012 read, 0..1024 written;
  * otherwise, and for a null pointer with a length, GENCP_INVALID_PARAMETER without any traffic.

@@ -396,6 +396,76 @@ TEST_F(ControlTest, ReadMem_EndlessAnswersToEarlierCommands_EndWithAWrongRequest
     EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0xC009);
 }
 
+TEST_F(ControlTest, ReadMem_SixteenLateAnswers_AreReadAwayButNotMore)
+{
+    Open();
+    uint32_t value = 0;
+    camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0x800B);
+    for (int i = 0; i < 16; ++i) {
+        Reply(Pending(kFirstId, 1));
+    }
+    Reply(Ack(0, 0x0801, kFirstId + 1, {5, 0, 0, 0}));
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0);
+    EXPECT_EQ(value, 5U);
+
+    camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0x800B);
+    for (int i = 0; i < 17; ++i) {
+        Reply(Pending(kFirstId + 2, 1));
+    }
+    Reply(Ack(0, 0x0801, kFirstId + 3, {6, 0, 0, 0}));
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0xC009);
+    EXPECT_EQ(camera.replies.size(), 1U);
+}
+
+TEST_F(ControlTest, ReadMem_LateAnswerComesTwice_SecondIsAWrongRequestId)
+{
+    Open();
+    uint32_t value = 0;
+    camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0x800B);
+    Reply(Ack(0, 0x0801, kFirstId, {1, 0, 0, 0}));
+    Reply(Ack(0, 0x0801, kFirstId, {1, 0, 0, 0}));
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0xC00A);
+}
+
+TEST_F(ControlTest, ReadMem_WrongPrefixWithALateId_IsAWrongPrefix)
+{
+    Open();
+    uint32_t value = 0;
+    camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0x800B);
+    Reply(Ack(0, 0x0801, kFirstId, {1, 0, 0, 0}, 0x11111111));
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0xC008);
+}
+
+TEST_F(ControlTest, ReadMem_LateAnswers_ShareOneTimeout)
+{
+    Open();
+    uint32_t value = 0;
+    camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0x800B);
+    Reply(Ack(0, 0x0801, kFirstId, {1, 0, 0, 0}));
+    camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+    usb.ClearJournal();
+    usb.onCall = [] { std::this_thread::sleep_for(std::chrono::milliseconds(300)); };
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0x800B);
+    const auto received = usb.Journal("bulk ep=0x81 length=16 timeout=");
+    ASSERT_EQ(received.size(), 2U);
+    EXPECT_EQ(received[0], "bulk ep=0x81 length=16 timeout=500");
+    const int left = std::stoi(received[1].substr(received[1].rfind('=') + 1));
+    EXPECT_GE(left, 1);
+    EXPECT_LE(left, 200);
+}
+
+TEST_F(ControlTest, OpenControl_Again_ForgetsWhatTheCameraHasAnswered)
+{
+    Open();
+    Reply(Ack(0, 0x0801, 99, Bytes(8))); // would count as late after the seven of the first opening
+    EXPECT_EQ(control.OpenControl(), 0xC00A);
+}
+
 TEST_F(ControlTest, RequestId_WrapsFromFFFFToOne)
 {
     Open();
@@ -576,6 +646,65 @@ TEST_F(ControlTest, Destructor_ReleasesStreamEventControlInThisOrder)
     }
     EXPECT_THAT(usb.Journal(),
                 ElementsAre("release_interface 2", "release_interface 1", "release_interface 3"));
+}
+
+TEST_F(ControlTest, Destructor_AnswerOutstanding_IsReadAwayBeforeTheRelease)
+{
+    uint32_t value = 0;
+    {
+        U3V_Control other(&device);
+        ASSERT_EQ(other.OpenControl(), 0);
+        Reply(Ack(0, 0x0801, 99, {1, 0, 0, 0})); // left there by somebody else
+        EXPECT_EQ(other.ReadMem(0x100, &value, 4), 0xC00A);
+        Reply(Pending(kFirstId, 10));
+        Reply(Ack(0, 0x0801, kFirstId, {1, 0, 0, 0}));
+        Reply(Ack(0, 0x0801, kFirstId, {1, 0, 0, 0})); // beyond what is awaited
+        usb.ClearJournal();
+    }
+    EXPECT_THAT(usb.Journal(),
+                ElementsAre("bulk ep=0x81 length=1024 timeout=100",
+                            "bulk ep=0x81 length=1024 timeout=100", "release_interface 2",
+                            "release_interface 1", "release_interface 3"));
+    EXPECT_EQ(camera.replies.size(), 1U);
+}
+
+TEST_F(ControlTest, Destructor_AnswerNeverComes_IsAwaitedOnce)
+{
+    uint32_t value = 0;
+    {
+        U3V_Control other(&device);
+        ASSERT_EQ(other.OpenControl(), 0);
+        camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+        EXPECT_EQ(other.ReadMem(0x100, &value, 4), 0x800B);
+        usb.ClearJournal();
+    }
+    EXPECT_EQ(usb.Count("bulk"), 1U);
+    EXPECT_EQ(usb.Count("release_interface"), 3U);
+}
+
+TEST_F(ControlTest, Destructor_EndlessAnswers_AreNotReadForEver)
+{
+    uint32_t value = 0;
+    {
+        U3V_Control other(&device);
+        ASSERT_EQ(other.OpenControl(), 0);
+        for (int i = 0; i < 100; ++i) {
+            Reply(Ack(0, 0x0801, 99, {1, 0, 0, 0}));
+        }
+        EXPECT_EQ(other.ReadMem(0x100, &value, 4), 0xC00A);
+        usb.ClearJournal();
+    }
+    EXPECT_EQ(usb.Count("bulk"), 16U);
+}
+
+TEST_F(ControlTest, Destructor_EverythingAnswered_ReadsNothing)
+{
+    {
+        U3V_Control other(&device);
+        ASSERT_EQ(other.OpenControl(), 0);
+        usb.ClearJournal();
+    }
+    EXPECT_EQ(usb.Count("bulk"), 0U);
 }
 
 TEST_F(ControlTest, Destructor_InterfaceZero_IsNeverReleased)
