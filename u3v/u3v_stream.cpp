@@ -27,7 +27,8 @@ U3V_Stream::U3V_Stream(U3V_Device* device, U3V_Control* control, const U3V_Strea
 U3V_Stream::~U3V_Stream()
 {
     Locker lock(m_StateMutex);
-    _joinSession(m_Timings.lastResort);
+    // The camera is left as it is: only a stop talks to it. Without a reader its transfers end.
+    _joinSession(m_Timings.TransferWait());
     _dropSession();
     if (m_pDevice->StreamInterface != 0 && m_pDevice->Handle() != nullptr) {
         libusb_release_interface(m_pDevice->Handle(), m_pDevice->StreamInterface);
@@ -125,10 +126,11 @@ uint16_t U3V_Stream::AcquisitionStart(uint32_t imagesToAcquire)
     Locker lock(m_StateMutex);
     // A start without a stop: the running acquisition's transfer must have ended before its blocks
     // can go.
-    _joinSession(m_Timings.lastResort);
+    _joinSession(m_Timings.TransferWait());
     _dropSession();
     U3V_StreamSession::ReapOrphans();
 
+    // Whatever the camera was left doing ends first; one that refuses may not be streaming at all.
     _write(kCameraAcquisition, uint32_t{0});
     _enableStream(false);
     if (!m_bOpened) {
@@ -140,6 +142,7 @@ uint16_t U3V_Stream::AcquisitionStart(uint32_t imagesToAcquire)
         return status;
     }
     _programStream(plan);
+    // Before the stream is enabled: what cannot be allocated must not leave the camera streaming.
     _makeSession(plan, imagesToAcquire);
     if ((status = _enableStream(true)) != U3V_STATUS_SUCCESS) {
         _dropSession();
@@ -210,10 +213,11 @@ int U3V_Stream::_runSession()
 {
     int result = 0;
     try {
+        // The thread first: the completion of the first read needs somebody to deliver it.
         m_EventThread = std::thread(thread_route, m_Session);
         result = m_Session->Submit(&U3V_Stream::image_callback);
     } catch (...) {
-        _joinSession(m_Timings.lastResort);
+        _joinSession(m_Timings.TransferWait());
         m_Session->FreeBlocks();
         m_Handover->End();
         throw;
@@ -221,7 +225,7 @@ int U3V_Stream::_runSession()
     if (result < 0) {
         // Quirk Q71: the stream stays "acquiring", so that the caller's stop switches the camera
         // off again; nothing of the acquisition but its counters is left.
-        _joinSession(m_Timings.lastResort);
+        _joinSession(m_Timings.TransferWait());
         m_Session->FreeBlocks();
         m_Handover->End();
     }
@@ -277,11 +281,11 @@ uint16_t U3V_Stream::AcquisitionStop(uint64_t* imagesAcquired, uint64_t* lostCou
         std::puts("DS_STATUS_IMAGE_TIMEOUT");
     }
     std::puts("");
-    _joinSession(m_Timings.lastResort - m_Timings.stopWait);
+    _joinSession(m_Timings.TransferWait() - m_Timings.stopWait);
     std::puts("");
 
     _write(kCameraAcquisition, uint32_t{0});
-    const uint16_t status = _enableStream(false);
+    const uint16_t status = _enableStream(false); // reads and writes, so the camera must answer
     if (status != U3V_STATUS_SUCCESS) {
         return status; // still acquiring: the caller may try again
     }

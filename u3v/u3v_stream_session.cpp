@@ -136,6 +136,8 @@ void U3V_StreamSession::_advance()
     }
 }
 
+// Says where the next read goes. Never beyond the block, whatever sizes the camera named; libusb's
+// lengths are signed.
 void U3V_StreamSession::_read(std::span<uint8_t> block, uint64_t length)
 {
     m_Transfer->buffer = block.data();
@@ -165,7 +167,7 @@ void U3V_StreamSession::_takeLeader()
 void U3V_StreamSession::_takePayload()
 {
     const uint64_t length = m_Setup.plan.NextPayload(m_nReceived);
-    if (length == 0) {
+    if (length == 0) { // the image is complete
         _read(m_TrailerBlock.Bytes(), m_TrailerBlock.Size());
         return;
     }
@@ -203,6 +205,8 @@ void U3V_StreamSession::_resubmitOrStop()
     }
 }
 
+// The end that a stop waits for. The transfer goes first, so that nobody who was told "done" finds
+// it alive; the session itself goes last.
 void U3V_StreamSession::_finish()
 {
     m_Transfer.reset();
@@ -217,6 +221,8 @@ void U3V_StreamSession::_finish()
     _end();
 }
 
+// From here on nothing is in flight and nothing of this session is touched by libusb any more. The
+// session no longer keeps itself, so it may be destroyed as soon as the caller lets go of it.
 void U3V_StreamSession::_end()
 {
     std::shared_ptr<U3V_StreamSession> self; // outlives the lock
@@ -258,6 +264,7 @@ void U3V_StreamSession::StopAndRelease(int32_t wait_ms)
         Locker lock(TheOrphans().mutex);
         TheOrphans().sessions.push_back(shared_from_this());
     }
+    // Should the transfer come back after all, another thread's turn at libusb will take it.
     m_bAbandoned = true;
 }
 

@@ -17,18 +17,25 @@ struct U3V_StreamTimings
 {
     unsigned transferTimeout = 3000; // ms, of the transfer in flight
     int32_t stopWait = 3000;         // ms, for the end of streaming in AcquisitionStop
-    int32_t lastResort = 5000;       // ms after a stop, when a transfer counts as lost by the bus
-    unsigned eventWait = 1000;       // ms, of one turn of the event loop
-    unsigned eventPause = 10;        // ms, after a turn that failed at once
+    int32_t lastResort = 5000; // ms after a stop, when transfer and event thread are done with
+    unsigned eventWait = 1000; // ms, of one turn of the event loop
+    unsigned eventPause = 10;  // ms, after a turn that failed at once
+
+    // ms after a stop, when the transfer counts as lost by the bus: what remains until the last
+    // resort is the last turn of the event thread, which has to be joined.
+    int32_t TransferWait() const { return lastResort - static_cast<int32_t>(eventWait); }
 };
 
 // One acquisition from start to its last completion: the plan, the one transfer that cycles through
 // leader, payload and trailer, and the blocks it reads into.
 //
 // Shared by the stream that made it, the event thread that serves it and, while a transfer is in
-// flight, by itself: nothing that the bus may still write to can go away. Completions may come on
-// the event thread of any stream, since all of them serve libusb's one default context, but only
-// one at a time.
+// flight, by itself: nothing that the bus may still write to can go away.
+//
+// Completions may come on any thread that serves libusb's one default context: the event thread of
+// any stream, but also a consumer's or the discovery worker's inside a synchronous transfer. libusb
+// lets one thread at a time do so, hence the fields without a lock. A completion must neither wait
+// nor take a lock that is held across a libusb call.
 class U3V_StreamSession : public std::enable_shared_from_this<U3V_StreamSession>
 {
 public:

@@ -42,8 +42,9 @@ protected:
         SetPayload(1000);
         EXPECT_EQ(control.OpenControl(), 0);
         U3V_StreamTimings timings;
-        timings.stopWait = 60;
-        timings.lastResort = 120;
+        // Short, but long enough for a busy machine to deliver a completion in time.
+        timings.stopWait = 150;
+        timings.lastResort = 1000;
         timings.eventWait = 10;
         timings.eventPause = 1;
         stream.emplace(&device, &control, timings);
@@ -127,6 +128,9 @@ TEST(StreamTimings, Defaults_AreTheProducts)
     EXPECT_EQ(timings.stopWait, 3000);
     EXPECT_EQ(timings.lastResort, 5000);
     EXPECT_EQ(timings.eventWait, 1000U);
+    // Longer than the transfer's own time-out, and with the event thread's last turn not beyond the
+    // last resort.
+    EXPECT_EQ(timings.TransferWait(), 4000);
 }
 
 TEST_F(StreamTest, Defaults)
@@ -199,6 +203,27 @@ TEST_F(StreamTest, EnableStream_ReadOrWriteFails_ReturnsItAndKeepsTheState)
     camera.refusal = {{kSirm + 0x04, 0x8007}};
     EXPECT_EQ(stream->EnableStream(true), 0x8007);
     EXPECT_FALSE(stream->IsAcquiring());
+}
+
+TEST_F(StreamTest, EnableStream_WriteAloneFails_ReturnsItAndKeepsTheState)
+{
+    Open();
+    const auto refuseTheWrite = [&] {
+        // Request ids: seven accesses opened the control channel, four the stream, then two each.
+        const auto request = static_cast<uint8_t>(12 + usb.Count("bulk ep=0x01"));
+        Bytes read = {0x55, 0x33, 0x56, 0x43, 0, 0, 1, 8, 4, 0, request, 0, 0, 0, 0, 0};
+        Bytes write = {0x55, 0x33, 0x56, 0x43, 4, 0x80, 3, 8, 0, 0, 0, 0};
+        write[10] = static_cast<uint8_t>(request + 1);
+        camera.replies.push_back({0, read});
+        camera.replies.push_back({0, write});
+    };
+    refuseTheWrite();
+    EXPECT_EQ(stream->EnableStream(true), 0x8004);
+    EXPECT_FALSE(stream->IsAcquiring());
+    EXPECT_EQ(stream->EnableStream(true), 0);
+    refuseTheWrite();
+    EXPECT_EQ(stream->EnableStream(false), 0x8004);
+    EXPECT_TRUE(stream->IsAcquiring());
 }
 
 TEST_F(StreamTest, Start_NotOpened_WritesTheCameraRegisterAndNothingElse)
@@ -543,6 +568,22 @@ TEST_F(StreamTest, LeaderLost_ImageKeepsTheHeaderOfItsBuffer)
     EXPECT_EQ(image[0], 3);
 }
 
+TEST_F(StreamTest, LeaderLost_NeverTakesTheHeaderOfAnotherBuffersImage)
+{
+    Open();
+    stream->SetBufferCount(2);
+    ASSERT_EQ(stream->AcquisitionStart(kForEver), 0);
+    PlayImage(3);
+    PlayImage(4);
+    usb.Complete(LIBUSB_TRANSFER_COMPLETED, Bytes(32)); // into the first image's buffer
+    EXPECT_TRUE(usb.AwaitDrained());
+    EXPECT_EQ(Get(), 0);
+    EXPECT_EQ(Get(), 0);
+    EXPECT_EQ(+header.nBlockId, 0x1000000000000004U);
+    EXPECT_EQ(Get(), 0);
+    EXPECT_EQ(+header.nBlockId, 0x1000000000000003U);
+}
+
 TEST_F(StreamTest, TrailerLost_NextLeaderStartsTheImageAgain)
 {
     camera.memory[kSirm + 0x14] = Little(64, 4); // room for a leader where the trailer is awaited
@@ -782,7 +823,7 @@ TEST_F(StreamTest, TransferNeverGivenBack_IsKeptWithItsHandleUntilItCompletes)
     CaptureStdout();
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(stream->AcquisitionStop(&acquired, &lost), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
     EXPECT_EQ(GetCapturedStdout(), "DS_STATUS_IMAGE_TIMEOUT\n\n\n");
     EXPECT_EQ(U3V_StreamSession::OrphanCount(), 1U);
     EXPECT_EQ(usb.liveTransfers.load(), 1);
