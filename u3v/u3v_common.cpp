@@ -30,6 +30,8 @@ void U3V_RequireMemory(uint64_t bytes)
 {
     const long pages = sysconf(_SC_PHYS_PAGES);
     const long page = sysconf(_SC_PAGESIZE);
+    // All of it, not what happens to be free: swapping is the machine's affair, and the figure must
+    // not change between two starts.
     if (pages <= 0 || page <= 0) {
         return;
     }

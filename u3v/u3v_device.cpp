@@ -12,6 +12,7 @@ U3V_Device::~U3V_Device()
 void U3V_Device::_close()
 {
     m_pDeviceHandle.reset();
+    // Only then, so that whoever reads "free" can open the camera.
     if (m_pInfo != nullptr) {
         m_pInfo->SetInUse(false);
     }
@@ -20,7 +21,7 @@ void U3V_Device::_close()
 
 uint16_t U3V_Device::OpenDevice(std::shared_ptr<U3V_DeviceInfo> info)
 {
-    _close();
+    _close(); // a device is opened once; again means anew
     libusb_device_handle* handle = nullptr;
     const int result = libusb_open(info->Device(), &handle);
     m_pDeviceHandle = UsbOwnHandle(handle, info->Context());

@@ -68,6 +68,8 @@ void U3V_DeviceInfo::Retain()
     }
 }
 
+// Consumers copy the record while a camera is opened or closed. The rest of it no longer changes,
+// so this one byte is all that needs care.
 void U3V_DeviceInfo::SetInUse(bool inUse)
 {
     std::atomic_ref<uint8_t>(InUse).store(inUse ? 1 : 0);
@@ -160,6 +162,7 @@ int U3V_DeviceInfo::get_class_specific_descriptor(libusb_device_handle* handle,
     if (descriptor.size() >= wire::kU3VVersion.End()) {
         record.U3VVersion = Load(descriptor, wire::kU3VVersion);
     }
+    // In the descriptor's order. A field whose string is missing stays empty.
     const StringField fields[] = {
         Into(wire::kDeviceGUID, record.DeviceGUID),
         Into(wire::kVendorName, record.VendorName),

@@ -33,6 +33,8 @@ U3V_Discovery::U3V_Discovery()
 
 U3V_Discovery::~U3V_Discovery()
 {
+    // One by one, since a vector leaves open in which order it destroys its elements. A record that
+    // an open device shares goes with that device.
     Locker lock(m_ListMutex);
     for (auto& device : m_Devices) {
         device.reset();
@@ -101,6 +103,8 @@ bool U3V_Discovery::_admit(const std::shared_ptr<U3V_DeviceInfo>& record)
     if (!_isAdmissible(*record)) {
         return false;
     }
+    // The pass gives its device list back at its end; without a reference of ours the device of an
+    // unplugged camera would be gone while it is still listed.
     m_Devices.push_back(record);
     record->Retain();
     return true;

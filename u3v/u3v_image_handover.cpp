@@ -19,6 +19,7 @@ void U3V_Buffer::Fill(std::span<const uint8_t> image, const IMAGE_HEADER* header
         std::memcpy(m_Data.Data(), image.data(), size);
     }
     if (header != nullptr) {
+        // The leader does not know what is missing, so that field keeps its value.
         const uint32_t missing = m_Header.nMissingBytes;
         m_Header = *header;
         m_Header.nMissingBytes = missing;
@@ -39,6 +40,7 @@ bool U3V_Buffer::CopyTo(void* destination, size_t capacity, IMAGE_HEADER& header
 uint64_t U3V_ImageHandover::Begin(Buffers buffers)
 {
     Locker lock(m_Mutex);
+    // Readers that wait stay waiting: the first image of the new acquisition is theirs.
     m_Buffers = std::move(buffers);
     m_nFront = 0;
     m_nReady = 0;
@@ -114,6 +116,7 @@ uint16_t U3V_ImageHandover::GetImage(void* destination, size_t capacity, uint32_
         }
         buffer = _takeReady();
     }
+    // Copied without the hand-over's lock; the buffer lives on even if the acquisition ends.
     const bool whole = buffer->CopyTo(destination, capacity, header);
     return whole ? U3V_STATUS_SUCCESS : U3V_STATUS_IMAGE_MISSING_PACKETS;
 }
