@@ -1,0 +1,286 @@
+// Every state of a consumer's life meets everything that can happen to it: no crash, no leak, no
+// wait beyond what is documented, the right status of every call afterwards, and the same process
+// starts over.
+
+#include "torture_consumer.h"
+
+#include <algorithm>
+#include <functional>
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+enum class Happening
+{
+    Unplug,
+    Replug,
+    BusError,
+    CameraSilent,
+    CloseSelf,
+    CloseParent,
+    CloseSystem,
+    CloseLibrary,
+    SecondOpen,
+    EventKill,
+    Unregister
+};
+
+const char* const kStateNames[] = {"LibraryClosed", "SystemOpen", "InterfaceOpen",    "Discovering",
+                                   "DeviceOpen",    "StreamOpen", "BuffersAnnounced", "Acquiring",
+                                   "Delivering",    "Stopping"};
+const char* const kHappeningNames[] = {"Unplug",     "Replug",      "BusError",    "CameraSilent",
+                                       "CloseSelf",  "CloseParent", "CloseSystem", "CloseLibrary",
+                                       "SecondOpen", "EventKill",   "Unregister"};
+
+// A stop waits up to 5 s for the bus and then talks to a camera that answers each of a few
+// exchanges after 100 ms at the latest. The rest is for machines with other things to do.
+constexpr milliseconds kLongestCall{5000 + 10 * 100 + 4000};
+
+using Pair = std::tuple<State, Happening>;
+
+std::string PairName(const ::testing::TestParamInfo<Pair>& info)
+{
+    return std::string(kStateNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
+           kHappeningNames[static_cast<int>(std::get<1>(info.param))];
+}
+
+class Torture : public ::testing::TestWithParam<Pair>
+{
+protected:
+    void SetUp() override
+    {
+        vusb_reset();
+        m_camera.emplace("width=64,height=64,response-ms=100");
+        m_threads = ThreadCount();
+        m_descriptors = DescriptorCount();
+    }
+
+    void TearDown() override
+    {
+        EXPECT_EQ(vusb::Violations(), "");
+        vusb_live_objects live{};
+        vusb_get_live_objects(&live);
+        EXPECT_EQ(live.contexts + live.handles + live.transfers + live.device_references +
+                      live.config_descriptors,
+                  0u);
+        for (int i = 0; i < 200 && ThreadCount() > m_threads; ++i) {
+            std::this_thread::sleep_for(milliseconds(5)); // joined, but still listed
+        }
+        EXPECT_LE(ThreadCount(), m_threads);
+        EXPECT_LE(DescriptorCount(), m_descriptors);
+    }
+
+    static GC_ERROR Timed(const std::function<GC_ERROR()>& call)
+    {
+        const auto begin = steady_clock::now();
+        const GC_ERROR status = call();
+        EXPECT_LT(steady_clock::now() - begin, kLongestCall);
+        return status;
+    }
+
+    void Happen(TortureConsumer& consumer, State state, Happening happening);
+    void BusFails() const;
+    void StartOver();
+
+    std::optional<vusb::Camera> m_camera;
+    size_t m_threads = 0;
+    size_t m_descriptors = 0;
+};
+
+void Torture::BusFails() const
+{
+    constexpr int kIoError = -1;
+    for (const char* function :
+         {"libusb_bulk_transfer", "libusb_submit_transfer", "libusb_get_device_list", "libusb_open",
+          "libusb_get_config_descriptor", "libusb_claim_interface", "libusb_clear_halt",
+          "libusb_release_interface"}) {
+        ASSERT_EQ(vusb_fail_call(function, 0, 0, kIoError), 0) << function;
+    }
+    // Serving the bus fails for a while: for ever would be a transfer that never comes back.
+    ASSERT_EQ(vusb_fail_call("libusb_handle_events_timeout", 0, 20, kIoError), 0);
+    m_camera->SetFaults("transfer-error");
+}
+
+// What the call itself has to answer where something is called.
+void Torture::Happen(TortureConsumer& consumer, State state, Happening happening)
+{
+    const Level level = LevelOf(state);
+    const bool closed = state == State::LibraryClosed;
+    const GC_ERROR success = closed ? GC_ERR_NOT_INITIALIZED : GC_ERR_SUCCESS;
+    switch (happening) {
+    case Happening::Unplug: m_camera->Unplug(); break;
+    case Happening::Replug:
+        m_camera->Unplug();
+        m_camera->Replug();
+        break;
+    case Happening::BusError: BusFails(); break;
+    case Happening::CameraSilent: m_camera->SetFaults("reply-missing+stream-silent"); break;
+    case Happening::CloseSelf:
+        EXPECT_EQ(Timed([&] { return consumer.Close(level); }), success);
+        break;
+    case Happening::CloseParent: {
+        const auto parent = static_cast<Level>(std::max(0, static_cast<int>(level) - 1));
+        EXPECT_EQ(Timed([&] { return consumer.Close(parent); }), success);
+        break;
+    }
+    case Happening::CloseSystem:
+        EXPECT_EQ(Timed([&] { return consumer.Close(Level::System); }), success);
+        break;
+    case Happening::CloseLibrary:
+        EXPECT_EQ(Timed([&] { return consumer.Close(Level::Library); }), success);
+        break;
+    case Happening::SecondOpen:
+        EXPECT_EQ(Timed([&] { return consumer.OpenSecond(state); }),
+                  closed ? GC_ERR_NOT_INITIALIZED : GC_ERR_RESOURCE_IN_USE);
+        break;
+    case Happening::EventKill:
+        EXPECT_EQ(Timed([&] { return EventKill(consumer.Event()); }),
+                  level == Level::System ? GC_ERR_INVALID_HANDLE : success);
+        break;
+    case Happening::Unregister:
+        EXPECT_EQ(Timed([&] { return consumer.UnregisterEvent(); }),
+                  level == Level::System ? GC_ERR_NOT_IMPLEMENTED : success);
+        break;
+    }
+}
+
+// In the same process, with the bus in order again: the next life delivers exact images.
+void Torture::StartOver()
+{
+    vusb_clear_scripts();
+    m_camera->SetFaults("");
+    if (!m_camera->IsPlugged()) {
+        m_camera->Replug();
+    }
+    m_camera->SetFrameRate(100);
+    ASSERT_EQ(GCInitLib(), GC_ERR_SUCCESS);
+    {
+        const Producer producer;
+        for (int i = 0; i < 100 && producer.DeviceIds().empty(); ++i) {
+            producer.Update();
+        }
+        const OpenCamera opened(producer);
+        const ImageStream stream(opened.Stream(), m_camera->PayloadSize());
+        ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+        for (int i = 0; i < 3; ++i) {
+            // Which image it is depends on the machine's load, what it shows does not.
+            const auto image = stream.Next();
+            ASSERT_TRUE(image);
+            ASSERT_EQ(vusb_compare_image(m_camera->Id(), stream.FrameId(image->handle),
+                                         stream.Base(image->handle), m_camera->PayloadSize()),
+                      -1);
+            ASSERT_EQ(stream.Queue(image->handle), GC_ERR_SUCCESS);
+        }
+    }
+    ASSERT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
+}
+
+// Which statuses the camera's memory may answer: the bus is what it is, never anything else.
+std::vector<GC_ERROR> PortAnswers(Happening happening)
+{
+    switch (happening) {
+    case Happening::Unplug:
+    case Happening::Replug:
+    case Happening::BusError:
+    case Happening::CameraSilent: return {GC_ERR_IO};
+    default: return {GC_ERR_SUCCESS};
+    }
+}
+
+// Whether the waiter has to come back by itself, and with what.
+bool ReleasesWaiter(State state, Happening happening)
+{
+    switch (happening) {
+    case Happening::EventKill:
+    case Happening::Unregister:
+    case Happening::CloseSystem:
+    case Happening::CloseLibrary: return true;
+    // DSClose alone leaves the stream's events registered.
+    case Happening::CloseSelf: return LevelOf(state) < Level::Stream;
+    case Happening::CloseParent: return true;
+    default: return false;
+    }
+}
+
+TEST_P(Torture, NoHarmTheRightAnswersAndANewLife)
+{
+    const auto [state, happening] = GetParam();
+    {
+        TortureConsumer consumer(*m_camera);
+        consumer.Reach(state);
+        if (HasFatalFailure()) {
+            return;
+        }
+        Happen(consumer, state, happening);
+        if (consumer.HasWaiter() && ReleasesWaiter(state, happening)) {
+            // One that takes images may be on its way between two waits and find the event gone.
+            consumer.StopWaiting();
+            const GC_ERROR status = consumer.WaiterStatus();
+            if (state == State::Delivering) {
+                EXPECT_TRUE(status == GC_ERR_ABORT || status == GC_ERR_INVALID_HANDLE ||
+                            status == GC_ERR_NOT_INITIALIZED || status == GC_ERR_SUCCESS)
+                    << status;
+            } else {
+                EXPECT_EQ(status, GC_ERR_ABORT);
+            }
+        }
+        std::this_thread::sleep_for(milliseconds(30));
+        consumer.UseEverything(PortAnswers(happening));
+        Timed([&consumer] {
+            consumer.TearDown();
+            return GC_ERR_SUCCESS;
+        });
+    }
+    StartOver();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Pairs, Torture,
+    ::testing::Combine(::testing::Values(State::LibraryClosed, State::SystemOpen,
+                                         State::InterfaceOpen, State::Discovering,
+                                         State::DeviceOpen, State::StreamOpen,
+                                         State::BuffersAnnounced, State::Acquiring,
+                                         State::Delivering, State::Stopping),
+                       ::testing::Values(Happening::Unplug, Happening::Replug, Happening::BusError,
+                                         Happening::CameraSilent, Happening::CloseSelf,
+                                         Happening::CloseParent, Happening::CloseSystem,
+                                         Happening::CloseLibrary, Happening::SecondOpen,
+                                         Happening::EventKill, Happening::Unregister)),
+    PairName);
+
+// A host that forgets GCCloseLib: the process ends, with threads of ours and of its own inside the
+// library, and neither crashes nor hangs.
+class ProcessExit : public ::testing::TestWithParam<State>
+{
+};
+
+TEST_P(ProcessExit, WithoutClosingTheLibrary_EndsWithItsOwnCode)
+{
+    ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    const State state = GetParam();
+    EXPECT_EXIT(
+        {
+            vusb_reset();
+            const vusb::Camera camera("width=64,height=64,response-ms=100");
+            auto* consumer = new TortureConsumer(camera); // never destroyed, as in such a host
+            consumer->Reach(state);
+            std::exit(7);
+        },
+        ::testing::ExitedWithCode(7), "");
+}
+
+std::string ExitName(const ::testing::TestParamInfo<State>& info)
+{
+    return kStateNames[static_cast<int>(info.param)];
+}
+
+INSTANTIATE_TEST_SUITE_P(States, ProcessExit,
+                         ::testing::Values(State::LibraryClosed, State::SystemOpen,
+                                           State::InterfaceOpen, State::Discovering,
+                                           State::DeviceOpen, State::BuffersAnnounced,
+                                           State::Acquiring, State::Delivering, State::Stopping),
+                         ExitName);
+
+} // namespace
