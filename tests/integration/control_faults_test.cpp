@@ -101,8 +101,8 @@ INSTANTIATE_TEST_SUITE_P(
         ReplyFault{"reply-error*1", true, true}, ReplyFault{"reply-long*1", true, false},
         ReplyFault{"command-stalled*1", true, true}, ReplyFault{"pending*1", true, false},
         ReplyFault{"reply-late*1:600", true, true}),
-    [](const auto& info) {
-        std::string name = info.param.fault;
+    [](const auto& tested) {
+        std::string name = tested.param.fault;
         std::erase_if(name, [](char c) { return !isalnum(static_cast<unsigned char>(c)); });
         return name;
     });

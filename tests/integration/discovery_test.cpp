@@ -139,10 +139,11 @@ INSTANTIATE_TEST_SUITE_P(
                       Refusal{"open-no-device", GC_ERR_ERROR}, Refusal{"claim-busy", GC_ERR_ERROR},
                       Refusal{"claim-fails", GC_ERR_ERROR}, Refusal{"reply-missing", GC_ERR_ERROR},
                       Refusal{"reply-stalled", GC_ERR_ERROR},
-                      Refusal{"command-stalled", GC_ERR_ERROR}),
-    [](const auto& info) {
-        std::string name = info.param.fault;
-        std::erase(name, '-');
+                      Refusal{"command-stalled", GC_ERR_ERROR},
+                      Refusal{"reply-doubled*1", GC_ERR_ERROR}),
+    [](const auto& tested) {
+        std::string name = tested.param.fault;
+        std::erase_if(name, [](char c) { return !isalnum(static_cast<unsigned char>(c)); });
         return name;
     });
 
@@ -204,8 +205,8 @@ INSTANTIATE_TEST_SUITE_P(
         PlugFault{"config-fails", false}, PlugFault{"info-missing", false},
         PlugFault{"info-short", false}, PlugFault{"strings-fail", false},
         PlugFault{"strings-odd", false}),
-    [](const auto& info) {
-        std::string name = info.param.fault;
+    [](const auto& tested) {
+        std::string name = tested.param.fault;
         std::erase_if(name, [](char c) { return c == '-' || c == ':'; });
         return name;
     });

@@ -17,9 +17,9 @@ struct Case
     uint64_t behind;   // images after that one that may still carry its traces
 };
 
-std::string CaseName(const ::testing::TestParamInfo<Case>& info)
+std::string CaseName(const ::testing::TestParamInfo<Case>& tested)
 {
-    std::string name = info.param.fault;
+    std::string name = tested.param.fault;
     std::erase_if(name, [](char c) { return !isalnum(static_cast<unsigned char>(c)); });
     return name;
 }
@@ -149,9 +149,9 @@ INSTANTIATE_TEST_SUITE_P(Calls, FailingStart,
                                            StartFailure{"libusb_submit_transfer", -1},
                                            StartFailure{"libusb_submit_transfer", -4},
                                            StartFailure{"libusb_submit_transfer", -11}),
-                         [](const auto& info) {
-                             return std::string(info.param.function) + "_" +
-                                    std::to_string(-info.param.result);
+                         [](const auto& tested) {
+                             return std::string(tested.param.function) + "_" +
+                                    std::to_string(-tested.param.result);
                          });
 
 class UnplugWhileStreaming : public StreamFault, public ::testing::WithParamInterface<const char*>
@@ -189,8 +189,8 @@ TEST_P(UnplugWhileStreaming, EverythingClosesAndTheReplugStreamsAgain)
 INSTANTIATE_TEST_SUITE_P(Moments, UnplugWhileStreaming,
                          ::testing::Values("unplug-at-leader", "unplug-at-payload",
                                            "unplug-in-payload", "unplug-at-trailer"),
-                         [](const auto& info) {
-                             std::string name = info.param;
+                         [](const auto& tested) {
+                             std::string name = tested.param;
                              std::erase(name, '-');
                              return name;
                          });

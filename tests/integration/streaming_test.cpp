@@ -80,7 +80,7 @@ INSTANTIATE_TEST_SUITE_P(
         Geometry{"LargeAlignment", "width=1024,height=3100,alignment=5"},
         Geometry{"LargerLeaderAndTrailer", "width=640,height=480,leader=128,trailer=64"},
         Geometry{"HighSpeed", "width=640,height=480,high-speed=1"}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST_F(Streaming, BufferDescription_IsTheLeaders)
 {
