@@ -1,0 +1,78 @@
+// zr-u3v: a command-line tool for USB3 Vision cameras. It knows the producer by its exported GenTL
+// functions only, like any other application.
+
+#include <clocale>
+#include <cstdio>
+#include <new>
+#include <optional>
+
+#include "tool_acquisition.h"
+#include "tool_command_line.h"
+#include "tool_commands.h"
+#include "tool_virtual_bus.h"
+
+namespace {
+
+using Command = ExitCode (*)(const Options&, Console&);
+
+struct CommandEntry
+{
+    const char* name;
+    Command run;
+};
+
+constexpr CommandEntry kCommands[] = {
+    {"list", RunList}, {"info", RunInfo},   {"xml", RunXml},
+    {"read", RunRead}, {"write", RunWrite}, {"grab", RunGrab},
+    {"view", RunView}, {"bench", RunBench}, {"doctor", RunDoctor},
+};
+
+ExitCode Run(const Options& options, char** arguments)
+{
+    EnterVirtualBus(options, arguments);
+    WatchInterrupts();
+    Console console(options.verbose);
+    for (const CommandEntry& command : kCommands) {
+        if (options.command == command.name) {
+            const ExitCode code = command.run(options, console);
+            console.Flush();
+            return code;
+        }
+    }
+    return ExitCode::Usage;
+}
+
+ExitCode Complain(ExitCode code, const char* text)
+{
+    std::fprintf(stderr, "zr-u3v: %s\n", text);
+    return code;
+}
+
+ExitCode Guarded(const Options& options, char** arguments)
+{
+    try {
+        return Run(options, arguments);
+    } catch (const ToolError& error) {
+        return Complain(error.Code(), error.what());
+    } catch (const std::bad_alloc&) {
+        return Complain(ExitCode::Failure, "out of memory");
+    } catch (const std::exception& error) {
+        return Complain(ExitCode::Failure, error.what());
+    }
+}
+
+} // namespace
+
+int main(int count, char** arguments)
+{
+    const CommandLine line = ParseCommandLine(count, arguments);
+    ExitCode code = line.code;
+    if (line.options) {
+        code = Guarded(*line.options, arguments);
+    } else if (code == ExitCode::Success) {
+        std::fputs(line.text.c_str(), stdout);
+    } else {
+        Complain(code, (line.text + "\nRun zr-u3v --help for more.").c_str());
+    }
+    return static_cast<int>(code);
+}

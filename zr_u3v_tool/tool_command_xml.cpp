@@ -1,0 +1,143 @@
+#include <filesystem>
+#include <fstream>
+
+#include "tool_commands.h"
+#include "tool_description.h"
+#include "tool_json.h"
+#include "tool_port.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Document
+{
+    std::string port;
+    std::string url;
+    std::string name;
+    std::string contents;
+    bool isZipped = false;
+};
+
+Document Fetch(const Options& options, const Producer& api, PORT_HANDLE port,
+               const std::string& portName)
+{
+    if (options.onlyUrl) {
+        const std::string url = DescriptionUrlOf(api, port);
+        return {portName, url, ParseDescriptionUrl(url).name, "", false};
+    }
+    Description description = FetchDescription(api, port);
+    Document document{portName, description.url, description.name, "", description.isZipped};
+    if (options.unzip && description.isZipped) {
+        document.contents = Unzip(description.contents);
+        document.name = fs::path(document.name).replace_extension(".xml").string();
+    } else {
+        document.contents = std::move(description.contents);
+    }
+    return document;
+}
+
+std::vector<Document> FetchAll(const Options& options)
+{
+    std::vector<Document> documents;
+    if (options.port == "all") {
+        WithEachPort(options, [&](const Producer& api, PORT_HANDLE port, const std::string& name) {
+            documents.push_back(Fetch(options, api, port, name));
+        });
+    } else {
+        WithPort(options, options.port, DEVICE_ACCESS_READONLY,
+                 [&](const Producer& api, PORT_HANDLE port) {
+                     documents.push_back(Fetch(options, api, port, options.port));
+                 });
+    }
+    return documents;
+}
+
+// A folder takes each document under its own name, anything else is the name of the one document.
+fs::path PathFor(const Options& options, const Document& document)
+{
+    const fs::path output(options.output);
+    std::error_code ignored;
+    const bool isFolder = fs::is_directory(output, ignored) || options.output.ends_with('/');
+    if (!isFolder) {
+        return output;
+    }
+    // A name that is none (empty, "." or "..") must not become the folder or its parent.
+    const bool isName =
+        !document.name.empty() && document.name.find_first_not_of('.') != std::string::npos;
+    return output / (isName ? document.name : document.port + ".xml");
+}
+
+void Save(const fs::path& path, const Document& document)
+{
+    std::error_code ignored;
+    if (path.has_parent_path()) {
+        fs::create_directories(path.parent_path(), ignored);
+    }
+    std::ofstream file(path, std::ios::binary);
+    file << document.contents;
+    if (!file.flush()) {
+        throw ToolError(ExitCode::Failure, "cannot write " + path.string());
+    }
+}
+
+Json JsonOf(const Document& document)
+{
+    Json json{{"port", document.port}, {"url", document.url}, {"name", document.name}};
+    if (!document.contents.empty()) {
+        json["bytes"] = document.contents.size();
+        json["zipped"] = document.isZipped;
+    }
+    return json;
+}
+
+void PrintContents(const Options& options, Console& console, const Document& document)
+{
+    if (document.isZipped && !options.unzip && console.IsTerminal()) {
+        throw ToolError(ExitCode::Usage,
+                        "the document is a zip archive: add --unzip, or -o FILE to keep it");
+    }
+    console.Print(document.contents);
+}
+
+void CheckOptions(const Options& options)
+{
+    const bool toOutput = options.output.empty() && !options.onlyUrl && !options.json;
+    if (options.port == "all" && toOutput) {
+        throw ToolError(ExitCode::Usage, "\"xml all\" needs a folder: -o FOLDER/");
+    }
+    std::error_code ignored;
+    if (options.port == "all" && !options.output.empty() && !options.output.ends_with('/') &&
+        !fs::is_directory(options.output, ignored)) {
+        throw ToolError(ExitCode::Usage, options.output + " is no folder (end it with a slash)");
+    }
+}
+
+} // namespace
+
+ExitCode RunXml(const Options& options, Console& console)
+{
+    CheckOptions(options);
+    const std::vector<Document> documents = FetchAll(options);
+    Json json = Json::array();
+    for (const Document& document : documents) {
+        Json entry = JsonOf(document);
+        if (!options.output.empty() && !options.onlyUrl) {
+            const fs::path path = PathFor(options, document);
+            Save(path, document);
+            entry["file"] = path.string();
+            if (!options.json && !options.quiet) {
+                console.Print(Printable(path.string()) + "\n");
+            }
+        } else if (options.onlyUrl && !options.json) {
+            console.Print(Printable(document.url) + "\n");
+        } else if (!options.json) {
+            PrintContents(options, console, document);
+        }
+        json.push_back(std::move(entry));
+    }
+    if (options.json) {
+        PrintJson(console, json);
+    }
+    return ExitCode::Success;
+}

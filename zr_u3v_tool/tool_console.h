@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+// Standard output of the program, kept apart from what libraries below print on descriptor 1: the
+// producer tells its user about time-outs there, and a script that reads our JSON must not see it.
+// From construction on descriptor 1 leads to standard error (`showLibraryOutput`) or to nowhere,
+// and our own output goes to a private copy of the descriptor. One object per process, made before
+// the producer is loaded. Used by the main thread only.
+class Console
+{
+public:
+    explicit Console(bool showLibraryOutput);
+    ~Console();
+    Console(const Console&) = delete;
+    Console& operator=(const Console&) = delete;
+
+    // Both throw ToolError when the text cannot be written (a full disk, a closed pipe).
+    void Print(std::string_view text);
+    void PrintBytes(const void* data, size_t size);
+    void Flush();
+
+    bool IsTerminal() const;
+    // Columns of the terminal behind standard output or error; 80 when there is none.
+    static unsigned Columns(int descriptor);
+
+private:
+    std::FILE* m_output = nullptr;
+};
+
+// "zr-u3v: warning: <text>" on standard error.
+void Warn(const std::string& text);
+
+std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// The text without control characters: what cameras call themselves goes to terminals.
+std::string Printable(std::string_view text);

@@ -1,0 +1,171 @@
+#include "tool_description.h"
+
+#include <charconv>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <zip.h>
+
+#include "tool_console.h"
+
+namespace {
+
+// Far above any real document; a camera that names more is broken or hostile.
+constexpr uint64_t kMaximumLength = 64U << 20U;
+
+[[noreturn]] void Refuse(const std::string& reason)
+{
+    throw ToolError(ExitCode::Failure, reason);
+}
+
+uint64_t Hexadecimal(const std::string& digits, const std::string& url)
+{
+    uint64_t value = 0;
+    const char* const end = digits.data() + digits.size();
+    const auto result = std::from_chars(digits.data(), end, value, 16);
+    if (result.ec != std::errc() || result.ptr != end) {
+        Refuse("unexpected URL " + Printable(url));
+    }
+    return value;
+}
+
+std::string PercentDecoded(const std::string& text)
+{
+    std::string decoded;
+    for (size_t i = 0; i < text.size(); i++) {
+        unsigned value = 0;
+        if (text[i] == '%' && i + 2 < text.size() &&
+            std::from_chars(&text[i + 1], &text[i + 3], value, 16).ptr == &text[i + 3]) {
+            decoded += static_cast<char>(value);
+            i += 2;
+        } else {
+            decoded += text[i];
+        }
+    }
+    return decoded;
+}
+
+std::string ReadFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream contents;
+    if (!file || !(contents << file.rdbuf())) {
+        Refuse("cannot read " + path);
+    }
+    return contents.str();
+}
+
+struct ArchiveDeleter
+{
+    void operator()(zip_t* archive) const { zip_discard(archive); }
+};
+struct EntryDeleter
+{
+    void operator()(zip_file_t* entry) const { zip_fclose(entry); }
+};
+
+std::unique_ptr<zip_t, ArchiveDeleter> OpenArchive(const std::string& bytes)
+{
+    zip_error_t error;
+    zip_error_init(&error);
+    zip_source_t* const source = zip_source_buffer_create(bytes.data(), bytes.size(), 0, &error);
+    zip_t* const archive =
+        source == nullptr ? nullptr : zip_open_from_source(source, ZIP_RDONLY, &error);
+    std::string reason;
+    if (archive == nullptr) {
+        reason = zip_error_strerror(&error);
+        zip_source_free(source); // the archive would have taken it over
+    }
+    zip_error_fini(&error);
+    if (archive == nullptr) {
+        Refuse("the zip archive is damaged: " + reason);
+    }
+    return std::unique_ptr<zip_t, ArchiveDeleter>(archive);
+}
+
+} // namespace
+
+DescriptionUrl ParseDescriptionUrl(const std::string& url)
+{
+    const size_t colon = url.find(':');
+    const size_t first = url.find(';', colon == std::string::npos ? 0 : colon);
+    const size_t second = first == std::string::npos ? first : url.find(';', first + 1);
+    DescriptionUrl parsed;
+    parsed.scheme = url.substr(0, colon);
+    if (parsed.scheme == "file" && url.compare(colon, 4, ":///") == 0) {
+        parsed.name = PercentDecoded(url.substr(colon + 4));
+        // Both "file:////a/b" and "file:///a/b" are met in the field.
+        parsed.name.insert(0, parsed.name.starts_with('/') ? "" : "/");
+        return parsed;
+    }
+    if (parsed.scheme != "local" || second == std::string::npos) {
+        Refuse("unexpected URL " + Printable(url));
+    }
+    // Some put "///" in front of the name; and a name is a name, never a way out of a folder.
+    parsed.name =
+        std::filesystem::path(url.substr(colon + 1, first - colon - 1)).filename().string();
+    parsed.address = Hexadecimal(url.substr(first + 1, second - first - 1), url);
+    parsed.length = Hexadecimal(url.substr(second + 1, url.find('?', second) - second - 1), url);
+    if (parsed.length > kMaximumLength) {
+        Refuse("the description file is said to have " + std::to_string(parsed.length) + " bytes");
+    }
+    return parsed;
+}
+
+std::string DescriptionUrlOf(const Producer& api, PORT_HANDLE port)
+{
+    size_t size = 0;
+    INFO_DATATYPE type = 0;
+    GENTL_CALL(api, GCGetPortURLInfo, port, 0, URL_INFO_URL, &type, nullptr, &size);
+    std::string url(size, '\0');
+    GENTL_CALL(api, GCGetPortURLInfo, port, 0, URL_INFO_URL, &type, url.data(), &size);
+    return url.c_str();
+}
+
+Description FetchDescription(const Producer& api, PORT_HANDLE port)
+{
+    Description description;
+    description.url = DescriptionUrlOf(api, port);
+    const DescriptionUrl url = ParseDescriptionUrl(description.url);
+    description.name = std::filesystem::path(url.name).filename().string();
+    description.address = url.address;
+    if (url.scheme == "file") {
+        description.contents = ReadFile(url.name);
+    } else {
+        description.contents.resize(url.length);
+        size_t size = url.length;
+        GENTL_CALL(api, GCReadPort, port, url.address, description.contents.data(), &size);
+    }
+    description.isZipped = IsZipArchive(description.contents);
+    return description;
+}
+
+bool IsZipArchive(const std::string& contents)
+{
+    return contents.starts_with("PK\x03\x04");
+}
+
+std::string Unzip(const std::string& bytes)
+{
+    const auto archive = OpenArchive(bytes);
+    zip_stat_t entry;
+    zip_stat_init(&entry);
+    if (zip_stat_index(archive.get(), 0, 0, &entry) != 0 || (entry.valid & ZIP_STAT_SIZE) == 0) {
+        Refuse(std::string("the zip archive is damaged: ") + zip_strerror(archive.get()));
+    }
+    if (entry.size > kMaximumLength) {
+        Refuse("the zip archive names a file of " + std::to_string(entry.size) + " bytes");
+    }
+    const std::unique_ptr<zip_file_t, EntryDeleter> file(zip_fopen_index(archive.get(), 0, 0));
+    std::string contents(entry.size, '\0');
+    // One byte more than is there makes the library compare the check sum at the end.
+    char beyond = 0;
+    if (file == nullptr ||
+        zip_fread(file.get(), contents.data(), contents.size()) !=
+            static_cast<zip_int64_t>(contents.size()) ||
+        zip_fread(file.get(), &beyond, 1) != 0) {
+        Refuse("the zip archive is damaged: its file cannot be unpacked");
+    }
+    return contents;
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tool_session.h"
+
+// A description document of a port: where it is and what it holds.
+struct Description
+{
+    std::string url;
+    std::string name;      // the file name in the URL, without any folder
+    std::string contents;  // as it lies there, possibly a zip archive
+    uint64_t address = 0;  // 0 for a file on the disk
+    bool isZipped = false; // by the archive's own mark, whatever the name says
+};
+
+// The parts of "local:<name>;<address>;<length>", both numbers hexadecimal, or of "file:///<path>".
+struct DescriptionUrl
+{
+    std::string scheme;
+    std::string name; // for a file: its decoded path
+    uint64_t address = 0;
+    uint64_t length = 0;
+};
+
+// Throws ToolError for any other text, and for a length beyond what a description can have.
+DescriptionUrl ParseDescriptionUrl(const std::string& url);
+
+// The first URL of a port.
+std::string DescriptionUrlOf(const Producer& api, PORT_HANDLE port);
+// Reads the document behind the first URL of a port.
+Description FetchDescription(const Producer& api, PORT_HANDLE port);
+
+bool IsZipArchive(const std::string& contents);
+// The first file of the archive. Throws ToolError when it is damaged or unreasonably large.
+std::string Unzip(const std::string& archive);

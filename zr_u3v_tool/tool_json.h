@@ -1,0 +1,14 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "tool_console.h"
+
+// Members keep the order in which they are added, for readers and for comparing outputs.
+using Json = nlohmann::ordered_json;
+
+// Indented, with a line end. Bytes that are no UTF-8 (cameras write what they like) are replaced.
+inline void PrintJson(Console& console, const Json& json)
+{
+    console.Print(json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// The command line, parsed. One record for all commands: a member belongs to the commands that its
+// comment names.
+struct Options
+{
+    std::string command;
+
+    // every command
+    std::string producer;
+    std::string camera;
+    uint64_t discovery_ms = 500;
+    bool isVirtual = false;
+    std::vector<std::string> virtualCameras;
+    bool json = false;
+    bool quiet = false;
+    bool verbose = false;
+
+    // xml, read, write
+    std::string port = "camera";
+    // xml
+    bool unzip = false;
+    bool onlyUrl = false;
+    // xml, grab, view
+    std::string output;
+    // read, write
+    std::string address;
+    std::vector<std::string> addresses;
+    std::string value;
+    std::string type;
+    uint64_t length = 0;
+
+    // grab, bench, view
+    uint64_t images = 0;
+    uint64_t buffers = 8;
+    uint64_t timeout_ms = 5000;
+    // grab
+    std::string format;
+    bool noDemosaic = false;
+    bool reduceTo8 = false;
+    uint64_t skip = 0;
+    bool strict = false; // bench too
+    // view
+    bool inTerminal = false;
+    unsigned columns = 0;
+    // doctor
+    std::string root = "/";
+};
