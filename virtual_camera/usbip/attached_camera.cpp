@@ -61,6 +61,7 @@ void AttachedCamera::_Run()
             _PlugIn();
         }
     } catch (const std::exception& error) {
+        m_failed = true;
         m_say(m_unit.Name() + ": " + error.what());
     }
     m_done();

@@ -30,6 +30,8 @@ public:
     void Stop();
     // After Stop().
     std::string Report() const { return m_unit.Report(); }
+    // After Stop(): whether it could not be plugged in again.
+    bool Failed() const { return m_failed; }
 
 private:
     void _PlugIn();
@@ -42,6 +44,7 @@ private:
     const std::function<void()> m_done;
     FileDescriptor m_socket;
     int m_port = -1;
+    bool m_failed = false; // written by the camera's thread alone
     std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_stop = false; // guarded by m_mutex

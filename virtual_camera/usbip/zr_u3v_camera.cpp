@@ -76,11 +76,13 @@ int Attach(const CommandLine& line, const Signals& signals)
             std::make_unique<AttachedCamera>(controller, i, line.cameras[i], Talker(line), done));
     }
     signals.Wait();
+    int status = kGood;
     for (const auto& camera : cameras) {
         camera->Stop();
+        status = camera->Failed() ? kFailed : status;
         Print(camera->Report());
     }
-    return kGood;
+    return status;
 }
 
 int Listen(const CommandLine& line, const Signals& signals)
