@@ -1,7 +1,9 @@
 // What the shells of the exported functions do around an operation: kinds of handles, failures of
 // the operation, exceptions, the library's own functions.
 
+#include <chrono>
 #include <new>
+#include <thread>
 
 #include "failing_allocation.h"
 #include "tl_fixture.h"
@@ -112,7 +114,13 @@ const FailureRow kFailures[] = {
     {"IFGetDeviceID", -1009,
      [](void*, void* i, void*, void*) { return IFGetDeviceID(i, 0, nullptr, nullptr); }},
     {"IFUpdateDeviceList", -1011,
-     [](void*, void* i, void*, void*) { return IFUpdateDeviceList(i, nullptr, 1ull << 31); }},
+     [](void*, void* i, void*, void*) {
+         // The wait is over at once; the pass must not be, or it would answer the request.
+         FakeU3V::Instance().OnCall("U3V_DiscoveryDevices", [] {
+             std::this_thread::sleep_for(std::chrono::milliseconds(100));
+         });
+         return IFUpdateDeviceList(i, nullptr, 1ull << 31);
+     }},
     {"IFGetDeviceInfo", -1009,
      [](void*, void* i, void*, void*) {
          return IFGetDeviceInfo(i, "GUID-B", 0, nullptr, nullptr, nullptr);
