@@ -59,6 +59,12 @@ void ZrGenTLController::UnregisterAllModule()
     m_registry.Clear(false);
 }
 
+void ZrGenTLController::ReleaseMemory()
+{
+    m_registry.Clear(false);
+    m_errors.Clear();
+}
+
 ZrGenTLModuleBase* ZrGenTLController::GetSystemModule(void* h)
 {
     return _getModule(h, kSystemName);

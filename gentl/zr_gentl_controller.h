@@ -32,6 +32,8 @@ public:
     bool RegisterModule(void* module);
     void* UnregisterModule(void* module);
     void UnregisterAllModule();
+    // Gives the memory of the registry and of the last errors back; both stay usable.
+    void ReleaseMemory();
 
     ZrGenTLModuleBase* GetSystemModule(void* h);
     ZrGenTLModuleBase* GetInterfaceModule(void* h);

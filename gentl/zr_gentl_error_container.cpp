@@ -20,11 +20,13 @@ void ZrGenTLErrorContainer::SetError(int code, const std::string& text)
 {
     const int tid = gettid();
     // Quirk Q14: the kernel gives an ended thread's id out again, and with it its record.
-    if (Record* const record = _findByThreadId(tid); record != nullptr) {
+    {
         Locker lock(m_mutex);
-        record->code = code;
-        record->text = text;
-        return;
+        if (Record* const record = _findByThreadId(tid); record != nullptr) {
+            record->code = code;
+            record->text = text;
+            return;
+        }
     }
     // Built outside the lock: allocating may be slow, and no other thread makes this one's record.
     auto record = std::make_unique<Record>(Record{tid, code, text});
@@ -34,22 +36,26 @@ void ZrGenTLErrorContainer::SetError(int code, const std::string& text)
 
 void ZrGenTLErrorContainer::GetError(int* code, std::string& text)
 {
-    // Two holds of the lock, for the search and for the copy: between them only this very thread
-    // could change its record, and records are never removed.
+    Locker lock(m_mutex);
     Record* const record = _findByThreadId(gettid());
     if (record == nullptr) {
         *code = GC_ERR_SUCCESS;
         text = "No Error";
         return;
     }
-    Locker lock(m_mutex);
     *code = record->code;
     text = record->text;
 }
 
+void ZrGenTLErrorContainer::Clear()
+{
+    std::vector<std::unique_ptr<Record>> records; // freed without the lock, and with its capacity
+    Locker lock(m_mutex);
+    records.swap(m_records);
+}
+
 ZrGenTLErrorContainer::Record* ZrGenTLErrorContainer::_findByThreadId(int tid)
 {
-    Locker lock(m_mutex);
     for (const auto& record : m_records) {
         if (record->threadId == int64_t{tid}) {
             return record.get();

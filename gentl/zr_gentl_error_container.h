@@ -22,12 +22,13 @@ public:
     void SetError(int code, const std::string& text);
     // Code 0 and "No Error" for a thread that never failed.
     void GetError(int* code, std::string& text);
+    // Forgets everything and gives the memory back: for the unloading of the library.
+    void Clear();
 
 private:
     struct Record;
-    // The record of the thread, NULL when it never failed. Takes the lock itself; the record stays
-    // valid, and only its own thread uses it.
-    Record* _findByThreadId(int tid) ZR_EXCLUDES(m_mutex);
+    // The record of the thread, NULL when it never failed. Valid while the caller holds the lock.
+    Record* _findByThreadId(int tid) ZR_REQUIRES(m_mutex);
 
     RecursiveMutex m_mutex;
     std::vector<std::unique_ptr<Record>> m_records ZR_GUARDED_BY(m_mutex);

@@ -2,9 +2,34 @@
 
 #include "module_failure.h"
 
+namespace {
+
+// The controller outlives the end of the process: there may be threads in the library then, its own
+// and the consumer's, and they still lock and look up. Its storage goes with the library.
+union ControllerStorage
+{
+    ControllerStorage() : controller() {}
+    // Unloading a closed library leaves no memory behind. One that is still initialised is left as
+    // it is: somebody may be anywhere in it.
+    ~ControllerStorage()
+    {
+        if (!controller.IsInitialized()) {
+            controller.ReleaseMemory();
+        }
+    }
+    ControllerStorage(const ControllerStorage&) = delete;
+    ControllerStorage& operator=(const ControllerStorage&) = delete;
+
+    ZrU3VController controller;
+};
+
 // Before every other static object of the library: entry points may be called as soon as it is
 // loaded.
-__attribute__((init_priority(200))) ZrU3VController g_Controller;
+__attribute__((init_priority(200))) ControllerStorage g_storage;
+
+} // namespace
+
+constinit ZrU3VController& g_Controller = g_storage.controller;
 
 ZrU3VController::~ZrU3VController()
 {

@@ -8,7 +8,8 @@
 #include "zr_u3v_system.h"
 
 // Adds the library's life cycle to the controller: the initialised flag and the one System module.
-// One instance, g_Controller, exists for as long as the library is loaded.
+// One instance, g_Controller, exists for as long as the library is loaded; it is not destroyed at
+// the end of the process, when threads may still be inside.
 //
 // GCInitLib and GCCloseLib exclude every other life-cycle call, so that no thread uses a System
 // that is being destroyed.
@@ -38,4 +39,4 @@ private:
     RwLock m_lifeCycle;
 };
 
-extern ZrU3VController g_Controller;
+extern ZrU3VController& g_Controller;

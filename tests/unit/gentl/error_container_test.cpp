@@ -35,6 +35,16 @@ TEST(ErrorContainer, SetError_Twice_OverwritesTheRecord)
     EXPECT_EQ(Get(errors), (Error{-10001, ""}));
 }
 
+TEST(ErrorContainer, Clear_ForgetsAndTakesErrorsAgain)
+{
+    ZrGenTLErrorContainer errors;
+    errors.SetError(-1004, "GC_ERR_RESOURCE_IN_USE");
+    errors.Clear();
+    EXPECT_EQ(Get(errors), (Error{0, "No Error"}));
+    errors.SetError(-1010, "GC_ERR_IO");
+    EXPECT_EQ(Get(errors), (Error{-1010, "GC_ERR_IO"}));
+}
+
 TEST(ErrorContainer, SetError_OnAnotherThread_IsThatThreadsOwn)
 {
     ZrGenTLErrorContainer errors;
