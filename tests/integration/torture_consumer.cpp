@@ -164,8 +164,12 @@ void TortureConsumer::_registerEvent(EVENTSRC_HANDLE source, EVENT_TYPE type)
     m_registered = true;
     m_quit = false;
     m_waiterStatus = GC_ERR_SUCCESS;
+    m_waiting = false;
     m_waiter = std::thread([this] { _wait(); });
-    Pause(5);
+    while (!m_waiting) {
+        Pause(1);
+    }
+    Pause(20); // now it is inside
 }
 
 // Takes what comes until the event is killed or gone, or the test has seen enough.
@@ -174,6 +178,7 @@ void TortureConsumer::_wait()
     while (!m_quit) {
         alignas(EVENT_NEW_BUFFER_DATA) uint8_t record[4096]; // room for every event's record
         size_t size = sizeof(record);
+        m_waiting = true;
         const GC_ERROR status = EventGetData(m_event, record, &size, 20000);
         if (status == GC_ERR_SUCCESS && m_eventType == EVENT_NEW_BUFFER) {
             EVENT_NEW_BUFFER_DATA data{};

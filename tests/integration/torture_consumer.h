@@ -91,6 +91,7 @@ private:
     std::vector<std::vector<uint8_t>> m_memory;
     std::vector<BUFFER_HANDLE> m_buffers;
     std::atomic<bool> m_quit = false;
+    std::atomic<bool> m_waiting = false; // about to be in EventGetData
     std::atomic<GC_ERROR> m_waiterStatus = GC_ERR_SUCCESS;
     std::thread m_waiter;  // in EventGetData, or taking images
     std::thread m_working; // in IFUpdateDeviceList or DSStopAcquisition
