@@ -79,10 +79,12 @@ std::vector<uint16_t> Samples(const PixelFormat& format, std::span<const uint8_t
                               size_t count)
 {
     std::vector<uint16_t> samples(count);
+    const uint32_t mask = (1U << format.bits) - 1; // whatever a camera leaves in the unused bits
     for (size_t i = 0; i < count; i++) {
         switch (format.layout) {
         case Layout::Words16:
-            samples[i] = static_cast<uint16_t>(bytes[2 * i] | uint32_t{bytes[2 * i + 1]} << 8U);
+            samples[i] =
+                static_cast<uint16_t>((bytes[2 * i] | uint32_t{bytes[2 * i + 1]} << 8U) & mask);
             break;
         case Layout::PackedLsb: samples[i] = PackedSample(bytes, i, format.bits); break;
         case Layout::Packed12Gev: samples[i] = Gev12Sample(bytes, i); break;

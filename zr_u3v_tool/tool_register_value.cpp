@@ -1,10 +1,9 @@
 #include "tool_register_value.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
-#include <cmath>
 #include <cstring>
-#include <limits>
 
 #include "tool_console.h"
 #include "tool_error.h"
@@ -65,7 +64,10 @@ std::string FloatText(uint64_t bits)
     const auto narrow = static_cast<Integer>(bits);
     Float value = 0;
     std::memcpy(&value, &narrow, sizeof value);
-    return Format("%.*g", std::numeric_limits<Float>::max_digits10, static_cast<double>(value));
+    // The shortest text that means this very number.
+    std::array<char, 64> text{};
+    const auto result = std::to_chars(text.data(), text.data() + text.size(), value);
+    return {text.data(), result.ptr};
 }
 
 uint64_t ParseSigned(const std::string& text, size_t size)

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 #include <unistd.h>
+#include <vector>
 
 #include "tool_console.h"
 #include "tool_error.h"
@@ -23,26 +24,31 @@ constexpr const char* kDefaultCamera = "width=640,height=480,format=RGB8,pattern
 // The build tree has it beside the program's folder, an installation below the library folder.
 fs::path BusFolder()
 {
-    if (const char* const folder = std::getenv("ZR_VIRTUAL_USB"); folder != nullptr) {
-        return folder;
-    }
     const fs::path here = ProgramFolder();
-    for (const fs::path& folder : {here / "../virtual_usb", here / ZR_TOOL_VIRTUAL_BUS_FOLDER}) {
+    std::vector<fs::path> places{here / "../virtual_usb", here / ZR_TOOL_VIRTUAL_BUS_FOLDER};
+    if (const char* const folder = std::getenv("ZR_VIRTUAL_USB"); folder != nullptr) {
+        places = {folder};
+    }
+    std::string looked;
+    for (const fs::path& place : places) {
+        const fs::path folder = place.lexically_normal();
         std::error_code ignored;
         if (fs::exists(folder / kLibrary, ignored)) {
-            return folder.lexically_normal();
+            return folder;
         }
+        looked += (looked.empty() ? "" : ", ") + folder.string();
     }
-    throw ToolError(ExitCode::Failure,
-                    "the virtual USB bus is not installed (set ZR_VIRTUAL_USB to the folder with "
-                    "its libusb-1.0.so.0)");
+    throw ToolError(ExitCode::Failure, "no virtual USB bus in " + looked +
+                                           " (set ZR_VIRTUAL_USB to the folder with its " +
+                                           kLibrary + ")");
 }
 
 std::string CameraOptions(const Options& options)
 {
     std::string cameras;
     for (const std::string& camera : options.virtualCameras) {
-        cameras += (cameras.empty() ? "" : ";") + camera;
+        // No options are a camera with the defaults; the bus takes an empty text for no camera.
+        cameras += (cameras.empty() ? "" : ";") + (camera.empty() ? "count=1" : camera);
     }
     return cameras;
 }

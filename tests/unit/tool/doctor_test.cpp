@@ -1,0 +1,155 @@
+#include "tool_doctor.h"
+
+#include <gtest/gtest.h>
+
+#include "usb_machine.h"
+
+namespace {
+
+using Level = Finding::Level;
+
+// The finding of that check; fails the test when there is none.
+Finding Find(const std::vector<Finding>& findings, const std::string& check)
+{
+    for (const Finding& finding : findings) {
+        if (finding.check == check) {
+            return finding;
+        }
+    }
+    ADD_FAILURE() << "no finding " << check;
+    return {Level::Skipped, "", "", "", ""};
+}
+
+TEST(Doctor, HealthyMachine_HasNothingToMend)
+{
+    const UsbMachine machine;
+    machine.AddCamera();
+    machine.AddRule();
+    for (const Finding& finding : JudgeUsb(machine.Tree())) {
+        EXPECT_EQ(finding.level, Level::Good) << finding.text;
+        EXPECT_EQ(finding.remedy, "");
+    }
+}
+
+TEST(Doctor, NoBus_IsTold)
+{
+    const ScratchFolder folder;
+    const auto findings = JudgeUsb(UsbTree(folder.Path()));
+    ASSERT_EQ(findings.size(), 1u);
+    EXPECT_EQ(findings[0].level, Level::Problem);
+}
+
+TEST(Doctor, NoCamera_IsTold)
+{
+    const UsbMachine machine;
+    machine.AddMouse();
+    EXPECT_EQ(Find(JudgeUsb(machine.Tree()), "usb").level, Level::Problem);
+}
+
+TEST(Doctor, NoRuleAndNoPermission_TheRemedyIsTheRule)
+{
+    const UsbMachine machine;
+    machine.AddCamera();
+    const auto findings = JudgeUsb(machine.Tree(false));
+    EXPECT_EQ(Find(findings, "udev-rule").level, Level::Warning);
+    const Finding permissions = Find(findings, "permissions");
+    EXPECT_EQ(permissions.level, Level::Problem);
+    EXPECT_EQ(permissions.camera, "CAM1");
+    EXPECT_NE(permissions.remedy.find("/etc/udev/rules.d/70-zr-u3v.rules"), std::string::npos);
+}
+
+TEST(Doctor, RuleButNoPermission_TheRemedyIsToApplyIt)
+{
+    const UsbMachine machine;
+    machine.AddCamera();
+    machine.AddRule();
+    const Finding permissions = Find(JudgeUsb(machine.Tree(false)), "permissions");
+    EXPECT_EQ(permissions.level, Level::Problem);
+    EXPECT_EQ(permissions.remedy.find("sudo udevadm trigger"), 0u);
+}
+
+TEST(Doctor, NoDeviceNode_IsTold)
+{
+    const UsbMachine machine;
+    machine.AddCamera();
+    machine.RemoveNode();
+    const Finding permissions = Find(JudgeUsb(machine.Tree()), "permissions");
+    EXPECT_EQ(permissions.level, Level::Problem);
+    EXPECT_NE(permissions.text.find("/dev/bus/usb/002/003"), std::string::npos);
+}
+
+TEST(Doctor, KernelDriver_TheRemedyUnbindsThatInterface)
+{
+    const UsbMachine machine;
+    machine.AddCamera();
+    machine.Bind("2-1:1.1", "uvcvideo");
+    const Finding driver = Find(JudgeUsb(machine.Tree()), "driver");
+    EXPECT_EQ(driver.level, Level::Problem);
+    EXPECT_EQ(driver.remedy, "echo 2-1:1.1 | sudo tee /sys/bus/usb/drivers/uvcvideo/unbind");
+}
+
+TEST(Doctor, AnotherProcess_IsNamed)
+{
+    const UsbMachine machine;
+    machine.AddCamera();
+    machine.Bind("2-1:1.0", "usbfs");
+    machine.AddProcess(4711, "viewer", "/dev/bus/usb/002/003");
+    const auto findings = JudgeUsb(machine.Tree());
+    EXPECT_EQ(Find(findings, "driver").level, Level::Good) << "usbfs is no foreign driver";
+    const Finding use = Find(findings, "in-use");
+    EXPECT_EQ(use.level, Level::Problem);
+    EXPECT_EQ(use.text, "process 4711 (viewer) holds the camera");
+    EXPECT_EQ(use.remedy, "kill 4711");
+}
+
+TEST(Doctor, ClaimedByAProcessOutOfSight_IsTold)
+{
+    const UsbMachine machine;
+    machine.AddCamera();
+    machine.Bind("2-1:1.0", "usbfs");
+    const Finding use = Find(JudgeUsb(machine.Tree()), "in-use");
+    EXPECT_EQ(use.level, Level::Problem);
+    EXPECT_EQ(use.remedy, "sudo fuser -k -TERM /dev/bus/usb/002/003");
+}
+
+TEST(Doctor, SlowPort_IsTold)
+{
+    const UsbMachine machine;
+    machine.AddCamera("2-1", "480");
+    const Finding speed = Find(JudgeUsb(machine.Tree()), "speed");
+    EXPECT_EQ(speed.level, Level::Problem);
+    EXPECT_NE(speed.text.find("480 Mbit/s"), std::string::npos);
+}
+
+TEST(Doctor, Memory_IsHeldAgainstTheImages)
+{
+    constexpr uint64_t kMebibyte = 1U << 20U;
+    EXPECT_EQ(JudgeMemory(std::nullopt, {})[0].level, Level::Skipped);
+    EXPECT_EQ(JudgeMemory(0, {99 * kMebibyte})[0].level, Level::Good);
+    EXPECT_EQ(JudgeMemory(16, {2 * kMebibyte})[0].level, Level::Good);
+    const Finding warning = JudgeMemory(16, {20 * kMebibyte})[0];
+    EXPECT_EQ(warning.level, Level::Warning);
+    EXPECT_EQ(warning.remedy.find("echo 41 | sudo tee "
+                                  "/sys/module/usbcore/parameters/usbfs_memory_mb"),
+              0u);
+    EXPECT_EQ(JudgeMemory(1, {2 * kMebibyte})[0].level, Level::Problem);
+    EXPECT_EQ(JudgeMemory(16, {~uint64_t{0}, ~uint64_t{0}})[0].level, Level::Warning);
+}
+
+TEST(Doctor, CamerasThatAreNotListed_AreTold)
+{
+    EXPECT_EQ(JudgeListed(1, 1)[0].level, Level::Good);
+    EXPECT_EQ(JudgeListed(2, 1)[0].level, Level::Problem);
+    EXPECT_EQ(JudgeListed(0, 0)[0].level, Level::Problem);
+}
+
+TEST(Doctor, Stream_IsJudgedPerCamera)
+{
+    EXPECT_EQ(JudgeStream("C", {3072, 52, 32, 3, 8})[0].level, Level::Good);
+    const Finding bad = JudgeStream("C", {3072, 64, 64, 3, 8})[0];
+    EXPECT_EQ(bad.level, Level::Problem);
+    EXPECT_EQ(bad.camera, "C");
+    EXPECT_EQ(bad.text.find("no image will arrive"), 0u);
+}
+
+} // namespace
