@@ -33,15 +33,10 @@ install(FILES "${ZR_CTI_LINK}" DESTINATION "${ZR_GENTL_FOLDER}")
 
 # ---- programs
 
-set(ZR_PROGRAMS zr_u3v_client)
-foreach(program IN ITEMS zr_u3v_camera zr-u3v zr_u3v_cli zr_u3v_tool)
-    if(TARGET ${program})
-        get_target_property(type ${program} TYPE)
-        if(type STREQUAL "EXECUTABLE")
-            list(APPEND ZR_PROGRAMS ${program})
-        endif()
-    endif()
-endforeach()
+set(ZR_PROGRAMS zr_u3v_client zr_u3v_camera)
+if(TARGET zr_u3v_tool)
+    list(APPEND ZR_PROGRAMS zr_u3v_tool)
+endif()
 file(RELATIVE_PATH ZR_BIN_TO_LIB "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_LIBDIR}")
 # The one program that is linked with the library; the others load it, or know nothing of it.
 set_target_properties(zr_u3v_client PROPERTIES INSTALL_RPATH "$ORIGIN/${ZR_BIN_TO_LIB}")
@@ -70,6 +65,7 @@ install(FILES "${CMAKE_BINARY_DIR}/packaging/zr_u3v_tl.pc" DESTINATION "${ZR_PKG
 # ---- for those who use it
 
 install(FILES "${ZR_PACKAGING}/udev/70-zr-u3v.rules" DESTINATION "${ZR_UDEV_FOLDER}")
+install(FILES "${ZR_PACKAGING}/metainfo/zr-u3v-tl.metainfo.xml" DESTINATION "${CMAKE_INSTALL_DATADIR}/metainfo")
 configure_file("${ZR_PACKAGING}/cmake/install_environment.cmake.in" "${CMAKE_BINARY_DIR}/packaging/install_environment.cmake" @ONLY)
 install(SCRIPT "${CMAKE_BINARY_DIR}/packaging/install_environment.cmake")
 
