@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <miniz.h>
 #include <new>
@@ -430,13 +431,47 @@ std::vector<uint8_t> U3V_Control::XmlFile()
 
 namespace {
 
+// The memory of an archive's directory. miniz looks at an entry's extra fields before it knows
+// that they lie within the directory: name and extra fields may reach 64 KiB each behind the end.
+// That much follows every block, and reads as zero.
+class DirectoryMemory
+{
+public:
+    static void* Allocate(void* opaque, size_t items, size_t size)
+    {
+        return Reallocate(opaque, nullptr, items, size);
+    }
+    static void* Reallocate(void* /*opaque*/, void* block, size_t items, size_t size)
+    {
+        if (size != 0 && items > kMaximum / size) {
+            return nullptr;
+        }
+        auto* const grown = static_cast<uint8_t*>(std::realloc(block, items * size + kBeyond));
+        if (grown != nullptr) {
+            std::memset(grown + items * size, 0, kBeyond);
+        }
+        return grown;
+    }
+    static void Free(void* /*opaque*/, void* block) { std::free(block); }
+
+private:
+    static constexpr size_t kBeyond = 3 * 0x10000;
+    // No archive of a description file has a directory like that; the sizes are the camera's word.
+    static constexpr size_t kMaximum = 16U << 20U;
+};
+
 // An archive held in memory, closed with the scope.
 class ZipReader
 {
 public:
-    explicit ZipReader(std::span<const uint8_t> file)
-        : m_open(mz_zip_reader_init_mem(&m_archive, file.data(), file.size(), 0) != MZ_FALSE)
+    explicit ZipReader(std::span<const uint8_t> file) : m_file(file)
     {
+        m_archive.m_pRead = _read;
+        m_archive.m_pIO_opaque = this;
+        m_archive.m_pAlloc = DirectoryMemory::Allocate;
+        m_archive.m_pRealloc = DirectoryMemory::Reallocate;
+        m_archive.m_pFree = DirectoryMemory::Free;
+        m_open = mz_zip_reader_init(&m_archive, file.size(), 0) != MZ_FALSE;
     }
     ~ZipReader()
     {
@@ -460,7 +495,8 @@ public:
         if (stat.m_uncomp_size > kMaximumXmlSize) {
             return false;
         }
-        U3V_Block block = U3V_Block::Allocate(static_cast<size_t>(stat.m_uncomp_size));
+        // Zeroed: of a directory, and of a member without data, nothing is written at all.
+        U3V_Block block = U3V_Block::AllocateZeroed(static_cast<size_t>(stat.m_uncomp_size));
         if (mz_zip_reader_extract_file_to_mem(&m_archive, stat.m_filename, block.Data(),
                                               block.Size(), 0) == MZ_FALSE) {
             return false;
@@ -470,8 +506,23 @@ public:
     }
 
 private:
+    // Offsets are the archive's word and may lie anywhere: miniz's own reader for memory computes
+    // addresses with them before it looks.
+    static size_t _read(void* opaque, mz_uint64 offset, void* buffer, size_t size)
+    {
+        const std::span<const uint8_t> file = static_cast<ZipReader*>(opaque)->m_file;
+        if (offset >= file.size()) {
+            return 0;
+        }
+        const auto rest = file.subspan(offset);
+        const size_t count = std::min(size, rest.size());
+        std::memcpy(buffer, rest.data(), count);
+        return count;
+    }
+
+    std::span<const uint8_t> m_file;
     mz_zip_archive m_archive = {};
-    bool m_open;
+    bool m_open = false;
 };
 
 uint16_t UnzipFailed(const char* text)

@@ -799,6 +799,43 @@ TEST_F(UnzipTest, MemberOfAbsurdSize_FailsWithoutAllocatingIt)
     ExpectFailure(zip, "mz_zip_reader_extract_file_to_heap() failed!");
 }
 
+TEST_F(UnzipTest, ExtraFieldsBeyondTheDirectory_AreNotReadFromForeignMemory)
+{
+    Bytes zip = Zip("camera.xml", "<RegisterDescription/>");
+    const Bytes signature = {'P', 'K', 1, 2};
+    const auto entry = std::search(zip.begin(), zip.end(), signature.begin(), signature.end());
+    ASSERT_NE(entry, zip.end());
+    std::fill_n(entry + 20, 8, uint8_t{0xFF}); // sizes: to be found in the extra fields
+    std::fill_n(entry + 30, 2, uint8_t{0xFF}); // that are as long as can be
+    ExpectFailure(zip, "mz_zip_reader_init_file() failed!");
+    std::fill_n(entry + 28, 2, uint8_t{0xFF}); // behind a name that is so as well
+    ExpectFailure(zip, "mz_zip_reader_init_file() failed!");
+}
+
+TEST_F(UnzipTest, MemberOffsetFarBeyondTheArchive_Fails)
+{
+    Bytes zip = Zip("camera.xml", "<RegisterDescription/>");
+    const Bytes signature = {'P', 'K', 1, 2};
+    const auto entry = std::search(zip.begin(), zip.end(), signature.begin(), signature.end());
+    ASSERT_NE(entry, zip.end());
+    std::fill_n(entry + 42, 4, uint8_t{0xF0});
+    ExpectFailure(zip, "mz_zip_reader_init_file() failed!");
+}
+
+TEST_F(UnzipTest, DirectoryThatClaimsASize_IsZerosAndNoForeignMemory)
+{
+    const std::string content = "<RegisterDescription/>" + std::string(500, 'x');
+    Bytes zip = Zip("camera.xml", content);
+    const std::string name = "camera.xml";
+    for (auto found = zip.begin();
+         (found = std::search(found, zip.end(), name.begin(), name.end())) != zip.end();) {
+        found[static_cast<ptrdiff_t>(name.size()) - 1] = '/'; // what ends like this is a directory
+    }
+    Store(zip);
+    EXPECT_EQ(control.UnzipXmlFile(), 0);
+    EXPECT_EQ(control.XmlFile(), Bytes(content.size(), 0));
+}
+
 TEST_F(UnzipTest, OpenControl_EmptiesTheSlot)
 {
     Store({1, 2, 3});
