@@ -41,6 +41,10 @@ if(ZR_SANITIZE)
     set(ZR_SANITIZE_FLAGS "-fsanitize=${ZR_SANITIZE}" -fno-omit-frame-pointer -g
         -fno-sanitize-recover=all)
     add_compile_options(${ZR_SANITIZE_FLAGS})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # The instrumentation hides initialisations from gcc, which then warns inside its own library.
+        list(APPEND ZR_WARNINGS -Wno-maybe-uninitialized)
+    endif()
     add_link_options(${ZR_SANITIZE_FLAGS})
 else()
     add_compile_options(-fstack-protector-strong -fstack-clash-protection)
