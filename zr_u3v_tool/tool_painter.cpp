@@ -137,7 +137,7 @@ void Painter::_glyph(size_t x, size_t y, size_t scale, char c, Colour colour)
     const Glyph& glyph = GlyphOf(c);
     for (size_t row = 0; row < kGlyphRows; row++) {
         for (size_t column = 0; column < kGlyphColumns; column++) {
-            if ((glyph.rows[row] >> (kGlyphColumns - 1 - column) & 1U) != 0) {
+            if ((unsigned{glyph.rows[row]} >> (kGlyphColumns - 1 - column) & 1U) != 0) {
                 Fill(x + column * scale, y + row * scale, scale, scale, colour, 256);
             }
         }

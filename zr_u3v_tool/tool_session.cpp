@@ -74,7 +74,7 @@ void Session::_open(uint64_t discovery_ms)
     });
     GENTL_CALL(m_producer, TLOpenInterface, m_system, m_interfaceId.c_str(), &m_interface);
     // The list belongs to the interface: devices open only through the one that was updated.
-    GENTL_CALL(m_producer, IFUpdateDeviceList, m_interface, nullptr, discovery_ms);
+    _updateDevices(discovery_ms);
     uint32_t count = 0;
     GENTL_CALL(m_producer, IFGetNumDevices, m_interface, &count);
     for (uint32_t i = 0; i < count; i++) {
@@ -83,6 +83,17 @@ void Session::_open(uint64_t discovery_ms)
                 return m_producer.IFGetDeviceID(m_interface, i, id, size);
             })));
     }
+}
+
+// A pass over a full bus or on a busy machine may take longer than was meant; then once more.
+void Session::_updateDevices(uint64_t discovery_ms)
+{
+    constexpr int kFurtherTries = 3;
+    GC_ERROR status = GC_ERR_TIMEOUT;
+    for (int i = 0; i <= kFurtherTries && status == GC_ERR_TIMEOUT; i++) {
+        status = m_producer.IFUpdateDeviceList(m_interface, nullptr, discovery_ms);
+    }
+    m_producer.Check(status, "IFUpdateDeviceList");
 }
 
 void Session::_close()

@@ -47,6 +47,7 @@ public:
 
 private:
     void _open(uint64_t discovery_ms);
+    void _updateDevices(uint64_t discovery_ms);
     void _close();
     CameraRecord _record(const std::string& id) const;
 

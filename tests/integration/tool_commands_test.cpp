@@ -94,7 +94,7 @@ protected:
     // The same on virtual cameras with these options.
     Result RunOn(const std::string& camera, std::vector<std::string> arguments) const
     {
-        const std::vector<std::string> bus{"--virtual-camera", camera, "--discovery-time", "100"};
+        const std::vector<std::string> bus{"--virtual-camera", camera, "--discovery-time", "150"};
         arguments.insert(arguments.begin(), bus.begin(), bus.end());
         return Run(arguments);
     }

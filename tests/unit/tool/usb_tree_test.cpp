@@ -1,6 +1,7 @@
 #include "tool_usb_tree.h"
 
 #include <gtest/gtest.h>
+#include <sstream>
 
 #include "usb_machine.h"
 
@@ -70,6 +71,17 @@ TEST(UsbTree, Rules_CountOnlyWhenTheyNameCamerasAndGrant)
     EXPECT_EQ(machine.Tree().RuleFile(), "");
     machine.AddRule();
     EXPECT_EQ(machine.Tree().RuleFile(), "/usr/lib/udev/rules.d/70-zr-u3v.rules");
+}
+
+TEST(UsbTree, TheRuleThatIsInstalled_Counts)
+{
+    std::ifstream file(ZR_UDEV_RULE);
+    std::ostringstream rule;
+    rule << file.rdbuf();
+    ASSERT_FALSE(rule.str().empty());
+    const UsbMachine machine;
+    machine.Folder().Write("/etc/udev/rules.d/70-zr-u3v.rules", rule.str());
+    EXPECT_EQ(machine.Tree().RuleFile(), "/etc/udev/rules.d/70-zr-u3v.rules");
 }
 
 TEST(UsbTree, MemoryLimit_IsRead)
