@@ -46,11 +46,11 @@ static void print_camera(IF_HANDLE interface, const char* id)
 {
     char model[256] = "";
     char serial[256] = "";
-    size_t model_size = sizeof model;
-    size_t serial_size = sizeof serial;
+    size_t modelSize = sizeof model;
+    size_t serialSize = sizeof serial;
     INFO_DATATYPE type = INFO_DATATYPE_UNKNOWN;
-    CALL(IFGetDeviceInfo, interface, id, DEVICE_INFO_MODEL, &type, model, &model_size);
-    CALL(IFGetDeviceInfo, interface, id, DEVICE_INFO_SERIAL_NUMBER, &type, serial, &serial_size);
+    CALL(IFGetDeviceInfo, interface, id, DEVICE_INFO_MODEL, &type, model, &modelSize);
+    CALL(IFGetDeviceInfo, interface, id, DEVICE_INFO_SERIAL_NUMBER, &type, serial, &serialSize);
     printf("camera %s: %s, serial number %s\n", id, model, serial);
 }
 
@@ -59,15 +59,15 @@ static DEV_HANDLE open_first_camera(TL_HANDLE system)
 {
     IF_HANDLE interface = NULL;
     DEV_HANDLE device = NULL;
-    char interface_id[256] = "";
+    char interfaceId[256] = "";
     char id[256] = "";
-    size_t size = sizeof interface_id;
+    size_t size = sizeof interfaceId;
     uint32_t count = 0;
     /* Lists are empty until they are updated, and the device list belongs to this one handle: the
      * interface that searches is the interface that opens. */
     CALL(TLUpdateInterfaceList, system, NULL, DISCOVERY_MS);
-    CALL(TLGetInterfaceID, system, 0, interface_id, &size);
-    CALL(TLOpenInterface, system, interface_id, &interface);
+    CALL(TLGetInterfaceID, system, 0, interfaceId, &size);
+    CALL(TLOpenInterface, system, interfaceId, &interface);
     CALL(IFUpdateDeviceList, interface, NULL, DISCOVERY_MS); /* takes its whole time */
     CALL(IFGetNumDevices, interface, &count);
     for (uint32_t i = count; i > 0; i--) { /* the first one last, so that its id stays */
@@ -98,14 +98,14 @@ static uint64_t buffer_info(DS_HANDLE stream, BUFFER_HANDLE buffer, BUFFER_INFO_
     return value;
 }
 
-static void grab(DS_HANDLE stream, EVENT_HANDLE new_buffer)
+static void grab(DS_HANDLE stream, EVENT_HANDLE newBuffer)
 {
     CALL(DSStartAcquisition, stream, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE);
     for (int i = 0; i < 10; i++) {
         EVENT_NEW_BUFFER_DATA data = {NULL, NULL};
         size_t size = sizeof data;
         /* A finite time: GENTL_INFINITE would return at once. */
-        CALL(EventGetData, new_buffer, &data, &size, IMAGE_WAIT_MS);
+        CALL(EventGetData, newBuffer, &data, &size, IMAGE_WAIT_MS);
         BUFFER_HANDLE buffer = data.BufferHandle;
         printf("image %" PRIu64 ": %" PRIu64 " x %" PRIu64 ", %" PRIu64 " bytes%s\n",
                buffer_info(stream, buffer, BUFFER_INFO_FRAMEID),
@@ -122,21 +122,21 @@ int main(void)
 {
     TL_HANDLE system = NULL;
     DS_HANDLE stream = NULL;
-    EVENT_HANDLE new_buffer = NULL;
-    char stream_id[64] = "";
-    size_t size = sizeof stream_id;
+    EVENT_HANDLE newBuffer = NULL;
+    char streamId[64] = "";
+    size_t size = sizeof streamId;
     CALL(GCInitLib);
     CALL(TLOpen, &system);
     DEV_HANDLE device = open_first_camera(system);
-    CALL(DevGetDataStreamID, device, 0, stream_id, &size);
-    CALL(DevOpenDataStream, device, stream_id, &stream);
-    CALL(GCRegisterEvent, stream, EVENT_NEW_BUFFER, &new_buffer);
+    CALL(DevGetDataStreamID, device, 0, streamId, &size);
+    CALL(DevOpenDataStream, device, streamId, &stream);
+    CALL(GCRegisterEvent, stream, EVENT_NEW_BUFFER, &newBuffer);
     for (int i = 0; i < BUFFERS; i++) {
         BUFFER_HANDLE buffer = NULL; /* anew each time: a handle in it is refused */
         CALL(DSAllocAndAnnounceBuffer, stream, buffer_size_of(device), NULL, &buffer);
         CALL(DSQueueBuffer, stream, buffer);
     }
-    grab(stream, new_buffer);
+    grab(stream, newBuffer);
     CALL(DSFlushQueue, stream, ACQ_QUEUE_ALL_DISCARD);
     CALL(GCUnregisterEvent, stream, EVENT_NEW_BUFFER);
     CALL(DSClose, stream);
