@@ -135,6 +135,19 @@ gate_coverage()
     (cd "$root" && gcovr -r . build/coverage -f 'base/' -f 'logging/' -f 'gentl/' -f 'u3v/' -f 'u3v_tl/' -f 'client/' --txt)
 }
 
+# Debian packages: built twice, compared, looked at by lintian, installed into a clean root folder. One
+# line "ok:" or "not ok:" for each step.
+gate_packages()
+{
+    local output status=0
+    "$root/tools/setup" --packages || { say "the tools for packages cannot be installed"; return "$cannot_run"; }
+    output=$("$root/tests/install/packages.sh" "$root/build/packages") || status=$?
+    printf '%s\n' "$output"
+    counted_passed=$(grep -c '^ok: ' <<<"$output")
+    counted_failed=$(grep -c '^not ok: ' <<<"$output")
+    return "$status"
+}
+
 run_gate()
 {
     local name=$1 log=$logs/$1.log started=$SECONDS status=0 result
