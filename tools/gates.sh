@@ -135,6 +135,18 @@ gate_coverage()
     (cd "$root" && gcovr -r . build/coverage -f 'base/' -f 'logging/' -f 'gentl/' -f 'u3v/' -f 'u3v_tl/' -f 'client/' --txt)
 }
 
+# The udev rule in an emulated machine. One line "ok:" or "not ok:" for each step.
+gate_udev()
+{
+    local output status=0
+    build_preset release || return 1
+    output=$("$root/tests/install/udev_in_machine.sh" "$root/build/release") || status=$?
+    printf '%s\n' "$output"
+    counted_passed=$(grep -c '^ok: ' <<<"$output")
+    counted_failed=$(grep -c '^not ok: ' <<<"$output")
+    return "$status"
+}
+
 # Debian packages: built twice, compared, looked at by lintian, installed into a clean root folder. One
 # line "ok:" or "not ok:" for each step.
 gate_packages()
