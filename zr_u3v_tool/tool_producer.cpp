@@ -136,8 +136,9 @@ Producer::Producer(const fs::path& path)
 
 Producer::~Producer()
 {
+    // The library itself stays: the process is about to end, and what a library below it keeps for
+    // its lifetime would look like a leak once its own memory has gone.
     GCCloseLib();
-    dlclose(m_library);
 }
 
 void Producer::Check(GC_ERROR status, const char* call) const

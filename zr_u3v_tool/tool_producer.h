@@ -74,8 +74,8 @@ std::filesystem::path FindProducer(const std::string& wanted);
 // The folder of this program.
 std::filesystem::path ProgramFolder();
 
-// A loaded producer, initialised; closed and unloaded with the object, which must therefore outlive
-// every handle. Calls may come from any thread, as GenTL has it.
+// A loaded producer, initialised; closed with the object, which must therefore outlive every
+// handle. Calls may come from any thread, as GenTL has it.
 class Producer
 {
 public:

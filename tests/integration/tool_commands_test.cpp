@@ -423,8 +423,9 @@ TEST_F(ToolTest, Grab_Mono12p_KeepsEveryBitInPng)
     EXPECT_EQ(pixels.significant, 12u);
     for (size_t i = 0; i < pixels.samples.size(); i++) {
         const size_t at = i / 2 * 3;
-        const unsigned expected = i % 2 == 0 ? sent[at] | (sent[at + 1] & 15U) << 8U
-                                             : unsigned{sent[at + 1]} >> 4U | sent[at + 2] << 4U;
+        const unsigned expected = i % 2 == 0
+                                      ? sent[at] | (sent[at + 1] & 15U) << 8U
+                                      : unsigned{sent[at + 1]} >> 4U | unsigned{sent[at + 2]} << 4U;
         ASSERT_EQ(pixels.samples[i] >> 4U, expected) << i;
     }
 }
