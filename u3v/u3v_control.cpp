@@ -455,9 +455,9 @@ public:
     static void Free(void* /*opaque*/, void* block) { std::free(block); }
 
 private:
-    static constexpr size_t kBeyond = 3 * 0x10000;
+    static constexpr size_t kBeyond = size_t{3} * 0x10000;
     // No archive of a description file has a directory like that; the sizes are the camera's word.
-    static constexpr size_t kMaximum = 16U << 20U;
+    static constexpr size_t kMaximum = size_t{16} << 20U;
 };
 
 // An archive held in memory, closed with the scope.
