@@ -17,6 +17,9 @@ static int thread_count(void)
 {
     int count = 0;
     DIR* const folder = opendir("/proc/self/task");
+    if (folder == NULL) {
+        tap_bail_out("no /proc");
+    }
     for (struct dirent* entry = readdir(folder); entry != NULL; entry = readdir(folder)) {
         count += entry->d_name[0] != '.';
     }
