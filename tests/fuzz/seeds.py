@@ -13,7 +13,9 @@ import zipfile
 def archive(name, content, method):
     file = io.BytesIO()
     with zipfile.ZipFile(file, "w", method) as archive_file:
-        archive_file.writestr(zipfile.ZipInfo(name), content)
+        member = zipfile.ZipInfo(name)
+        member.compress_type = method
+        archive_file.writestr(member, content)
     return file.getvalue()
 
 
