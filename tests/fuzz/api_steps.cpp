@@ -436,7 +436,11 @@ void ApiPrelude(ApiWorld& world, unsigned depth)
         return;
     }
     world.Store(Kind::Interface, handles[1]);
-    IFUpdateDeviceList(handles[1], nullptr, kWait);
+    uint32_t devices = 0;
+    for (unsigned attempt = 0; attempt < 50 && devices == 0; ++attempt) {
+        IFUpdateDeviceList(handles[1], nullptr, kWait); // may be too short on a busy machine
+        IFGetNumDevices(handles[1], &devices);
+    }
     if (depth < 3 ||
         IFOpenDevice(handles[1], kDeviceId, DEVICE_ACCESS_CONTROL, &handles[2]) != GC_ERR_SUCCESS) {
         return;
