@@ -31,13 +31,6 @@ __attribute__((init_priority(200))) ControllerStorage g_storage;
 
 constinit ZrU3VController& g_Controller = g_storage.controller;
 
-ZrU3VController::~ZrU3VController()
-{
-    WriteLocker lock(m_lifeCycle);
-    // A process that ends without GCCloseLib may still have threads inside the System.
-    static_cast<void>(m_pSystem.release());
-}
-
 GC_ERROR ZrU3VController::Init()
 {
     WriteLocker lock(m_lifeCycle);

@@ -17,9 +17,6 @@ class ZrU3VController : public ZrGenTLController
 {
 public:
     ZrU3VController() = default;
-    // Does not destroy a System that GCCloseLib has not destroyed: at unload its threads cannot be
-    // waited for safely.
-    ~ZrU3VController() override;
 
     // Creates the System. An allocation failure propagates: there is nothing yet that could report
     // it.
