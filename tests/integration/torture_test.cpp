@@ -253,6 +253,9 @@ INSTANTIATE_TEST_SUITE_P(
                                          Happening::EventKill, Happening::Unregister)),
     PairName);
 
+// Never destroyed, as in a host of this kind; reachable, so that it is no leak.
+std::atomic<TortureConsumer*> g_forgotten = nullptr;
+
 // A host that forgets GCCloseLib: the process ends, with threads of ours and of its own inside the
 // library, and neither crashes nor hangs.
 class ProcessExit : public ::testing::TestWithParam<State>
@@ -277,9 +280,8 @@ TEST_P(ProcessExit, WithoutClosingTheLibrary_EndsWithItsOwnCode)
         {
             vusb_reset();
             const vusb::Camera camera("width=64,height=64,response-ms=100");
-            static TortureConsumer* consumer = nullptr; // never destroyed, as in such a host
-            consumer = new TortureConsumer(camera);
-            consumer->Reach(state);
+            g_forgotten = new TortureConsumer(camera);
+            g_forgotten.load()->Reach(state);
             std::exit(7);
         },
         ::testing::ExitedWithCode(7), "");
