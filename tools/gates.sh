@@ -110,6 +110,13 @@ gate_format()
     code_files | (cd "$root" && xargs clang-format --dry-run -Werror)
 }
 
+# The API reference without a warning, and that a gap in a header would be one.
+gate_reference()
+{
+    need doxygen || return
+    "$root/tests/rules/reference.sh" "$root/build/reference"
+}
+
 # Reads the compile commands of the clang tree; its build has to come first.
 gate_tidy()
 {
