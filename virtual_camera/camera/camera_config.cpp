@@ -82,8 +82,10 @@ bool ToFormat(std::string_view text, std::string& format)
 
 bool ToPattern(std::string_view text, Pattern& pattern)
 {
-    constexpr std::pair<std::string_view, Pattern> kPatterns[] = {
-        {"bytes", Pattern::Bytes}, {"ramp", Pattern::Ramp}, {"scene", Pattern::Scene}};
+    constexpr std::pair<std::string_view, Pattern> kPatterns[] = {{"bytes", Pattern::Bytes},
+                                                                  {"ramp", Pattern::Ramp},
+                                                                  {"scene", Pattern::Scene},
+                                                                  {"still", Pattern::Still}};
     for (const auto& [name, value] : kPatterns) {
         if (name == text) {
             pattern = value;
@@ -143,7 +145,7 @@ constexpr Option kOptions[] = {
     {{"format", "pixel format by name"}, [](Config& c, Text v) { return ToFormat(v, c.format); }},
     {{"fps", "images per second; 0: as fast as the host reads"},
      [](Config& c, Text v) { return ToRate(v, c.fps); }},
-    {{"pattern", "bytes (checkable), ramp or scene"},
+    {{"pattern", "bytes (checkable), ramp, scene, or still (always the same, nearly free)"},
      [](Config& c, Text v) { return ToPattern(v, c.pattern); }},
     {{"seed", "makes the bytes of this camera's images its own"},
      SetNumber<&Config::seed, 0, kMaxU32>},

@@ -15,7 +15,8 @@ enum class Pattern : std::uint32_t
 {
     Bytes = 0,
     Ramp = 1,
-    Scene = 2
+    Scene = 2,
+    Still = 3
 };
 
 struct CameraConfig

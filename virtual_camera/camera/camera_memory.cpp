@@ -311,7 +311,7 @@ std::uint16_t CameraMemory::_CheckFeatureWrite(std::uint64_t address, const std:
     const bool valid = sideFits(cam::kWidth, cam::kOffsetX, cam::kSensorWidth) &&
                        sideFits(cam::kHeight, cam::kOffsetY, cam::kSensorHeight) &&
                        FindPixelFormat(next(cam::kPixelFormat)) != nullptr &&
-                       next(cam::kTestPattern) <= static_cast<std::uint32_t>(Pattern::Scene);
+                       next(cam::kTestPattern) <= static_cast<std::uint32_t>(Pattern::Still);
     const float rate = std::bit_cast<float>(next(cam::kFrameRate));
     return valid && rate >= 0 && rate <= 100000 ? gencp::kSuccess : gencp::kInvalidParameter;
 }

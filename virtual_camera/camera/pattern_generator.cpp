@@ -43,7 +43,7 @@ void PatternGenerator::Configure(const ImageGeometry& geometry, Pattern pattern,
     m_imageBytes = ImageBytes(*geometry.format, geometry.width, geometry.height);
     m_isDrawn = false;
     m_scene.reset();
-    if (pattern == Pattern::Bytes) {
+    if (pattern == Pattern::Bytes || pattern == Pattern::Still) {
         _MakeTable();
     } else if (pattern == Pattern::Scene) {
         m_scene = std::make_unique<Scene>(static_cast<int>(geometry.width),
@@ -68,6 +68,8 @@ void PatternGenerator::Fill(std::uint64_t frame, std::size_t offset, std::uint8_
         offset < m_imageBytes ? std::min(size, m_imageBytes - offset) : std::size_t{0};
     if (inImage != 0 && m_pattern == Pattern::Bytes) {
         _FillBytes(frame, offset, target, inImage);
+    } else if (inImage != 0 && m_pattern == Pattern::Still) {
+        _FillStill(_Drawn(0) + offset, target, inImage);
     } else if (inImage != 0) {
         std::memcpy(target, _Drawn(frame) + offset, inImage);
     }
@@ -89,6 +91,23 @@ void PatternGenerator::_FillBytes(std::uint64_t frame, std::size_t offset, std::
     }
 }
 
+// A piece that begins and ends as the image does holds it: nobody writes into the middle of what
+// came from the camera.
+void PatternGenerator::_FillStill(const std::uint8_t* image, std::uint8_t* target, std::size_t size)
+{
+    while (size != 0) {
+        const std::size_t length = std::min(size, kPiece);
+        const std::size_t edge = std::min(length, sizeof(std::uint64_t));
+        if (std::memcmp(target, image, edge) != 0 ||
+            std::memcmp(target + length - edge, image + length - edge, edge) != 0) {
+            std::memcpy(target, image, length);
+        }
+        target += length;
+        image += length;
+        size -= length;
+    }
+}
+
 const std::uint8_t* PatternGenerator::_Drawn(std::uint64_t frame)
 {
     if (!m_isDrawn || m_drawnFrame != frame) {
@@ -96,6 +115,8 @@ const std::uint8_t* PatternGenerator::_Drawn(std::uint64_t frame)
         m_drawn.assign(m_imageBytes + 1, 0);
         if (m_pattern == Pattern::Ramp) {
             _DrawRamp(frame);
+        } else if (m_pattern == Pattern::Still) {
+            _FillBytes(frame, 0, m_drawn.data(), m_imageBytes);
         } else {
             Convert(m_scene->Draw(frame), *m_geometry.format, m_drawn.data());
         }

@@ -18,7 +18,8 @@ class Scene;
 // The pattern "bytes" copies pieces of one pseudo-random table, each piece from a place that
 // depends on seed, frame and position: as fast as memcpy, and any byte that is lost, doubled,
 // shifted or from another frame or camera shows. Ramp and scene are drawn once per frame and then
-// copied.
+// copied. "still" is one image of the pattern "bytes" again and again, and only those pieces are
+// written that the target does not hold already: who measures the host does not measure the camera.
 class PatternGenerator
 {
 public:
@@ -35,6 +36,7 @@ private:
     void _MakeTable();
     void _FillBytes(std::uint64_t frame, std::size_t offset, std::uint8_t* target,
                     std::size_t size) const;
+    static void _FillStill(const std::uint8_t* image, std::uint8_t* target, std::size_t size);
     const std::uint8_t* _Drawn(std::uint64_t frame);
     void _DrawRamp(std::uint64_t frame);
 

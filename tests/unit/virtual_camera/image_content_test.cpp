@@ -57,6 +57,25 @@ TEST(ImageContent, Bytes_NoShiftLooksLikeTheImage)
     }
 }
 
+TEST(ImageContent, Still_IsTheSameImageWhateverTheTargetHeld)
+{
+    const vcam::PixelFormat* format = vcam::FindPixelFormat("Mono8");
+    vcam::PatternGenerator generator;
+    generator.Configure({200, 100, 0, 0, format, 10}, vcam::Pattern::Still, 7);
+    vcam::PatternGenerator moving;
+    moving.Configure({200, 100, 0, 0, format, 10}, vcam::Pattern::Bytes, 7);
+    Bytes wanted(20010);
+    moving.Fill(0, 0, wanted.data(), wanted.size());
+    for (const int before : {0, 0xFF}) {
+        Bytes image(20010, static_cast<std::uint8_t>(before));
+        for (const std::uint64_t frame : {0U, 1U, 9U}) {
+            generator.Fill(frame, 0, image.data(), 5000);
+            generator.Fill(frame, 5000, image.data() + 5000, image.size() - 5000);
+            EXPECT_EQ(wanted, image) << before << " " << frame;
+        }
+    }
+}
+
 TEST(ImageContent, WideFormats_KeepUnusedBitsClear)
 {
     for (const auto& [format, mask] : {std::pair{"Mono10", 0xFCU}, std::pair{"Mono12", 0xF0U}}) {

@@ -1,0 +1,92 @@
+#include "usb_tap.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <libusb.h>
+#include <time.h>
+
+#include "allocation_count.h"
+
+namespace {
+
+std::atomic<int> g_length{-1};
+std::atomic<int64_t> g_lastCompletion{0};
+std::atomic<uint64_t> g_completions{0};
+// The library has one completion routine for all its transfers.
+std::atomic<libusb_transfer_cb_fn> g_callback{nullptr};
+
+int64_t Now()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+template <class Function>
+Function* Next(const char* name)
+{
+    void* const address = dlsym(RTLD_NEXT, name);
+    if (address == nullptr) {
+        std::abort(); // linked without libusb
+    }
+    return reinterpret_cast<Function*>(address);
+}
+
+void LIBUSB_CALL Complete(libusb_transfer* transfer)
+{
+    if (transfer->actual_length == g_length) {
+        g_lastCompletion = Now();
+    }
+    ++g_completions;
+    const allocation_count::Counted library;
+    g_callback.load()(transfer);
+}
+
+} // namespace
+
+namespace usb_tap {
+
+void Watch(int length)
+{
+    g_length = length;
+}
+
+int64_t LastCompletion()
+{
+    return g_lastCompletion;
+}
+
+uint64_t Completions()
+{
+    return g_completions;
+}
+
+} // namespace usb_tap
+
+int LIBUSB_CALL libusb_submit_transfer(libusb_transfer* transfer)
+{
+    static auto* const next = Next<decltype(libusb_submit_transfer)>(__func__);
+    if (transfer->callback != Complete) {
+        g_callback = transfer->callback;
+        transfer->callback = Complete;
+    }
+    const allocation_count::Uncounted bus;
+    return next(transfer);
+}
+
+int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint,
+                                     unsigned char* data, int length, int* transferred,
+                                     unsigned timeout)
+{
+    static auto* const next = Next<decltype(libusb_bulk_transfer)>(__func__);
+    const allocation_count::Uncounted bus;
+    return next(handle, endpoint, data, length, transferred, timeout);
+}
+
+int LIBUSB_CALL libusb_handle_events_timeout(libusb_context* context, timeval* time)
+{
+    static auto* const next = Next<decltype(libusb_handle_events_timeout)>(__func__);
+    const allocation_count::Uncounted bus;
+    return next(context, time);
+}
