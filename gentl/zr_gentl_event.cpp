@@ -84,6 +84,11 @@ void ZrGenTLEvent::SetEventInfoDataSizeMax(size_t size)
     m_nEventInfoDataSizeMax = size;
 }
 
+void ZrGenTLEvent::Reserve()
+{
+    m_DataQueue.Reserve();
+}
+
 void ZrGenTLEvent::Signal(void* entry)
 {
     // One step, or a consumer that empties the queue in between would leave the bit set for

@@ -39,6 +39,8 @@ public:
     void SetEventInfoDataSizeMax(size_t size);
     int32_t GetType() const { return m_nType; }
 
+    // Room for one entry more: the next Signal cannot fail. For a producer that signals alone.
+    void Reserve();
     void Signal(void* entry);
     GC_ERROR GetData(void* buffer, size_t* size, uint64_t timeout);
     GC_ERROR GetDataInfo(const void* data, size_t dataSize, int32_t cmd, int32_t* type,

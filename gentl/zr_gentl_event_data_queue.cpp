@@ -1,5 +1,22 @@
 #include "zr_gentl_event_data_queue.h"
 
+#include <algorithm>
+
+namespace {
+
+constexpr size_t kFirstRoom = 16; // entries
+
+} // namespace
+
+void ZrGenTLEventDataQueue::Reserve()
+{
+    Locker lock(m_mutex);
+    if (m_entries.size() == m_entries.capacity()) {
+        // Doubled: one entry more at a time would copy all of them each time.
+        m_entries.reserve(std::max(kFirstRoom, 2 * m_entries.size()));
+    }
+}
+
 void ZrGenTLEventDataQueue::Add(void* entry)
 {
     Locker lock(m_mutex);
@@ -15,7 +32,7 @@ void* ZrGenTLEventDataQueue::GetFront(bool pop)
     }
     void* const entry = m_entries.front();
     if (pop) {
-        m_entries.pop_front();
+        m_entries.erase(m_entries.begin());
     }
     return entry;
 }
@@ -33,7 +50,7 @@ void ZrGenTLEventDataQueue::Clear()
 }
 
 // The entries may be gone by the time the caller looks: good for comparing and counting only.
-std::deque<void*> ZrGenTLEventDataQueue::Copy()
+std::vector<void*> ZrGenTLEventDataQueue::Copy()
 {
     Locker lock(m_mutex);
     return m_entries;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <deque>
+#include <vector>
 
 #include "zr_sync.h"
 
@@ -10,6 +10,8 @@
 class ZrGenTLEventDataQueue
 {
 public:
+    // Room for one entry more: the next Add needs no memory. For a caller that adds alone.
+    void Reserve();
     void Add(void* entry);
     // The front entry or NULL; taken out when `pop` is true.
     void* GetFront(bool pop);
@@ -17,7 +19,7 @@ public:
     // Drops all entries without touching them.
     void Clear();
     // A snapshot of the sequence.
-    std::deque<void*> Copy();
+    std::vector<void*> Copy();
     // Drops every occurrence of `entry`.
     void Remove(void* entry);
 
@@ -25,5 +27,7 @@ public:
 
 private:
     RecursiveMutex m_mutex;
-    std::deque<void*> m_entries ZR_GUARDED_BY(m_mutex);
+    // The front first. An event has few entries waiting, and they come and go without memory being
+    // taken: a deque would take and give back a block every few dozen.
+    std::vector<void*> m_entries ZR_GUARDED_BY(m_mutex);
 };

@@ -74,12 +74,27 @@ TEST(EventDataQueue, Copy_IsASnapshot_Clear_Empties_Remove_TakesAllOccurrences)
         queue.Add(entry);
     }
     const auto copy = queue.Copy();
-    EXPECT_EQ(copy, (std::deque<void*>{&a, &b, &a}));
+    EXPECT_EQ(copy, (std::vector<void*>{&a, &b, &a}));
     queue.Remove(&a);
-    EXPECT_EQ(queue.Copy(), (std::deque<void*>{&b}));
+    EXPECT_EQ(queue.Copy(), (std::vector<void*>{&b}));
     queue.Clear();
     EXPECT_EQ(queue.GetSize(), 0u);
     EXPECT_EQ(copy.size(), 3u);
+}
+
+TEST(EventDataQueue, Reserve_AnyNumberWaiting_KeepsThemInOrder)
+{
+    ZrGenTLEventDataQueue queue;
+    std::vector<int> values(100);
+    for (int& value : values) {
+        queue.Reserve();
+        queue.Reserve(); // without an Add in between it is the same room
+        queue.Add(&value);
+    }
+    ASSERT_EQ(queue.GetSize(), values.size());
+    for (int& value : values) {
+        EXPECT_EQ(queue.GetFront(true), &value);
+    }
 }
 
 // --- base ------------------------------------------------------------------------------------

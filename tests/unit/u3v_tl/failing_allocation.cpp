@@ -1,5 +1,6 @@
 #include "failing_allocation.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -11,11 +12,18 @@ constexpr int kNever = -1;
 
 thread_local int t_left = kNever;
 thread_local bool t_refused = false;
+thread_local bool t_spared = false;
+std::atomic<bool> s_elsewhere = false;
+std::atomic<unsigned> s_refusedElsewhere = 0;
 
 void* Allocate(size_t size)
 {
     if (FakeU3V::IsInside()) {
         return malloc(size != 0 ? size : 1);
+    }
+    if (s_elsewhere && !t_spared) {
+        ++s_refusedElsewhere;
+        return nullptr;
     }
     if (t_left == 0) {
         t_refused = true;
@@ -54,6 +62,24 @@ bool FailingAllocations::Possible()
 bool FailingAllocations::Refused()
 {
     return t_refused;
+}
+
+FailingAllocationsElsewhere::FailingAllocationsElsewhere()
+{
+    t_spared = true;
+    s_refusedElsewhere = 0;
+    s_elsewhere = true;
+}
+
+FailingAllocationsElsewhere::~FailingAllocationsElsewhere()
+{
+    s_elsewhere = false;
+    t_spared = false;
+}
+
+unsigned FailingAllocationsElsewhere::Refused()
+{
+    return s_refusedElsewhere;
 }
 
 // Weak: a sanitizer whose runtime is linked in brings its own, and then nothing can be made to

@@ -1,7 +1,7 @@
 #pragma once
 
 // Makes operator new of the calling thread fail, for the paths that have to survive it. The test
-// binary's operator new is replaced; other threads are not touched.
+// binary's operator new is replaced; other threads are not touched by this one.
 class FailingAllocations
 {
 public:
@@ -16,4 +16,17 @@ public:
     static bool Possible();
     // Whether an allocation was refused.
     static bool Refused();
+};
+
+// Makes operator new fail on every thread but the one that says so: for the library's own threads.
+class FailingAllocationsElsewhere
+{
+public:
+    FailingAllocationsElsewhere();
+    ~FailingAllocationsElsewhere();
+    FailingAllocationsElsewhere(const FailingAllocationsElsewhere&) = delete;
+    FailingAllocationsElsewhere& operator=(const FailingAllocationsElsewhere&) = delete;
+
+    // Allocations refused so far.
+    static unsigned Refused();
 };
