@@ -1,5 +1,7 @@
 #include "zr_gentl_thread.h"
 
+#include "zr_signal_mask.h"
+
 ZrGenTLThreadBase::~ZrGenTLThreadBase()
 {
     {
@@ -27,6 +29,7 @@ bool ZrGenTLThreadBase::Start()
     if (m_joinable) {
         return false; // restarted by itself, on its way out
     }
+    const ZrSignalsBlocked signals;
     if (pthread_create(&m_thread, nullptr, &ZrGenTLThreadBase::_entry, this) != 0) {
         // As if Start had not been called: it may be tried again.
         m_thread = {};

@@ -1,6 +1,7 @@
 #include "u3v_stream.h"
 
 #include "u3v_common.h"
+#include "zr_signal_mask.h"
 
 #include <cstdio>
 #include <limits>
@@ -214,7 +215,10 @@ int U3V_Stream::_runSession()
     int result = 0;
     try {
         // The thread first: the completion of the first read needs somebody to deliver it.
-        m_EventThread = std::thread(thread_route, m_Session);
+        {
+            const ZrSignalsBlocked signals;
+            m_EventThread = std::thread(thread_route, m_Session);
+        }
         result = m_Session->Submit(&U3V_Stream::image_callback);
     } catch (...) {
         _joinSession(m_Timings.TransferWait());

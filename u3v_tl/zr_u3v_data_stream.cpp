@@ -221,7 +221,10 @@ GC_ERROR ZrU3VDataStream::FlushQueue(int32_t operation)
 void ZrU3VDataStream::_signalInput()
 {
     if (const auto event = PinEventById(EVENT_NEW_BUFFER)) {
-        for (ZrGenTLBuffer* buffer : m_BufferContainer.Copy(ZR_BUFFER_LIST_INPUT)) {
+        // One by one: without memory for all of them, those that are delivered have left the list.
+        while (ZrGenTLBuffer* buffer = m_BufferContainer.GetFront(ZR_BUFFER_LIST_INPUT, false)) {
+            event->Reserve();
+            m_BufferContainer.GetFront(ZR_BUFFER_LIST_INPUT, true);
             event->Signal(buffer);
         }
     }
@@ -282,8 +285,11 @@ GC_ERROR ZrU3VDataStream::StartAcquisition(int32_t /*flags*/, uint64_t count)
     if (!m_pThreadAcquisition->IsRunning()) {
         _limitTo(count);
     }
-    // False means that it runs already, which is as good.
-    static_cast<void>(m_pThreadAcquisition->Start(count));
+    // False means that it runs already, which is as good, or that the system has no thread for us.
+    if (!m_pThreadAcquisition->Start(count) && !m_pThreadAcquisition->IsRunning()) {
+        static_cast<void>(m_pRemoteDevice->StopAcquisition());
+        return ZR_FAIL(GC_ERR_RESOURCE_EXHAUSTED, "%s GC_ERR_RESOURCE_EXHAUSTED", __func__);
+    }
     Locker<RecursiveMutex> lock(m_mutex);
     m_bAcquiring = true;
     return GC_ERR_SUCCESS;
@@ -400,6 +406,12 @@ GC_ERROR ZrU3VDataStream::_deliver(ZrGenTLBuffer& buffer, bool incomplete,
     if (m_BufferContainer.GetFront(ZR_BUFFER_LIST_INPUT, false) != &buffer) {
         return GC_ERR_ERROR;
     }
+    const auto event = PinEventById(EVENT_NEW_BUFFER);
+    if (event) {
+        // Without memory for the entry this image is lost, but not its buffer: it still stands in
+        // the input list, uncounted, for the next one.
+        event->Reserve();
+    }
     buffer.SetAcquiringFlag(true);
     buffer.SetNewDataFlag(true);
     buffer.SetIncompleteFlag(incomplete);
@@ -413,7 +425,7 @@ GC_ERROR ZrU3VDataStream::_deliver(ZrGenTLBuffer& buffer, bool incomplete,
         Locker<RecursiveMutex> count(m_mutex);
         ++m_nDelivered;
     }
-    if (const auto event = PinEventById(EVENT_NEW_BUFFER)) {
+    if (event) {
         event->Signal(&buffer);
     }
     return GC_ERR_SUCCESS;

@@ -6,11 +6,13 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sched.h>
+#include <signal.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
 #include <vector>
 
+#include "no_threads.h"
 #include "test_module.h"
 
 namespace {
@@ -76,20 +78,38 @@ TEST(ThreadBaseDeathTest, Start_NoThreadCanBeMade_IsFalseAndCanBeTriedAgain)
     // In a process of its own, because the default stack size is everybody's.
     EXPECT_EXIT(
         {
-            pthread_attr_t usual;
-            pthread_attr_t impossible;
-            pthread_getattr_default_np(&usual);
-            pthread_attr_init(&impossible);
-            pthread_attr_setstacksize(&impossible, size_t{1} << 62);
             TestThread thread(&Nothing);
-            bool right = pthread_setattr_default_np(&impossible) == 0;
-            right = !thread.Start() && right;
-            right = !thread.IsRunning() && thread.Wait(-1) && thread.Terminate(0) && right;
-            right = pthread_setattr_default_np(&usual) == 0 && right;
+            bool right = true;
+            {
+                const NoMoreThreads exhausted;
+                right = exhausted.InForce() && !thread.Start();
+                right = !thread.IsRunning() && thread.Wait(-1) && thread.Terminate(0) && right;
+            }
             right = thread.Start() && thread.Wait(-1) && thread.runs == 1 && right;
             _exit(right ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");
+}
+
+TEST(ThreadBase, Run_TakesNoneOfTheProcessesSignals_TheStarterStillDoes)
+{
+    sigset_t inside;
+    sigset_t before;
+    sigset_t after;
+    sigemptyset(&inside);
+    pthread_sigmask(SIG_SETMASK, nullptr, &before);
+    TestThread thread(
+        [&inside](TestThread& /*self*/) { pthread_sigmask(SIG_SETMASK, nullptr, &inside); });
+    ASSERT_TRUE(thread.Start());
+    EXPECT_TRUE(thread.Wait(-1));
+    pthread_sigmask(SIG_SETMASK, nullptr, &after);
+    for (const int signal : {SIGTERM, SIGINT, SIGUSR1, SIGCHLD, SIGALRM, SIGPIPE, SIGHUP}) {
+        EXPECT_EQ(sigismember(&inside, signal), 1) << signal;
+        EXPECT_EQ(sigismember(&after, signal), sigismember(&before, signal)) << signal;
+    }
+    for (const int own : {SIGSEGV, SIGBUS, SIGABRT}) {
+        EXPECT_EQ(sigismember(&inside, own), 0) << own;
+    }
 }
 
 TEST(ThreadBase, Wait_NeverStarted_ReturnsAtOnce)

@@ -1,8 +1,10 @@
+#include "no_threads.h"
 #include "u3v_fixture.h"
 #include "u3v_stream.h"
 
 #include <chrono>
 #include <optional>
+#include <system_error>
 #include <thread>
 
 using testing::ElementsAre;
@@ -349,6 +351,20 @@ TEST_F(StreamTest, Start_SubmitFails_ReturnsItFreesAndEndsTheThread)
     EXPECT_EQ(acquired, 0U);
     EXPECT_EQ(camera.memory[0x50014], Little(0, 4));
     EXPECT_FALSE(stream->IsAcquiring());
+}
+
+TEST_F(StreamTest, Start_NoThreadToBeHad_ThrowsAndMayBeTriedAgain)
+{
+    Open();
+    {
+        const NoMoreThreads exhausted;
+        ASSERT_TRUE(exhausted.InForce());
+        EXPECT_THROW(stream->AcquisitionStart(kForEver), std::system_error);
+    }
+    EXPECT_EQ(usb.liveTransfers.load(), 0);
+    EXPECT_EQ(stream->AcquisitionStart(kForEver), 0);
+    PlayImage(1);
+    EXPECT_EQ(Get(), 0);
 }
 
 TEST_F(StreamTest, Start_PayloadThatNoMemoryHolds_ThrowsAndLeavesNothing)

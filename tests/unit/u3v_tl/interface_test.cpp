@@ -1,5 +1,6 @@
 // The Interface module: identity, discovery, the device list, opening and closing of devices.
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <thread>
@@ -223,7 +224,11 @@ TEST_F(Interface, Update_WorkerTooSlow_TimeoutListAndFlagStay)
     TraceCapture trace;
     EXPECT_EQ(IFUpdateDeviceList(m_iface, &changed, 5), -1011);
     EXPECT_TRUE(changed);
-    EXPECT_EQ(trace.Errors(),
+    // The worker may still have been inside the update before when its cameras went, and have said
+    // so: what counts is what the caller's own call says, last.
+    Errors errors = trace.Errors();
+    errors.erase(errors.begin(), errors.end() - std::min<ptrdiff_t>(2, std::ssize(errors)));
+    EXPECT_EQ(errors,
               (Errors{"UpdateDeviceList GC_ERR_TIMEOUT", "IFUpdateDeviceList Failed:-1011"}));
     EXPECT_EQ(Count(), 2u);
 }

@@ -1,5 +1,7 @@
 // The acquisition thread: start, stop, restart, delivery, and everything at once.
 
+#include "failing_allocation.h"
+#include "no_threads.h"
 #include "test_data_stream_fixture.h"
 #include "zr_u3v_thread_acquisition.h"
 
@@ -86,6 +88,72 @@ TEST_F(AcquisitionTest, StartAcquisition_WhileAcquiring_SucceedsAndKeepsTheCount
         EXPECT_EQ(Take(event, 2000), handle) << "the first count of two holds";
     }
     EXPECT_TRUE(WaitUntil([this] { return IsStopped(); }));
+}
+
+TEST_F(AcquisitionTest, StartAcquisition_NoThreadToBeHad_StopsTheCameraAndMayBeTriedAgain)
+{
+    ZrGenTLEvent* const event = RegisterEvent();
+    void* const handle = AnnounceAndQueue(0);
+    {
+        const NoMoreThreads exhausted;
+        ASSERT_TRUE(exhausted.InForce());
+        const TraceCapture trace;
+        EXPECT_EQ(m_stream->StartAcquisition(0, 1), GC_ERR_RESOURCE_EXHAUSTED);
+        EXPECT_EQ(trace.Errors().back(), "StartAcquisition GC_ERR_RESOURCE_EXHAUSTED");
+    }
+    EXPECT_EQ(m_fake.Journal().back(), "U3V_AcquisitionStop");
+    EXPECT_TRUE(IsStopped());
+    EXPECT_EQ(m_stream->StartAcquisition(0, 1), GC_ERR_SUCCESS);
+    m_fake.PushImage(MakeImage(7));
+    EXPECT_EQ(Take(event, 2000), handle);
+}
+
+TEST_F(AcquisitionTest, Deliver_NoMemoryForTheEntry_KeepsTheBufferAndGoesOnLater)
+{
+    if (!FailingAllocations::Possible()) {
+        GTEST_SKIP() << "the sanitizer's operator new cannot be made to fail";
+    }
+    ZrGenTLEvent* const event = RegisterEvent();
+    void* const first = AnnounceAndQueue(0);
+    AnnounceAndQueue(1);
+    ASSERT_EQ(m_stream->StartAcquisition(0, GENTL_INFINITE), GC_ERR_SUCCESS);
+    {
+        const FailingAllocationsElsewhere failing;
+        for (uint64_t id = 1; id <= 3; ++id) {
+            m_fake.PushImage(MakeImage(id));
+        }
+        EXPECT_TRUE(WaitUntil([] { return FailingAllocationsElsewhere::Refused() >= 3; }));
+        EXPECT_EQ(Delivered(), 0U);
+        EXPECT_EQ(Awaiting(), 0U);
+        EXPECT_EQ(Queued(), 2U);
+        EXPECT_TRUE(IsQueued(first));
+        EXPECT_FALSE(IsNew(first));
+    }
+    m_fake.PushImage(MakeImage(4));
+    EXPECT_EQ(Take(event, 2000), first);
+    EXPECT_EQ(BufferValue<uint64_t>(first, BUFFER_INFO_FRAMEID), 4U);
+    EXPECT_EQ(Delivered(), 1U);
+    EXPECT_EQ(Queued(), 1U);
+    EXPECT_EQ(m_stream->StopAcquisition(0), GC_ERR_SUCCESS);
+}
+
+TEST_F(AcquisitionTest, FlushInputToOutput_NoMemoryForAnEntry_NoBufferIsLost)
+{
+    if (!FailingAllocations::Possible()) {
+        GTEST_SKIP() << "the sanitizer's operator new cannot be made to fail";
+    }
+    RegisterEvent();
+    for (size_t i = 0; i < m_memory.size(); ++i) {
+        AnnounceAndQueue(i);
+    }
+    {
+        const FailingAllocations failing(0);
+        EXPECT_THROW(m_stream->FlushQueue(ACQ_QUEUE_INPUT_TO_OUTPUT), std::bad_alloc);
+    }
+    EXPECT_EQ(Queued() + Awaiting(), m_memory.size());
+    EXPECT_EQ(m_stream->FlushQueue(ACQ_QUEUE_INPUT_TO_OUTPUT), GC_ERR_SUCCESS);
+    EXPECT_EQ(Awaiting(), m_memory.size());
+    EXPECT_EQ(Queued(), 0U);
 }
 
 TEST_F(AcquisitionTest, ThreadStart_WhileRunning_IsFalseAndChangesNothing)
