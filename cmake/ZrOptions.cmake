@@ -17,8 +17,10 @@ endif()
 
 find_program(ZR_CCACHE ccache)
 if(ZR_CCACHE)
-    set(CMAKE_C_COMPILER_LAUNCHER "${ZR_CCACHE}")
-    set(CMAKE_CXX_COMPILER_LAUNCHER "${ZR_CCACHE}")
+    # Without this leave it refuses whatever uses precompiled headers.
+    set(ZR_CCACHE "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros "${ZR_CCACHE}")
+    set(CMAKE_C_COMPILER_LAUNCHER ${ZR_CCACHE})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${ZR_CCACHE})
 endif()
 
 set(ZR_WARNINGS
