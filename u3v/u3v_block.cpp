@@ -1,12 +1,40 @@
 #include "u3v_block.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <new>
+
+// Newer than the rest of what is called here. Weak, so that the library loads, and works with
+// ordinary memory, where libusb or what stands in for it lacks them.
+#pragma weak libusb_dev_mem_alloc
+#pragma weak libusb_dev_mem_free
+
+namespace {
+
+// What is left to others: four transfers of the size that streams use, into ordinary memory.
+constexpr size_t kReserveBlocks = 4;
+constexpr size_t kReserveBlockSize = 0x100000;
+
+bool HasDeviceMemory()
+{
+    return &libusb_dev_mem_alloc != nullptr && &libusb_dev_mem_free != nullptr;
+}
+
+} // namespace
 
 U3V_Block::U3V_Block(void* data, size_t size) : m_data(static_cast<uint8_t*>(data)), m_size(size)
 {
     if (data == nullptr) {
         throw std::bad_alloc();
+    }
+}
+
+void U3V_Block::Free::operator()(uint8_t* data) const
+{
+    if (device == nullptr) {
+        std::free(data);
+    } else {
+        libusb_dev_mem_free(device.get(), data, size);
     }
 }
 
@@ -19,4 +47,38 @@ U3V_Block U3V_Block::Allocate(size_t size)
 U3V_Block U3V_Block::AllocateZeroed(size_t size)
 {
     return {std::calloc(std::max<size_t>(size, 1), 1), size};
+}
+
+U3V_Block U3V_Block::AllocateForDevice(const UsbHandlePtr& device, size_t size)
+{
+    U3V_Block block;
+    if (device == nullptr || size == 0 || !HasDeviceMemory()) {
+        return block;
+    }
+    if (uint8_t* const data = libusb_dev_mem_alloc(device.get(), size); data != nullptr) {
+        block.m_data = {data, Free(device, size)};
+        block.m_size = size;
+    }
+    return block;
+}
+
+U3V_BlockSource::U3V_BlockSource(UsbHandlePtr device) : m_device(std::move(device))
+{
+    m_reserve.reserve(kReserveBlocks);
+    while (m_bDeviceMemory && m_reserve.size() < kReserveBlocks) {
+        m_reserve.push_back(U3V_Block::AllocateForDevice(m_device, kReserveBlockSize));
+        m_bDeviceMemory = m_reserve.back().Data() != nullptr;
+    }
+}
+
+U3V_Block U3V_BlockSource::Allocate(size_t size)
+{
+    if (m_bDeviceMemory) {
+        if (U3V_Block block = U3V_Block::AllocateForDevice(m_device, size);
+            block.Data() != nullptr) {
+            return block;
+        }
+        m_bDeviceMemory = size == 0; // the rest is as good as taken
+    }
+    return U3V_Block::Allocate(size);
 }

@@ -1,14 +1,16 @@
 #pragma once
 
+#include "usb_handles.h"
+
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <span>
 #include <utility>
+#include <vector>
 
-// A heap block of fixed size that a transfer reads into or an image is kept in. The one place where
-// such memory comes from. Allocation failure is std::bad_alloc; a block of 0 bytes is a block too.
+// A block of fixed size that a transfer reads into or an image is kept in. The one place where such
+// memory comes from. A block of 0 bytes is a block too.
 class U3V_Block
 {
 public:
@@ -24,21 +26,53 @@ public:
         return *this;
     }
 
+    // Allocation failure is std::bad_alloc.
     static U3V_Block Allocate(size_t size);
     static U3V_Block AllocateZeroed(size_t size);
+    // Memory that the kernel lets the bus write to directly, where ordinary memory costs a copy by
+    // the kernel. Without Data() when libusb, the kernel or the memory set aside for USB gives
+    // none. Keeps the device open until it is freed.
+    static U3V_Block AllocateForDevice(const UsbHandlePtr& device, size_t size);
 
     uint8_t* Data() const { return m_data.get(); }
     size_t Size() const { return m_size; }
     std::span<uint8_t> Bytes() const { return {m_data.get(), m_size}; }
+    bool IsDeviceMemory() const { return m_data.get_deleter().device != nullptr; }
 
 private:
     struct Free
     {
-        void operator()(uint8_t* data) const { std::free(data); }
+        Free() noexcept : size(0) {}
+        Free(UsbHandlePtr owner, size_t length) : device(std::move(owner)), size(length) {}
+        void operator()(uint8_t* data) const;
+
+        UsbHandlePtr device; // null: ordinary memory
+        size_t size;
     };
 
     U3V_Block(void* data, size_t size);
 
     std::unique_ptr<uint8_t[], Free> m_data;
     size_t m_size = 0;
+};
+
+// Gives the blocks of one acquisition: device memory as long as there is some, then ordinary.
+//
+// Device memory counts against a limit that all cameras and programs of the machine share
+// (usbfs_memory_mb, 16 MiB by default), and so does each transfer into ordinary memory while it is
+// in flight. A reserve stays free for those: a camera that is greedy would keep the next one from
+// starting.
+class U3V_BlockSource
+{
+public:
+    // For as long as it exists, the reserve is taken.
+    explicit U3V_BlockSource(UsbHandlePtr device);
+
+    U3V_Block Allocate(size_t size);
+    U3V_Block AllocateOrdinary(size_t size) { return U3V_Block::Allocate(size); }
+
+private:
+    const UsbHandlePtr m_device;
+    bool m_bDeviceMemory = true; // none was refused so far
+    std::vector<U3V_Block> m_reserve;
 };

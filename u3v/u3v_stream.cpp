@@ -4,8 +4,6 @@
 #include "zr_signal_mask.h"
 
 #include <cstdio>
-#include <limits>
-#include <new>
 #include <span>
 #include <stdexcept>
 #include <utility>
@@ -14,8 +12,6 @@
 namespace {
 
 constexpr uint32_t kDefaultBufferCount = 4;
-// More buffers than any consumer announces; beyond it the request is as good as out of memory.
-constexpr uint32_t kMaximumBufferCount = 65536;
 
 } // namespace
 
@@ -186,28 +182,12 @@ void U3V_Stream::_programStream(const U3V_StreamPlan& plan)
     }
 }
 
-U3V_ImageHandover::Buffers U3V_Stream::_makeBuffers(const U3V_StreamPlan& plan)
-{
-    const uint32_t count = m_nBufferCount;
-    if (plan.payload > std::numeric_limits<uint32_t>::max() || count > kMaximumBufferCount) {
-        throw std::bad_alloc(); // no buffer can be that large, no process has that many
-    }
-    // The buffers and the payload block of the transfers.
-    U3V_RequireMemory(plan.payload * (uint64_t{count} + 1));
-    U3V_ImageHandover::Buffers buffers;
-    buffers.reserve(count);
-    for (uint32_t i = 0; i < count; ++i) {
-        buffers.push_back(std::make_shared<U3V_Buffer>(static_cast<uint32_t>(plan.payload)));
-    }
-    return buffers;
-}
-
 void U3V_Stream::_makeSession(const U3V_StreamPlan& plan, uint32_t imagesToAcquire)
 {
-    const uint64_t token = m_Handover->Begin(_makeBuffers(plan));
     m_Session = std::make_shared<U3V_StreamSession>(
         U3V_StreamSession::Setup{m_pDevice->SharedHandle(), m_pDevice->StreamEndpoint, plan,
-                                 imagesToAcquire, m_Handover, token, m_Timings});
+                                 imagesToAcquire, m_Handover, m_Timings},
+        m_nBufferCount);
 }
 
 int U3V_Stream::_runSession()

@@ -58,7 +58,6 @@ private:
     uint16_t _enableStream(bool enable) ZR_REQUIRES(m_StateMutex);
     uint16_t _planStream(U3V_StreamPlan& plan) ZR_REQUIRES(m_StateMutex);
     void _programStream(const U3V_StreamPlan& plan) ZR_REQUIRES(m_StateMutex);
-    U3V_ImageHandover::Buffers _makeBuffers(const U3V_StreamPlan& plan);
     void _makeSession(const U3V_StreamPlan& plan, uint32_t imagesToAcquire)
         ZR_REQUIRES(m_StateMutex);
     int _runSession() ZR_REQUIRES(m_StateMutex);

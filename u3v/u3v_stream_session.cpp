@@ -9,6 +9,8 @@
 #include <chrono>
 #include <climits>
 #include <cstdio>
+#include <limits>
+#include <new>
 #include <thread>
 #include <vector>
 #include <zr_u3v_tl/zr_logging.h>
@@ -16,6 +18,8 @@
 namespace {
 
 constexpr size_t kFirstBlockSize = 0x10000;
+// More buffers than any consumer announces; beyond it the request is as good as out of memory.
+constexpr uint32_t kMaximumBufferCount = 65536;
 // What an acquisition without limit is cut to.
 constexpr uint32_t kNoLimit = 0xFFFFFFFF;
 
@@ -35,19 +39,27 @@ Orphans& TheOrphans()
 
 } // namespace
 
-U3V_StreamSession::U3V_StreamSession(Setup setup) : m_Setup(std::move(setup))
+U3V_StreamSession::U3V_StreamSession(Setup setup, uint32_t bufferCount) : m_Setup(std::move(setup))
 {
+    _allocate(bufferCount);
+    m_Payload = m_Setup.handover->Begin(m_Cycle);
 }
 
-void U3V_StreamSession::_allocate()
+void U3V_StreamSession::_allocate(uint32_t bufferCount)
 {
     const U3V_StreamPlan& plan = m_Setup.plan;
-    U3V_RequireMemory(plan.payload + plan.leader + plan.trailer);
+    if (plan.payload > std::numeric_limits<uint32_t>::max() || bufferCount > kMaximumBufferCount) {
+        throw std::bad_alloc(); // no buffer can be that large, no process has that many
+    }
+    const uint64_t images = uint64_t{bufferCount} + U3V_ImageCycle::kExtraBlocks;
+    U3V_RequireMemory(plan.payload * images + plan.leader + plan.trailer);
+    U3V_BlockSource source(m_Setup.handle);
     // The camera may name a leader shorter than the fields in it; those read as zero.
-    m_LeaderBlock = U3V_Block::Allocate(plan.leader);
-    m_TrailerBlock = U3V_Block::Allocate(plan.trailer);
-    m_PayloadBlock = U3V_Block::AllocateZeroed(plan.payload);
-    m_FirstBlock = U3V_Block::Allocate(kFirstBlockSize);
+    m_LeaderBlock = source.Allocate(plan.leader);
+    m_TrailerBlock = source.Allocate(plan.trailer);
+    m_FirstBlock = source.Allocate(kFirstBlockSize);
+    m_Cycle = std::make_shared<U3V_ImageCycle>(
+        source, bufferCount, static_cast<size_t>(plan.payload), plan.transferSize);
 }
 
 int U3V_StreamSession::Submit(libusb_transfer_cb_fn callback)
@@ -56,7 +68,6 @@ int U3V_StreamSession::Submit(libusb_transfer_cb_fn callback)
     if (m_Transfer == nullptr) {
         return LIBUSB_ERROR_NO_MEM;
     }
-    _allocate();
     libusb_fill_bulk_transfer(m_Transfer.get(), m_Setup.handle.get(), m_Setup.endpoint,
                               m_FirstBlock.Data(), static_cast<int>(m_FirstBlock.Size()), callback,
                               this, m_Setup.timings.transferTimeout);
@@ -99,8 +110,17 @@ void U3V_StreamSession::Complete(libusb_transfer* transfer)
     session->_complete();
 }
 
+// Also what came before a time-out or an error is in the block.
+void U3V_StreamSession::_noteWritten()
+{
+    if (m_nPayloadOffset.has_value()) {
+        m_Payload.Written(*m_nPayloadOffset, _received());
+    }
+}
+
 void U3V_StreamSession::_complete()
 {
+    _noteWritten();
     switch (m_Transfer->status) {
     case LIBUSB_TRANSFER_CANCELLED:
         m_Transfer.reset();
@@ -143,6 +163,13 @@ void U3V_StreamSession::_read(std::span<uint8_t> block, uint64_t length)
     m_Transfer->buffer = block.data();
     m_Transfer->length =
         static_cast<int>(std::min<uint64_t>({length, block.size(), uint64_t{INT_MAX}}));
+    m_nPayloadOffset.reset();
+}
+
+void U3V_StreamSession::_readPayload(uint64_t offset, uint64_t length)
+{
+    _read(m_Payload.ReadAt(offset), length);
+    m_nPayloadOffset = offset;
 }
 
 void U3V_StreamSession::_takeLeader()
@@ -161,7 +188,7 @@ void U3V_StreamSession::_takeLeader()
     m_bLeaderPending = true;
 
     m_nReceived = m_Setup.plan.NextPayload(0);
-    _read(m_PayloadBlock.Bytes(), m_nReceived);
+    _readPayload(0, m_nReceived);
 }
 
 void U3V_StreamSession::_takePayload()
@@ -171,16 +198,16 @@ void U3V_StreamSession::_takePayload()
         _read(m_TrailerBlock.Bytes(), m_TrailerBlock.Size());
         return;
     }
-    _read(m_PayloadBlock.Bytes().subspan(m_nReceived), length);
+    _readPayload(m_nReceived, length);
     m_nReceived += length;
 }
 
 void U3V_StreamSession::_takeTrailer()
 {
     ++m_nNumImagesAcquired;
-    // Quirk Q66: the whole block goes out, also where this image's payload never came.
-    m_Setup.handover->Publish(m_Setup.token, m_PayloadBlock.Bytes(),
-                              m_bLeaderPending ? &m_Leader : nullptr);
+    // Quirk Q66: the whole image goes out, also where its payload never came; there it is the one
+    // before.
+    m_Setup.handover->Publish(m_Cycle, m_Payload, m_bLeaderPending ? &m_Leader : nullptr);
     m_bLeaderPending = false;
     _read(m_LeaderBlock.Bytes(), m_LeaderBlock.Size());
 }
@@ -274,9 +301,11 @@ void U3V_StreamSession::FreeBlocks()
         return;
     }
     m_Transfer.reset();
-    for (U3V_Block* block : {&m_LeaderBlock, &m_TrailerBlock, &m_PayloadBlock, &m_FirstBlock}) {
+    for (U3V_Block* block : {&m_LeaderBlock, &m_TrailerBlock, &m_FirstBlock}) {
         *block = {};
     }
+    m_Payload = {};
+    m_Cycle.reset();
 }
 
 void U3V_StreamSession::ReapOrphans()

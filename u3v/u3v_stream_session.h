@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 
 // The waits of a stream. The defaults are what the product uses; tests shorten them.
@@ -46,15 +47,15 @@ public:
         U3V_StreamPlan plan;
         uint32_t imagesToAcquire;
         std::shared_ptr<U3V_ImageHandover> handover;
-        uint64_t token; // of the hand-over
         U3V_StreamTimings timings;
     };
 
-    explicit U3V_StreamSession(Setup setup);
+    // Allocates the blocks and `bufferCount` buffers and installs them in the hand-over.
+    U3V_StreamSession(Setup setup, uint32_t bufferCount);
     U3V_StreamSession(const U3V_StreamSession&) = delete;
     U3V_StreamSession& operator=(const U3V_StreamSession&) = delete;
 
-    // Allocates transfer and blocks and submits the first read: 0 or a negative libusb code.
+    // Allocates the transfer and submits the first read: 0 or a negative libusb code.
     int Submit(libusb_transfer_cb_fn callback);
 
     // Event thread: serves libusb until the stop flag is set and the transfer has ended.
@@ -80,13 +81,15 @@ public:
     static size_t OrphanCount();
 
 private:
-    void _allocate();
+    void _allocate(uint32_t bufferCount);
     void _complete();
+    void _noteWritten();
     void _advance();
     void _takeLeader();
     void _takePayload();
     void _takeTrailer();
     void _read(std::span<uint8_t> block, uint64_t length);
+    void _readPayload(uint64_t offset, uint64_t length);
     void _resubmitOrStop();
     void _finish() ZR_EXCLUDES(m_DoneMutex);
     void _end() ZR_EXCLUDES(m_DoneMutex);
@@ -99,11 +102,13 @@ private:
     UsbTransferPtr m_Transfer;
     U3V_Block m_FirstBlock;
     U3V_Block m_LeaderBlock;
-    U3V_Block m_PayloadBlock;
     U3V_Block m_TrailerBlock;
-    uint64_t m_nReceived = 0;      // payload bytes asked for so far
-    IMAGE_HEADER m_Leader = {};    // of the image being received
-    bool m_bLeaderPending = false; // no trailer since the leader
+    std::shared_ptr<U3V_ImageCycle> m_Cycle;
+    U3V_PayloadInProgress m_Payload;
+    uint64_t m_nReceived = 0;                 // payload bytes asked for so far
+    std::optional<uint64_t> m_nPayloadOffset; // of the read in flight, if it is one of payload
+    IMAGE_HEADER m_Leader = {};               // of the image being received
+    bool m_bLeaderPending = false;            // no trailer since the leader
 
     std::atomic<uint64_t> m_nNumImagesAcquired = 0;
     std::atomic<bool> m_bStop = false;

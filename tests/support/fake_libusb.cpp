@@ -123,7 +123,21 @@ void FakeUsb::Reset()
         *count = 0;
     }
     nullHandleSeen = false;
+    deviceMemoryLeft = 0;
+    deviceMemory.clear();
+    deviceMemoryMisused = false;
     onCall = nullptr;
+}
+
+bool FakeUsb::IsDeviceMemory(const uint8_t* data, size_t length)
+{
+    const std::lock_guard lock(m_mutex);
+    const auto after = deviceMemory.upper_bound(data);
+    if (after == deviceMemory.begin()) {
+        return false;
+    }
+    const auto& [start, block] = *std::prev(after);
+    return data + length <= start + block.size();
 }
 
 libusb_device& FakeUsb::AddDevice(const std::string& name)
@@ -467,12 +481,41 @@ int libusb_open(libusb_device* device, libusb_device_handle** handle)
     return device->openResult;
 }
 
+unsigned char* libusb_dev_mem_alloc(libusb_device_handle* handle, size_t length)
+{
+    FakeCalls calls;
+    if (!calls.Check(handle) || length == 0 || length > calls.usb.deviceMemoryLeft) {
+        return nullptr;
+    }
+    calls.usb.deviceMemoryLeft -= length;
+    Bytes block(length);
+    uint8_t* const data = block.data();
+    calls.usb.deviceMemory.emplace(data, std::move(block));
+    return data;
+}
+
+int libusb_dev_mem_free(libusb_device_handle* handle, unsigned char* buffer, size_t length)
+{
+    FakeCalls calls;
+    const auto found = calls.usb.deviceMemory.find(buffer);
+    if (!calls.Check(handle) || found == calls.usb.deviceMemory.end() ||
+        found->second.size() != length) {
+        calls.usb.deviceMemoryMisused = true;
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    calls.usb.deviceMemoryLeft += length;
+    calls.usb.deviceMemory.erase(found);
+    return 0;
+}
+
 void libusb_close(libusb_device_handle* handle)
 {
     FakeCalls calls;
     if (calls.Check(handle)) {
         calls.Note("close %s", handle->device->name.c_str());
-        --calls.usb.openHandles;
+        if (--calls.usb.openHandles == 0 && !calls.usb.deviceMemory.empty()) {
+            calls.usb.deviceMemoryMisused = true;
+        }
         delete handle;
     }
 }

@@ -106,7 +106,13 @@ public:
     std::atomic<int> liveConfigurations = 0;
     std::atomic<int> liveLists = 0;
     std::atomic<bool> nullHandleSeen = false;
-    std::function<void()> onCall; // runs on each bulk transfer, without the lock
+
+    // Device memory: what is left of it, in bytes, and the blocks that are out.
+    size_t deviceMemoryLeft = 0;
+    std::map<const uint8_t*, Bytes> deviceMemory;
+    bool IsDeviceMemory(const uint8_t* data, size_t length);
+    std::atomic<bool> deviceMemoryMisused = false; // freed twice, with another size, or too late
+    std::function<void()> onCall;                  // runs on each bulk transfer, without the lock
 
     // The calls themselves.
     friend struct FakeCalls;

@@ -1,9 +1,15 @@
 #include "u3v_image_handover.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <deque>
 #include <gtest/gtest.h>
+#include <random>
+#include <set>
+#include <span>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -12,13 +18,20 @@ class HandoverTest : public testing::Test
 protected:
     static constexpr uint32_t kSize = 64;
 
-    void Begin(size_t count, uint32_t size = kSize)
+    void Begin(size_t count, size_t size = kSize, size_t transferSize = kSize)
     {
-        U3V_ImageHandover::Buffers buffers;
-        for (size_t i = 0; i < count; ++i) {
-            buffers.push_back(std::make_shared<U3V_Buffer>(size));
-        }
-        token = handover.Begin(std::move(buffers));
+        U3V_BlockSource source(nullptr);
+        cycle = std::make_shared<U3V_ImageCycle>(source, count, size, transferSize);
+        payload = handover.Begin(cycle);
+    }
+
+    // As the bus does: `bytes` arrive at `offset`.
+    static void Receive(U3V_PayloadInProgress& image, size_t offset, std::span<const uint8_t> bytes)
+    {
+        const std::span<uint8_t> place = image.ReadAt(offset);
+        ASSERT_LE(bytes.size(), place.size());
+        std::copy(bytes.begin(), bytes.end(), place.begin());
+        image.Written(offset, bytes.size());
     }
 
     // An image whose bytes and header all say `id`.
@@ -26,8 +39,15 @@ protected:
     {
         IMAGE_HEADER leader{};
         leader.nBlockId = id;
-        const std::vector<uint8_t> image(kSize, id);
-        handover.Publish(token, image, &leader);
+        PublishBytes(id, &leader);
+    }
+
+    void PublishBytes(uint8_t value, const IMAGE_HEADER* leader)
+    {
+        const std::span<uint8_t> place = payload.ReadAt(0);
+        std::fill(place.begin(), place.end(), value);
+        payload.Written(0, place.size());
+        handover.Publish(cycle, payload, leader);
     }
 
     uint16_t Get(uint32_t timeout = 0)
@@ -36,7 +56,8 @@ protected:
     }
 
     U3V_ImageHandover handover;
-    uint64_t token = 0;
+    std::shared_ptr<U3V_ImageCycle> cycle;
+    U3V_PayloadInProgress payload;
     uint8_t data[kSize] = {};
     IMAGE_HEADER header{};
 };
@@ -147,8 +168,7 @@ TEST_F(HandoverTest, LostLeader_KeepsTheHeaderOfTheBuffersEarlierImage)
     Begin(1);
     Publish(1);
     EXPECT_EQ(Get(), 0);
-    const std::vector<uint8_t> image(kSize, 2);
-    handover.Publish(token, image, nullptr);
+    PublishBytes(2, nullptr);
     EXPECT_EQ(Get(), 0);
     EXPECT_EQ(+header.nBlockId, 1U);
     EXPECT_EQ(data[0], 2);
@@ -159,8 +179,7 @@ TEST_F(HandoverTest, MissingBytes_AreNeverSet)
     Begin(1);
     IMAGE_HEADER leader{};
     leader.nMissingBytes = 77;
-    const std::vector<uint8_t> image(kSize, 2);
-    handover.Publish(token, image, &leader);
+    PublishBytes(2, &leader);
     EXPECT_EQ(Get(), 0);
     EXPECT_EQ(+header.nMissingBytes, 0U);
 }
@@ -190,10 +209,10 @@ TEST_F(HandoverTest, End_DropsReadyImages)
 TEST_F(HandoverTest, LateImageOfAnEndedAcquisition_IsIgnored)
 {
     Begin(2);
-    const uint64_t old = token;
+    const std::shared_ptr<U3V_ImageCycle> old = cycle;
+    U3V_PayloadInProgress late = payload;
     Begin(2);
-    const std::vector<uint8_t> image(kSize, 9);
-    handover.Publish(old, image, nullptr);
+    handover.Publish(old, late, nullptr);
     EXPECT_EQ(Get(), 0xC018);
 }
 
@@ -249,6 +268,143 @@ TEST_F(HandoverTest, EndAndBeginDuringReads_AreSafe)
     }
     done = true;
     reader.join();
+}
+
+// What the hand-over has to look like: one payload block that every image is received into and
+// copied from, into the buffer whose turn it is, which a reader copies out.
+class CopyingModel
+{
+public:
+    CopyingModel(size_t count, size_t size) : m_payload(size), m_buffers(count) {}
+
+    void Receive(size_t offset, std::span<const uint8_t> bytes)
+    {
+        std::copy(bytes.begin(), bytes.end(), m_payload.begin() + static_cast<ptrdiff_t>(offset));
+    }
+    void Publish(const IMAGE_HEADER* header)
+    {
+        auto& [image, kept] = m_buffers[m_front];
+        image = m_payload;
+        kept = header != nullptr ? +header->nBlockId : kept;
+        m_ready.push_back(m_front);
+        m_front = (m_front + 1) % m_buffers.size();
+    }
+    size_t Ready() const { return m_ready.size(); }
+    std::pair<std::vector<uint8_t>, uint64_t> Take()
+    {
+        const size_t taken = m_ready.front();
+        m_ready.pop_front();
+        return m_buffers[taken];
+    }
+
+private:
+    std::vector<uint8_t> m_payload;
+    std::vector<std::pair<std::vector<uint8_t>, uint64_t>> m_buffers;
+    std::deque<size_t> m_ready;
+    size_t m_front = 0;
+};
+
+struct Shape
+{
+    size_t buffers;
+    size_t size;
+    size_t transfer;
+};
+
+class HandoverLikeCopying : public HandoverTest, public testing::WithParamInterface<Shape>
+{
+protected:
+    // Some reads at and beyond where the last one ended, some again, some cut short, some left out.
+    void ReceiveSomething(CopyingModel& model)
+    {
+        const Shape& shape = GetParam();
+        for (size_t offset = 0; offset < shape.size; offset += shape.transfer) {
+            const size_t length = std::min(shape.transfer, shape.size - offset);
+            for (auto tries = random() % 3; tries > 0; --tries) {
+                std::vector<uint8_t> bytes(random() % 2 != 0 ? length : random() % (length + 1));
+                std::generate(bytes.begin(), bytes.end(),
+                              [this] { return static_cast<uint8_t>(random()); });
+                Receive(payload, offset, bytes);
+                model.Receive(offset, bytes);
+            }
+        }
+    }
+
+    void ExpectSameAnswer(CopyingModel& model)
+    {
+        std::vector<uint8_t> image(GetParam().size);
+        if (model.Ready() == 0) {
+            EXPECT_EQ(handover.GetImage(image.data(), image.size(), 0, header), 0xC018);
+            return;
+        }
+        const auto [expected, id] = model.Take();
+        ASSERT_EQ(handover.GetImage(image.data(), image.size(), 0, header), 0);
+        ASSERT_EQ(image, expected);
+        ASSERT_EQ(+header.nBlockId, id);
+    }
+
+    std::mt19937 random{4711};
+};
+
+TEST_P(HandoverLikeCopying, IncompleteRepeatedAndOverwrittenImages_CannotBeToldApart)
+{
+    const Shape& shape = GetParam();
+    Begin(shape.buffers, shape.size, shape.transfer);
+    CopyingModel model(shape.buffers, shape.size);
+    for (uint64_t step = 0; step < 3000 && !HasFatalFailure(); ++step) {
+        if (random() % 2 == 0) {
+            ReceiveSomething(model);
+            IMAGE_HEADER leader{};
+            leader.nBlockId = step;
+            const IMAGE_HEADER* const sent = random() % 4 != 0 ? &leader : nullptr;
+            handover.Publish(cycle, payload, sent);
+            model.Publish(sent);
+        }
+        // In stretches faster or slower than the images come.
+        for (auto reads = random() % (step / 500 % 2 + 2); reads > 0; --reads) {
+            ExpectSameAnswer(model);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, HandoverLikeCopying,
+                         testing::Values(Shape{1, 64, 64}, Shape{1, 100, 16}, Shape{2, 64, 20},
+                                         Shape{3, 1, 1}, Shape{5, 1000, 256}, Shape{8, 77, 100}));
+
+TEST_F(HandoverTest, ImagesLargerThanASegment_AreWholeAgain)
+{
+    constexpr size_t kTransfer = 0x100000;
+    constexpr size_t kImage = 2 * kTransfer + 12345;
+    Begin(2, kImage, kTransfer);
+    std::vector<uint8_t> sent(kImage);
+    for (size_t i = 0; i < kImage; ++i) {
+        sent[i] = static_cast<uint8_t>(i * 7 + i / kTransfer);
+    }
+    for (size_t offset = 0; offset < kImage; offset += kTransfer) {
+        Receive(payload, offset,
+                std::span(sent).subspan(offset, std::min(kTransfer, kImage - offset)));
+    }
+    handover.Publish(cycle, payload, nullptr);
+    std::vector<uint8_t> received(kImage);
+    ASSERT_EQ(handover.GetImage(received.data(), kImage, 0, header), 0);
+    EXPECT_EQ(received, sent);
+    std::vector<uint8_t> part(kTransfer + 5, 0);
+    handover.Publish(cycle, payload, nullptr); // again: nothing of it came
+    ASSERT_EQ(handover.GetImage(part.data(), kTransfer + 1, 0, header), 0xC019);
+    EXPECT_TRUE(std::equal(part.begin(), part.begin() + kTransfer + 1, sent.begin()));
+    EXPECT_EQ(part[kTransfer + 1], 0);
+}
+
+TEST_F(HandoverTest, ReaderThatKeepsUp_SeesTheSameFewBlocks)
+{
+    Begin(16);
+    std::set<const uint8_t*> places;
+    for (uint8_t id = 0; id < 100; ++id) {
+        places.insert(payload.ReadAt(0).data());
+        Publish(id);
+        ASSERT_EQ(Get(), 0);
+    }
+    EXPECT_LE(places.size(), 3U);
 }
 
 } // namespace

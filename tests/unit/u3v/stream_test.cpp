@@ -857,4 +857,97 @@ TEST_F(StreamTest, TransferNeverGivenBack_IsKeptWithItsHandleUntilItCompletes)
     EXPECT_EQ(usb.openHandles.load(), 0);
 }
 
+// What the other cameras of the machine need: four transfers of a megabyte.
+constexpr size_t kReserve = 4 * 0x100000;
+
+class DeviceMemoryTest : public StreamTest
+{
+protected:
+    // Starts with `bytes` of device memory beside the reserve and takes an image.
+    void Stream(size_t bytes, uint32_t buffers = 4)
+    {
+        usb.deviceMemoryLeft = bytes;
+        Open();
+        stream->SetBufferCount(buffers);
+        ASSERT_EQ(stream->AcquisitionStart(kForEver), 0);
+        ASSERT_TRUE(usb.AwaitPending());
+        const libusb_transfer first = usb.LastSubmitted();
+        leaderThere = usb.IsDeviceMemory(first.buffer, static_cast<size_t>(first.length));
+        usb.Complete(LIBUSB_TRANSFER_COMPLETED, Leader(1));
+        ASSERT_TRUE(usb.AwaitDrained());
+        ASSERT_TRUE(usb.AwaitPending());
+        const libusb_transfer payload = usb.LastSubmitted();
+        payloadThere = usb.IsDeviceMemory(payload.buffer, static_cast<size_t>(payload.length));
+        left = usb.deviceMemoryLeft;
+        PlayImage(7);
+        ASSERT_EQ(Get(), 0);
+        EXPECT_EQ(image[0], 7);
+        EXPECT_EQ(image[991], 9);
+        ASSERT_EQ(Stop(), 0);
+        EXPECT_TRUE(usb.deviceMemory.empty());
+        EXPECT_EQ(usb.deviceMemoryLeft, bytes);
+    }
+
+    bool leaderThere = false;
+    bool payloadThere = false;
+    size_t left = 0;
+};
+
+TEST_F(DeviceMemoryTest, Plenty_IsReadIntoAndGivenBackAtTheStop)
+{
+    Stream(64 * 0x100000);
+    EXPECT_TRUE(leaderThere);
+    EXPECT_TRUE(payloadThere);
+}
+
+TEST_F(DeviceMemoryTest, ForThreeImagesOnly_HoweverManyBuffers)
+{
+    Stream(64 * 0x100000, 100);
+    EXPECT_GT(left, 64 * 0x100000 - 0x10000 - 4 * 1000 - 4 * 400);
+}
+
+TEST_F(DeviceMemoryTest, None_OrdinaryMemoryServes)
+{
+    Stream(0);
+    EXPECT_FALSE(leaderThere);
+    EXPECT_FALSE(payloadThere);
+}
+
+TEST_F(DeviceMemoryTest, NotEvenTheReserve_NoneIsTaken)
+{
+    Stream(kReserve - 1);
+    EXPECT_FALSE(leaderThere);
+    EXPECT_EQ(left, kReserve - 1);
+}
+
+TEST_F(DeviceMemoryTest, LittleBesideTheReserve_ReserveStaysFree)
+{
+    Stream(kReserve + 0x10000 + 500);
+    EXPECT_TRUE(leaderThere);
+    EXPECT_FALSE(payloadThere);
+    EXPECT_GE(left, kReserve);
+}
+
+TEST_F(DeviceMemoryTest, SubmitFails_IsGivenBackAtOnce)
+{
+    usb.deviceMemoryLeft = 64 * 0x100000;
+    Open();
+    usb.FailNextSubmit(LIBUSB_ERROR_IO);
+    EXPECT_NE(stream->AcquisitionStart(kForEver), 0);
+    EXPECT_TRUE(usb.deviceMemory.empty());
+}
+
+TEST_F(DeviceMemoryTest, StreamGoesWithoutAStop_IsGivenBackBeforeTheDeviceCloses)
+{
+    usb.deviceMemoryLeft = 64 * 0x100000;
+    Start();
+    ASSERT_TRUE(usb.AwaitPending());
+    usb.transferTimesOutAfter = 1;
+    CaptureStdout();
+    stream.reset();
+    GetCapturedStdout();
+    EXPECT_TRUE(usb.deviceMemory.empty());
+    CloseDevice(); // what is misused by then is found by TearDown
+}
+
 } // namespace

@@ -54,6 +54,7 @@ UsbTest::UsbTest()
 void UsbTest::TearDown()
 {
     EXPECT_FALSE(usb.nullHandleSeen);
+    EXPECT_FALSE(usb.deviceMemoryMisused);
     if (!expectLeftovers) {
         EXPECT_EQ(usb.liveTransfers.load(), 0);
         EXPECT_EQ(usb.liveLists.load(), 0);
