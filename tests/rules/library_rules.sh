@@ -45,6 +45,11 @@ needed()
     dynamic | grep -q 'NEEDED.*\[libusb-1\.0\.so\.0\]' || fail "libusb-1.0.so.0 is not needed by name"
     dynamic | grep -E 'NEEDED' | grep -E '\[[^]]*/' && fail "a needed library is named by path"
     dynamic | grep -E '\((RPATH|RUNPATH)\)' && fail "the library carries a run path"
+    # Weak, or the library would not load where libusb has no device memory.
+    local symbol
+    for symbol in libusb_dev_mem_alloc libusb_dev_mem_free; do
+        nm -D "$library" | grep -q " w $symbol" || fail "$symbol is no weak reference"
+    done
     return 0
 }
 
