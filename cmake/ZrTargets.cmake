@@ -41,8 +41,11 @@ function(zr_share_test_headers name)
         zr_test_options(zr_test_headers)
         target_link_libraries(zr_test_headers PRIVATE GTest::gmock GTest::gtest_main Threads::Threads)
         target_precompile_headers(zr_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+        target_compile_definitions(zr_test_headers PRIVATE _REENTRANT)
     endif()
     target_precompile_headers(${name} REUSE_FROM zr_test_headers)
+    # Some libraries define it for whoever uses them; gcc wants it the same everywhere.
+    target_compile_definitions(${name} PRIVATE _REENTRANT)
 endfunction()
 
 # One GoogleTest program, registered with ctest test by test.
