@@ -67,6 +67,13 @@ sanitizer_options()
     export TSAN_OPTIONS=second_deadlock_stack=1
 }
 
+# The first command of the README, as a newcomer types it; the second is this whole run.
+gate_demo()
+{
+    rm -f "$root/out/demo.png"
+    "$root/tools/demo" && [ -s "$root/out/demo.png" ]
+}
+
 gate_release() { build_and_test release; }
 
 # The source rules say the same in every tree; once is enough.

@@ -174,6 +174,17 @@ quirk_marks()
         xargs -0 -r grep -nE '\bQuirk\b' /dev/null | sed -E 's/Quirk Q[0-9]+[a-z]?: [^ ]//g' | grep -E '\bQuirk\b' | report_from
 }
 
+# What a document links to, or shows, is there.
+links()
+{
+    local document target
+    while IFS= read -r document; do
+        while IFS= read -r target; do
+            [ -e "$(dirname "$document")/${target%%#*}" ] || report "$document: there is no $target"
+        done < <(grep -oE '\]\([^)#: ]+(#[^)]*)?\)|src="[^":]+"' "$document" | sed -E 's/^\]\(//; s/\)$//; s/^src="//; s/"$//')
+    done < <(tree_files | grep -E '\.md$')
+}
+
 # "Suite.Name" in the ledger is a promise: such a test exists.
 quirk_tests()
 {
@@ -201,7 +212,7 @@ report_from()
 }
 
 case "$rule" in
-    includes | words | paths | whitespace | quirks | quirk_marks | quirk_tests) "$rule" ;;
+    includes | words | paths | whitespace | quirks | quirk_marks | quirk_tests | links) "$rule" ;;
     *) echo "unknown rule $rule" >&2; exit 2 ;;
 esac
 offences=$((offences + $(wc -l <"$counter")))
