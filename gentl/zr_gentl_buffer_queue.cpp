@@ -49,7 +49,7 @@ void ZrGenTLBufferQueue::MoveTo(ZR_BUFFER_TYPE_LIST dest, ZR_BUFFER_TYPE_LIST sr
     if (source->empty()) {
         return;
     }
-    ZrGenTLBuffer* const buffer = source->front();
+    ZrGenTLBuffer* const buffer = (*source)[0];
     _getBufferQueue(dest)->push_back(buffer);
     if (pop) {
         source->pop_front(); // of a list moved to itself too: its front goes to its back
@@ -65,7 +65,9 @@ void ZrGenTLBufferQueue::FlushTo(ZR_BUFFER_TYPE_LIST dest, ZR_BUFFER_TYPE_LIST s
     // A copy, because `dest` may be `src`.
     const List entries = *_getBufferQueue(src);
     List* const destination = _getBufferQueue(dest);
-    destination->insert(destination->end(), entries.begin(), entries.end());
+    for (size_t i = 0; i < entries.size(); ++i) {
+        destination->push_back(entries[i]);
+    }
     if (clear) {
         _getBufferQueue(src)->clear();
     }
@@ -75,15 +77,17 @@ template <class Predicate>
 ZrGenTLBuffer* ZrGenTLBufferQueue::_find(ZR_BUFFER_TYPE_LIST list, bool remove, Predicate matches)
 {
     List* const entries = _getBufferQueue(list);
-    const auto found = std::find_if(entries->begin(), entries->end(), matches);
-    if (found == entries->end()) {
-        return nullptr;
+    for (size_t i = 0; i < entries->size(); ++i) {
+        ZrGenTLBuffer* const buffer = (*entries)[i];
+        if (!matches(buffer)) {
+            continue;
+        }
+        if (remove) {
+            entries->erase(i);
+        }
+        return buffer;
     }
-    ZrGenTLBuffer* const buffer = *found;
-    if (remove) {
-        entries->erase(found);
-    }
-    return buffer;
+    return nullptr;
 }
 
 ZrGenTLBuffer* ZrGenTLBufferQueue::FindByBuffer(ZR_BUFFER_TYPE_LIST list, const void* base,
@@ -118,10 +122,11 @@ ZrGenTLBuffer* ZrGenTLBufferQueue::FindByIndex(ZR_BUFFER_TYPE_LIST list, uint32_
     if (index >= entries->size()) {
         return nullptr;
     }
-    const auto position = entries->begin() + static_cast<List::difference_type>(index);
-    ZrGenTLBuffer* const buffer = *position;
-    if (remove) {
-        entries->erase(position);
+    ZrGenTLBuffer* const buffer = (*entries)[index];
+    if (remove && index == 0) {
+        entries->pop_front(); // the way of every image
+    } else if (remove) {
+        entries->erase(index);
     }
     return buffer;
 }
@@ -142,9 +147,10 @@ uint32_t ZrGenTLBufferQueue::GetBiggestSize(ZR_BUFFER_TYPE_LIST list)
     }
     Locker lock(m_mutex);
     uint32_t biggest = 0;
-    for (ZrGenTLBuffer* const buffer : *_getBufferQueue(list)) {
+    const List& entries = *_getBufferQueue(list);
+    for (size_t i = 0; i < entries.size(); ++i) {
         // Quirk Q20: each size counts with its low 32 bits.
-        biggest = std::max(biggest, static_cast<uint32_t>(buffer->GetSize()));
+        biggest = std::max(biggest, static_cast<uint32_t>(entries[i]->GetSize()));
     }
     return biggest;
 }
@@ -159,10 +165,12 @@ void ZrGenTLBufferQueue::Clear(ZR_BUFFER_TYPE_LIST list, bool deleteBuffers)
         Locker lock(m_mutex);
         List* const entries = _getBufferQueue(list);
         if (deleteBuffers) {
-            doomed.insert(entries->begin(), entries->end());
+            for (size_t i = 0; i < entries->size(); ++i) {
+                doomed.insert((*entries)[i]);
+            }
             // No list keeps the address of a freed buffer.
             for (List* const other : {&m_input, &m_output, &m_announced}) {
-                std::erase_if(*other, [&](ZrGenTLBuffer* entry) { return doomed.contains(entry); });
+                other->erase_if([&](ZrGenTLBuffer* entry) { return doomed.contains(entry); });
             }
         }
         entries->clear();
@@ -202,7 +210,7 @@ bool ZrGenTLBufferQueue::PopFrontIf(ZR_BUFFER_TYPE_LIST list, const ZrGenTLBuffe
     Locker lock(m_mutex);
     List* const entries = _getBufferQueue(list);
     // Looked at without a lock in between: a flush or a revoke may have changed the front since.
-    if (entries->empty() || entries->front() != buffer) {
+    if (entries->empty() || (*entries)[0] != buffer) {
         return false;
     }
     entries->pop_front();
@@ -215,5 +223,5 @@ std::deque<ZrGenTLBuffer*> ZrGenTLBufferQueue::Copy(ZR_BUFFER_TYPE_LIST list)
         return {};
     }
     Locker lock(m_mutex);
-    return *_getBufferQueue(list);
+    return _getBufferQueue(list)->Copy<std::deque<ZrGenTLBuffer*>>();
 }

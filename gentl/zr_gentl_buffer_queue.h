@@ -5,6 +5,7 @@
 #include <deque>
 
 #include "zr_gentl_buffer.h"
+#include "zr_gentl_ring.h"
 #include "zr_sync.h"
 
 // The lists of a data stream's buffers; any other value selects no list.
@@ -53,7 +54,7 @@ public:
     std::deque<ZrGenTLBuffer*> Copy(ZR_BUFFER_TYPE_LIST list);
 
 private:
-    using List = std::deque<ZrGenTLBuffer*>;
+    using List = ZrGenTLRing<ZrGenTLBuffer*>;
     static bool _isValid(ZR_BUFFER_TYPE_LIST list) { return list <= ZR_BUFFER_LIST_ANNOUNCED; }
     List* _getBufferQueue(ZR_BUFFER_TYPE_LIST list) ZR_REQUIRES(m_mutex);
     // The first entry that `matches`, taken out when `remove` is true; NULL when there is none.

@@ -1,5 +1,6 @@
 #include "zr_gentl_controller.h"
 
+#include <array>
 #include <cstring>
 
 namespace {
@@ -200,8 +201,22 @@ ZrGenTLPinned<ZrGenTLEvent> ZrGenTLController::PinEvent(void* hEvent)
     if (hEvent == nullptr) {
         return {};
     }
-    // No registry lock while a module is asked; one that left meanwhile is passed over.
-    for (void* const handle : m_registry.GetHandles()) {
+    // Consumers do this for every image. A System, its interface and cameras with three modules
+    // each fit into the array; for more of them the list is allocated.
+    std::array<void*, 32> few{};
+    const size_t count = m_registry.GetHandles(few);
+    if (count <= few.size()) {
+        return _pinEventOf(std::span(few).first(count), hEvent);
+    }
+    const std::vector<void*> all = m_registry.GetHandles();
+    return _pinEventOf(all, hEvent);
+}
+
+// No registry lock while a module is asked; one that left meanwhile is passed over.
+ZrGenTLPinned<ZrGenTLEvent> ZrGenTLController::_pinEventOf(std::span<void* const> modules,
+                                                           void* hEvent)
+{
+    for (void* const handle : modules) {
         const auto module = m_registry.PinByHandle(handle);
         if (!module) {
             continue;
@@ -240,7 +255,7 @@ GC_ERROR ZrGenTLController::GetLastError(int* piErrorCode, char* sErrText, size_
 }
 
 // A linear search of two dozen entries, on the failure path only.
-std::string ZrGenTLController::_getErrorTxt(int code)
+std::string_view ZrGenTLController::_getErrorTxt(int code)
 {
     for (const ErrorText& entry : kErrorTexts) {
         if (entry.code == code) {

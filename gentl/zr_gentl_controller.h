@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
+#include <string_view>
 
 #include "zr_gentl_error_container.h"
 #include "zr_gentl_module_container.h"
@@ -64,12 +66,13 @@ public:
     GC_ERROR GetLastError(int* piErrorCode, char* sErrText, size_t* piSize);
 
     // The name of a status code; empty for a code without one.
-    static std::string _getErrorTxt(int code);
+    static std::string_view _getErrorTxt(int code);
 
 private:
     template <class Call>
     GC_ERROR _onPort(void* h, Call&& call);
     ZrGenTLModuleBase* _getModule(void* h, const char* name);
+    ZrGenTLPinned<ZrGenTLEvent> _pinEventOf(std::span<void* const> modules, void* hEvent);
 
     ZrGenTLModuleContainer m_registry;
     ZrGenTLErrorContainer m_errors;

@@ -5,6 +5,13 @@
 
 #include <zr_u3v_tl/gentl.h>
 
+namespace {
+
+// Room for the text of any code: a later failure of the same thread allocates nothing.
+constexpr size_t kLongestText = 32;
+
+} // namespace
+
 // Behind a pointer each, so that a record stays where it is while the list grows.
 struct ZrGenTLErrorContainer::Record
 {
@@ -16,7 +23,7 @@ struct ZrGenTLErrorContainer::Record
 ZrGenTLErrorContainer::ZrGenTLErrorContainer() = default;
 ZrGenTLErrorContainer::~ZrGenTLErrorContainer() = default;
 
-void ZrGenTLErrorContainer::SetError(int code, const std::string& text)
+void ZrGenTLErrorContainer::SetError(int code, std::string_view text)
 {
     const int tid = gettid();
     // Quirk Q14: the kernel gives an ended thread's id out again, and with it its record.
@@ -29,7 +36,9 @@ void ZrGenTLErrorContainer::SetError(int code, const std::string& text)
         }
     }
     // Built outside the lock: allocating may be slow, and no other thread makes this one's record.
-    auto record = std::make_unique<Record>(Record{tid, code, text});
+    auto record = std::make_unique<Record>(Record{tid, code, {}});
+    record->text.reserve(kLongestText);
+    record->text = text;
     Locker lock(m_mutex);
     m_records.push_back(std::move(record));
 }

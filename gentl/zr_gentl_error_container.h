@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "zr_sync.h"
@@ -19,7 +20,7 @@ public:
     ZrGenTLErrorContainer(const ZrGenTLErrorContainer&) = delete;
     ZrGenTLErrorContainer& operator=(const ZrGenTLErrorContainer&) = delete;
 
-    void SetError(int code, const std::string& text);
+    void SetError(int code, std::string_view text);
     // Code 0 and "No Error" for a thread that never failed.
     void GetError(int* code, std::string& text);
     // Forgets everything and gives the memory back: for the unloading of the library.

@@ -1,20 +1,9 @@
 #include "zr_gentl_event_data_queue.h"
 
-#include <algorithm>
-
-namespace {
-
-constexpr size_t kFirstRoom = 16; // entries
-
-} // namespace
-
 void ZrGenTLEventDataQueue::Reserve()
 {
     Locker lock(m_mutex);
-    if (m_entries.size() == m_entries.capacity()) {
-        // Doubled: one entry more at a time would copy all of them each time.
-        m_entries.reserve(std::max(kFirstRoom, 2 * m_entries.size()));
-    }
+    m_entries.Reserve();
 }
 
 void ZrGenTLEventDataQueue::Add(void* entry)
@@ -30,9 +19,9 @@ void* ZrGenTLEventDataQueue::GetFront(bool pop)
         // An entry may be NULL as well; GetSize tells the two apart.
         return nullptr;
     }
-    void* const entry = m_entries.front();
+    void* const entry = m_entries[0];
     if (pop) {
-        m_entries.erase(m_entries.begin());
+        m_entries.pop_front();
     }
     return entry;
 }
@@ -53,11 +42,11 @@ void ZrGenTLEventDataQueue::Clear()
 std::vector<void*> ZrGenTLEventDataQueue::Copy()
 {
     Locker lock(m_mutex);
-    return m_entries;
+    return m_entries.Copy<std::vector<void*>>();
 }
 
 void ZrGenTLEventDataQueue::Remove(void* entry)
 {
     Locker lock(m_mutex);
-    std::erase(m_entries, entry);
+    m_entries.erase_if([entry](const void* other) { return other == entry; });
 }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "zr_gentl_ring.h"
 #include "zr_sync.h"
 
 // The unbounded queue of untyped entries behind an event. Every operation is atomic; GetMutex lets
@@ -27,7 +28,5 @@ public:
 
 private:
     RecursiveMutex m_mutex;
-    // The front first. An event has few entries waiting, and they come and go without memory being
-    // taken: a deque would take and give back a block every few dozen.
-    std::vector<void*> m_entries ZR_GUARDED_BY(m_mutex);
+    ZrGenTLRing<void*> m_entries ZR_GUARDED_BY(m_mutex);
 };

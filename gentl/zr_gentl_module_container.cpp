@@ -134,3 +134,10 @@ std::vector<void*> ZrGenTLModuleContainer::GetHandles()
     Locker lock(m_mutex);
     return {m_modules.begin(), m_modules.end()};
 }
+
+size_t ZrGenTLModuleContainer::GetHandles(std::span<void*> handles)
+{
+    Locker lock(m_mutex);
+    std::copy_n(m_modules.begin(), std::min(m_modules.size(), handles.size()), handles.begin());
+    return m_modules.size();
+}

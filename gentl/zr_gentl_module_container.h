@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "zr_gentl_module_base.h"
@@ -40,6 +41,8 @@ public:
     // The addresses of all entries, in order: for a walk that asks each one through PinByHandle and
     // so misses none when others leave meanwhile.
     std::vector<void*> GetHandles();
+    // The same into `handles`, as many as fit; returns how many there are.
+    size_t GetHandles(std::span<void*> handles);
 
 private:
     // The first entry that `matches`, taken out when `remove` is true; NULL when there is none.

@@ -59,11 +59,18 @@ int HexValue(char digit)
 
 } // namespace
 
-GC_ERROR ZrGenTLUtil::CopyInfoString(const std::string& value, int* piType, void* pBuffer,
+// The terminating zero counts and is copied, whether or not one follows the characters.
+GC_ERROR ZrGenTLUtil::CopyInfoString(std::string_view value, int* piType, void* pBuffer,
                                      size_t* piSize)
 {
-    return CopyInfoBytes(INFO_DATATYPE_STRING, value.c_str(), value.size() + 1, piType, pBuffer,
-                         piSize);
+    const size_t capacity = piSize != nullptr ? *piSize : 0;
+    const GC_ERROR status =
+        CopyInfoBytes(INFO_DATATYPE_STRING, nullptr, value.size() + 1, piType, pBuffer, piSize);
+    if (status == GC_ERR_SUCCESS && pBuffer != nullptr && capacity > value.size()) {
+        auto* const text = static_cast<char*>(pBuffer);
+        text[value.copy(text, value.size())] = '\0';
+    }
+    return status;
 }
 
 GC_ERROR ZrGenTLUtil::CopyInfoInt16(int16_t value, int* piType, void* pBuffer, size_t* piSize)

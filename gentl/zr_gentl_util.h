@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include <zr_u3v_tl/gentl.h>
 
@@ -14,7 +15,7 @@ public:
     // Each hands `value` out with its INFO_DATATYPE code. `piType` may be NULL; a NULL `pBuffer` is
     // a size query. Returns GC_ERR_INVALID_PARAMETER (NULL piSize), GC_ERR_BUFFER_TOO_SMALL (buffer
     // untouched, required size written) or success.
-    static GC_ERROR CopyInfoString(const std::string& value, int* piType, void* pBuffer,
+    static GC_ERROR CopyInfoString(std::string_view value, int* piType, void* pBuffer,
                                    size_t* piSize);
     static GC_ERROR CopyInfoInt16(int16_t value, int* piType, void* pBuffer, size_t* piSize);
     static GC_ERROR CopyInfoUint16(uint16_t value, int* piType, void* pBuffer, size_t* piSize);

@@ -1,7 +1,7 @@
 #pragma once
 
-// The trace of the GenTL layer. A line is formatted and then dropped: the routine is the hook where
-// a build can route the lines, and the library stays silent.
+// The trace of the GenTL layer. Its lines are dropped: the routine is the hook where a build can
+// route them, and the library stays silent.
 
 // Levels of TraceA; any other value is tagged "[unknow]".
 enum ZrTraceLevel : unsigned
@@ -12,8 +12,9 @@ enum ZrTraceLevel : unsigned
     ZR_TRACE_DEBUG = 32,
 };
 
-// Formats a line of at most 1023 characters on the stack and discards it. Allocates nothing and is
-// re-entrant; only a failure of the formatting itself is reported, to the system log.
+// Formats a line of at most 1023 characters on the stack and discards it; without a hook a line
+// that is sure to be formattable is not even made. Allocates nothing and is re-entrant; only a
+// failure of the formatting itself is reported, to the system log.
 void TraceA(unsigned level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 // Sees every line before it is dropped: `line` is the whole line, `message` the caller's part of

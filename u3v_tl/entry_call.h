@@ -96,7 +96,7 @@ public:
             return _notInitialized();
         }
         ZrGenTLPinned<ZrGenTLEvent> event;
-        // The search allocates too.
+        // Among very many modules the search allocates.
         const GC_ERROR searched = _guard([&] {
             event = g_Controller.PinEvent(handle);
             return GC_ERR_SUCCESS;

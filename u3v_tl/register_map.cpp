@@ -29,7 +29,7 @@ GC_ERROR ZrRegisterDocument::Read(void* buffer, const size_t* size) const
     return GC_ERR_SUCCESS;
 }
 
-GC_ERROR ReadRegister(const std::string& value, void* buffer, size_t* size)
+GC_ERROR ReadRegister(std::string_view value, void* buffer, size_t* size)
 {
     return ZrGenTLUtil::CopyInfoString(value, nullptr, buffer, size);
 }

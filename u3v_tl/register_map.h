@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include <zr_u3v_tl/gentl.h>
 
@@ -81,7 +82,7 @@ private:
 };
 
 // Hands a register's value out by the information-copy rule, without a type.
-GC_ERROR ReadRegister(const std::string& value, void* buffer, size_t* size);
+GC_ERROR ReadRegister(std::string_view value, void* buffer, size_t* size);
 GC_ERROR ReadRegister(uint32_t value, void* buffer, size_t* size);
 GC_ERROR ReadRegister(uint64_t value, void* buffer, size_t* size);
 

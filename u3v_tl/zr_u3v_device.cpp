@@ -298,7 +298,10 @@ GC_ERROR ZrU3VDevice::ReadPort(uint64_t address, void* buffer, size_t* size)
     }
     case DeviceRegister::kStreamID: return ReadRegister(_selectedStreamId(), buffer, size);
     case DeviceRegister::kNrStreams: return ReadRegister(m_streams.GetCount(), buffer, size);
-    case DeviceRegister::kUpdateXMLFile: return ReadRegister(_xmlFilePath(), buffer, size);
+    case DeviceRegister::kUpdateXMLFile: {
+        Locker<RecursiveMutex> lock(m_mutex);
+        return ReadRegister(_xmlFilePath(), buffer, size);
+    }
     case DeviceRegister::kUpdateXML: return ReadRegister(uint32_t{0}, buffer, size);
     default: return GC_ERR_NOT_IMPLEMENTED;
     }
@@ -317,10 +320,9 @@ std::string ZrU3VDevice::_selectedStreamId()
 }
 
 // Up to the first zero; a path that fills the register has none.
-std::string ZrU3VDevice::_xmlFilePath()
+std::string_view ZrU3VDevice::_xmlFilePath()
 {
-    Locker<RecursiveMutex> lock(m_mutex);
-    return std::string(m_xmlFilePath, strnlen(m_xmlFilePath, sizeof(m_xmlFilePath)));
+    return {m_xmlFilePath, strnlen(m_xmlFilePath, sizeof(m_xmlFilePath))};
 }
 
 // Quirk Q44: no terminator is added, and what was behind a shorter path stays. The register's 512
@@ -345,7 +347,12 @@ GC_ERROR ZrU3VDevice::WritePort(uint64_t address, const void* buffer, size_t* si
     case DeviceRegister::kUpdateXMLFile: _storeXmlFilePath(buffer, *size); return GC_ERR_SUCCESS;
     case DeviceRegister::kUpdateXML:
         if (ZrU3VRemoteDevice* remoteDevice = _remoteDevice()) {
-            remoteDevice->InjectXMLFromFile(_xmlFilePath().c_str());
+            std::string path;
+            {
+                Locker<RecursiveMutex> lock(m_mutex);
+                path = _xmlFilePath();
+            }
+            remoteDevice->InjectXMLFromFile(path.c_str());
         }
         return GC_ERR_SUCCESS;
     default: return GC_ERR_NOT_IMPLEMENTED;

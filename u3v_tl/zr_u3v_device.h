@@ -65,7 +65,7 @@ private:
                 std::unique_ptr<ZrU3VDataStream> stream);
     void _closeStreams();
     std::string _selectedStreamId();
-    std::string _xmlFilePath();
+    std::string_view _xmlFilePath() ZR_REQUIRES(m_mutex);
     void _storeXmlFilePath(const void* buffer, size_t size);
 
     bool m_bOpen ZR_GUARDED_BY(m_mutex) = false;

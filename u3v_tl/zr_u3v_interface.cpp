@@ -364,9 +364,10 @@ GC_ERROR ZrU3VInterface::ReadPort(uint64_t address, void* buffer, size_t* size)
         return ReadRegister(uint32_t{m_updateInProgress}, buffer, size);
     case InterfaceRegister::kDeviceSelector: return ReadRegister(m_deviceSelector, buffer, size);
     case InterfaceRegister::kDeviceAccessStatus: {
-        _ZR_U3V_DEVICE_INFO selected; // status 0 when the selector is out of range
-        _findDeviceInfoByIndex(m_deviceSelector, selected);
-        return ReadRegister(static_cast<uint32_t>(selected.accessStatus), buffer, size);
+        // Status 0 when the selector is out of range.
+        const bool exists = m_deviceSelector < m_deviceList.size();
+        const int32_t status = exists ? m_deviceList[m_deviceSelector].accessStatus : 0;
+        return ReadRegister(static_cast<uint32_t>(status), buffer, size);
     }
     case InterfaceRegister::kNrDevices:
         return ReadRegister(static_cast<uint32_t>(m_deviceList.size()), buffer, size);
@@ -378,12 +379,10 @@ GC_ERROR ZrU3VInterface::ReadPort(uint64_t address, void* buffer, size_t* size)
 GC_ERROR ZrU3VInterface::_readSelected(std::string _ZR_U3V_DEVICE_INFO::*field, void* buffer,
                                        size_t* size)
 {
-    _ZR_U3V_DEVICE_INFO selected;
-    {
-        Locker<RecursiveMutex> lock(m_mutex);
-        _findDeviceInfoByIndex(m_deviceSelector, selected);
-    }
-    return ReadRegister(selected.*field, buffer, size);
+    Locker<RecursiveMutex> lock(m_mutex);
+    const bool exists = m_deviceSelector < m_deviceList.size();
+    return ReadRegister(exists ? std::string_view(m_deviceList[m_deviceSelector].*field) : "",
+                        buffer, size);
 }
 
 GC_ERROR ZrU3VInterface::WritePort(uint64_t address, const void* buffer, size_t* size)

@@ -172,11 +172,6 @@ GC_ERROR ZrU3VRemoteDevice::_closeHandles()
     return Widen(status);
 }
 
-_ZR_U3V_DEVICE_INFO ZrU3VRemoteDevice::GetDeviceInfo()
-{
-    return m_deviceInfo;
-}
-
 GC_ERROR ZrU3VRemoteDevice::ReadPort(uint64_t address, void* buffer, size_t* size)
 {
     if (buffer == nullptr || size == nullptr) {

@@ -103,6 +103,27 @@ TEST_F(TraceTest, TraceA_FormattingFails_TellsTheSystemLogOnce)
     EXPECT_TRUE(g_traced.empty());
 }
 
+// The one thing that a host hears of must not depend on whether anybody reads the lines.
+TEST_F(TraceTest, TraceA_WithoutHook_StillTellsOfAFailure)
+{
+    SetTraceHook(nullptr);
+    const wchar_t invalid[] = {static_cast<wchar_t>(0x7FFFFFFF), 0};
+    TraceA(ZR_TRACE_ERROR, "%s %ls", "x", invalid);
+    EXPECT_EQ(TakeSyslogMessages().size(), 1u);
+}
+
+TEST_F(TraceTest, TraceA_WithoutHook_TakesEveryKindOfArgument)
+{
+    SetTraceHook(nullptr);
+    const char* volatile none = nullptr;
+    TraceA(ZR_TRACE_ERROR, "%s %d %u 0x%X %08x %llu %llx %s", "f", -1, 2u, 3u, 4u, 5ull, 6ull,
+           "end");
+    TraceA(ZR_TRACE_ERROR, "%s", none);
+    TraceA(ZR_TRACE_ERROR, "100%%");
+    TraceA(ZR_TRACE_ERROR, "%c %5.2f %zu", 'c', 1.5, sizeof(int));
+    EXPECT_THAT(TakeSyslogMessages(), testing::IsEmpty());
+}
+
 TEST_F(TraceTest, TraceA_WithoutHook_IsSilent)
 {
     SetTraceHook(nullptr);
