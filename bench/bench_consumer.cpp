@@ -1,5 +1,7 @@
 #include "bench_consumer.h"
 
+#include <algorithm>
+
 #include "bench_time.h"
 
 namespace bench {
@@ -30,10 +32,14 @@ Library::Library(size_t cameras)
     Need(TLGetInterfaceID(m_system, 0, id, &size), "TLGetInterfaceID");
     const auto before = Threads();
     Need(TLOpenInterface(m_system, id, &m_interface), "TLOpenInterface");
-    for (const pid_t thread : Threads()) {
-        m_worker = before.contains(thread) ? m_worker : thread;
-    }
     _find(cameras);
+    // libusb may have started a thread as well, which sleeps.
+    int64_t most = 0;
+    for (const pid_t thread : Threads()) {
+        const int64_t cpu = before.contains(thread) ? 0 : ThreadCpuNs(thread);
+        m_worker = cpu > most ? thread : m_worker;
+        most = std::max(most, cpu);
+    }
 }
 
 Library::~Library()

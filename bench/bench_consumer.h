@@ -54,6 +54,7 @@ public:
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
 
+    DEV_HANDLE Device() const { return m_device; }
     PORT_HANDLE Port() const { return m_port; }
     DS_HANDLE Stream() const { return m_stream; }
     void Read(uint64_t address, void* data, size_t size) const;
@@ -87,6 +88,7 @@ public:
     // Waits for an image and queues its buffer again.
     void Turn() const;
     BUFFER_HANDLE Next() const;
+    BUFFER_HANDLE First() const { return m_buffers.front(); }
     void Queue(BUFFER_HANDLE buffer) const;
 
 private:

@@ -118,6 +118,14 @@ public:
             Turn();
         }
     }
+    // Images without triggers, for the stop waits for the transfer in flight.
+    ~Delivery()
+    {
+        m_camera.WaitForTriggers(false);
+        m_images.Stop();
+    }
+    Delivery(const Delivery&) = delete;
+    Delivery& operator=(const Delivery&) = delete;
 
     void Turn()
     {

@@ -30,8 +30,10 @@ struct Figure
 };
 
 constexpr Figure kFigures[] = {
-    {"delivery", MeasureDelivery},
-    {"several", MeasureSeveralCameras},
+    {"delivery", MeasureDelivery}, {"several", MeasureSeveralCameras},
+    {"handover", MeasureHandover}, {"control", MeasureControl},
+    {"calls", MeasureCalls},       {"memory", MeasureMemory},
+    {"idle", MeasureIdle},         {"life", MeasureLife},
 };
 
 bool Parse(int count, char** arguments, Options& options)

@@ -19,7 +19,7 @@ struct Row
     std::string figure;
     double value = 0;
     std::string unit;
-    std::string against; // empty: compared with nothing
+    std::string against = {}; // empty: compared with nothing
     double reference = 0;
     Goal goal = Goal::None;
     double limit = 0;

@@ -65,7 +65,7 @@ may_include_public()
 may_include_foreign()
 {
     case "$2" in
-        libusb*) [[ $1 == u3v || $1 == virtual_camera ]] ;;
+        libusb*) [[ $1 == u3v || $1 == virtual_camera || $1 == bench ]] ;;
         miniz*) [[ $1 == u3v || $1 == virtual_camera ]] ;;
         png*) [[ $1 == demo || $1 == zr_u3v_tool ]] ;;
         nlohmann/*) [[ $1 == zr_u3v_tool || $1 == bench ]] ;;

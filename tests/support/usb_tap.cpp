@@ -3,8 +3,12 @@
 #include <atomic>
 #include <cstdlib>
 #include <dlfcn.h>
-#include <libusb.h>
 #include <time.h>
+
+// Defined here for the library as well, so these have to be seen from outside.
+#pragma GCC visibility push(default)
+#include <libusb.h>
+#pragma GCC visibility pop
 
 #include "allocation_count.h"
 
@@ -73,6 +77,16 @@ int LIBUSB_CALL libusb_submit_transfer(libusb_transfer* transfer)
     }
     const allocation_count::Uncounted bus;
     return next(transfer);
+}
+
+// Only discovery asks for the devices, on a thread of its own that may still be at it, on a busy
+// machine, when the update has long been answered. It is not counted from here on.
+ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* context, libusb_device*** list)
+{
+    static auto* const next = Next<decltype(libusb_get_device_list)>(__func__);
+    static thread_local const allocation_count::Uncounted discovery;
+    static_cast<void>(discovery);
+    return next(context, list);
 }
 
 int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint,

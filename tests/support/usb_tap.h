@@ -4,8 +4,9 @@
 
 // Stands between the library and libusb's calls of the steady state (bulk transfers, submission,
 // event handling), by symbol: a program that links this answers them and passes them on. The USB
-// stack's own allocations do not count then, and completions can be timed. For the virtual bus,
-// where all asynchronous transfers are the library's.
+// stack's own allocations do not count then, nor those of the thread that looks for devices, and
+// completions can be timed. For the virtual bus, where all asynchronous transfers are the
+// library's.
 namespace usb_tap {
 
 // From now on the time of each completion of exactly so many bytes is kept.

@@ -152,6 +152,8 @@ constexpr Option kOptions[] = {
     {{"drop", "1: images that find no room are lost; 0: the camera waits"}, SetFlag<&Config::drop>},
     {{"depth", "images that the camera itself can keep"}, SetNumber<&Config::depth, 1, 1000>},
     {{"zip", "1: the description file is zipped"}, SetFlag<&Config::zip>},
+    {{"description-size", "the description file is padded to so many bytes"},
+     SetNumber<&Config::descriptionSize, 0, 1U << 24>},
     {{"strict", "1: a read command must carry length 12"}, SetFlag<&Config::strict>},
     {{"events", "1: with an event interface"}, SetFlag<&Config::events>},
     {{"high-speed", "1: a USB 2.0 camera"}, SetFlag<&Config::highSpeed>},

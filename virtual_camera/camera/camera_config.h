@@ -43,6 +43,7 @@ struct CameraConfig
 
     // Protocol.
     bool zip = false;
+    std::uint32_t descriptionSize = 0; // the description file is at least so long
     bool strict = false;           // a read command's length field must be 12
     bool events = false;           // an event interface between control and stream
     bool highSpeed = false;        // USB 2.0 packets of 512 bytes

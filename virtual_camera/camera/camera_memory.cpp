@@ -124,7 +124,8 @@ void CameraMemory::_AddStream(const CameraConfig& config)
 
 void CameraMemory::_AddManifest(const CameraConfig& config, const FaultPlan& faults)
 {
-    const std::string text = DescriptionXml(config);
+    std::string text = DescriptionXml(config);
+    text.resize(std::max<std::size_t>(text.size(), config.descriptionSize), '\n');
     std::vector<std::uint8_t> file(text.begin(), text.end());
     if (config.zip) {
         file = ZipArchive(DescriptionName(config), file);

@@ -1,0 +1,187 @@
+// zr_bench_vm CAMERA_PROGRAM JSON_FILE SECONDS: the library over the real libusb and the kernel's
+// USB stack against a bare reader of the same stream. Runs inside the emulated machine (tools/bench
+// --vm).
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <memory>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "bench_consumer.h"
+#include "bench_report.h"
+#include "bench_time.h"
+#include "bench_usb.h"
+
+namespace {
+
+using namespace bench;
+
+constexpr size_t kBuffers = 4;
+constexpr int kRounds = 3;
+constexpr int kPatience = 300; // tenths of a second until the kernel has the camera
+
+double g_seconds = 0; // of one measurement
+
+// Whether device memory is to be had: with it refused the library takes ordinary memory.
+std::atomic<bool> g_deviceMemory{true};
+
+// The camera program, plugged in as long as this lives.
+class PluggedCamera
+{
+public:
+    PluggedCamera(const char* program, const std::string& size)
+    {
+        m_child = fork();
+        if (m_child == 0) {
+            execl(program, program, "--attach", "--quiet", "--pattern", "still", "--size",
+                  size.c_str(), nullptr);
+            _exit(127);
+        }
+        for (int i = 0; !_isThere(); ++i) {
+            if (i == kPatience) {
+                throw Failure("the camera does not come up");
+            }
+            usleep(100000);
+        }
+    }
+    ~PluggedCamera()
+    {
+        kill(m_child, SIGINT);
+        waitpid(m_child, nullptr, 0);
+        sleep(1);
+    }
+    PluggedCamera(const PluggedCamera&) = delete;
+    PluggedCamera& operator=(const PluggedCamera&) = delete;
+
+private:
+    static bool _isThere()
+    {
+        try {
+            const UsbCamera camera(0);
+            return true;
+        } catch (const Failure&) {
+            return false;
+        }
+    }
+
+    pid_t m_child;
+};
+
+// What one way of reading came to, round by round.
+struct Figures
+{
+    std::vector<double> imagesPerSecond;
+    std::vector<double> cpuPerGigabyte;
+
+    template <class Read>
+    void Measure(size_t payload, pid_t excluded, Read&& read)
+    {
+        for (size_t i = 0; i < 2 * kBuffers; ++i) {
+            read();
+        }
+        const Stopwatch watch(excluded);
+        uint64_t images = 0;
+        do {
+            read();
+            ++images;
+        } while (watch.Seconds() < g_seconds);
+        const double count = static_cast<double>(images);
+        imagesPerSecond.push_back(count / watch.Seconds());
+        cpuPerGigabyte.push_back(watch.CpuSeconds() / (count * static_cast<double>(payload) / 1e9));
+    }
+};
+
+void MeasureBare(Figures& figures, bool deviceMemory)
+{
+    UsbCamera camera(0);
+    camera.Start();
+    std::vector<uint8_t> ordinary(deviceMemory ? 0 : camera.Payload());
+    uint8_t* device = nullptr;
+    if (deviceMemory) {
+        device = libusb_dev_mem_alloc(camera.Handle(), camera.Payload());
+        if (device == nullptr) {
+            throw Failure("no device memory");
+        }
+    }
+    uint8_t* const memory = deviceMemory ? device : ordinary.data();
+    figures.Measure(camera.Payload(), 0, [&] { camera.ReadImage(memory); });
+    camera.Stop();
+    if (device != nullptr) {
+        libusb_dev_mem_free(camera.Handle(), device, camera.Payload());
+    }
+}
+
+void MeasureLibrary(Figures& figures, bool deviceMemory)
+{
+    g_deviceMemory = deviceMemory;
+    const Library library(1);
+    const Camera camera(library);
+    const Images images(camera, kBuffers);
+    images.Start();
+    figures.Measure(camera.Payload(), library.Worker(), [&] { images.Turn(); });
+    images.Stop();
+    g_deviceMemory = true;
+}
+
+void MeasureSize(Report& report, const char* program, const std::string& size)
+{
+    const PluggedCamera plugged(program, size);
+    Figures library[2];
+    Figures bare[2];
+    for (int round = 0; round < kRounds; ++round) {
+        for (const bool deviceMemory : {false, true}) {
+            MeasureBare(bare[deviceMemory], deviceMemory);
+            MeasureLibrary(library[deviceMemory], deviceMemory);
+        }
+    }
+    for (const bool deviceMemory : {false, true}) {
+        const std::string memory = deviceMemory ? "device memory" : "ordinary memory";
+        const std::string what = size + ", " + memory;
+        const Figures& own = library[deviceMemory];
+        const Figures& other = bare[deviceMemory];
+        report.Add({"kernel stack, images " + what, Median(own.imagesPerSecond), "/s",
+                    "bare reader, " + memory, Median(other.imagesPerSecond), Row::Goal::AtLeast,
+                    0.95});
+        report.Add({"kernel stack, CPU per GB " + what, Median(own.cpuPerGigabyte), "s",
+                    "bare reader, " + memory, Median(other.cpuPerGigabyte), Row::Goal::AtMost,
+                    1.25});
+    }
+}
+
+} // namespace
+
+// In front of libusb's own, for the library as well.
+extern "C" __attribute__((visibility("default"))) unsigned char*
+libusb_dev_mem_alloc(libusb_device_handle* handle, size_t length)
+{
+    using Function = unsigned char*(libusb_device_handle*, size_t);
+    static auto* const next = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "libusb_dev_mem_alloc"));
+    return g_deviceMemory && next != nullptr ? next(handle, length) : nullptr;
+}
+
+int main(int count, char** arguments)
+{
+    if (count != 4 || (g_seconds = std::atof(arguments[3])) <= 0) {
+        std::fprintf(stderr, "usage: %s CAMERA_PROGRAM JSON_FILE SECONDS\n", arguments[0]);
+        return 2;
+    }
+    try {
+        if (std::freopen("/dev/null", "w", stdout) == nullptr) { // the library's own texts
+            return 2;
+        }
+        Report report;
+        MeasureSize(report, arguments[1], "640x480");
+        MeasureSize(report, arguments[1], "2048x1536");
+        report.WriteJson(arguments[2]);
+        std::fprintf(stderr, "\n%s", report.Table().c_str());
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "zr_bench_vm: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}
