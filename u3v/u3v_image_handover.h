@@ -100,5 +100,5 @@ private:
     Mutex m_Mutex;
     Condition m_ImageAvailable;
     Condition m_BlockUnused;
-    std::shared_ptr<U3V_ImageCycle> m_Cycle ZR_GUARDED_BY(m_Mutex) ZR_PT_GUARDED_BY(m_Mutex);
+    std::shared_ptr<U3V_ImageCycle> m_Cycle ZR_GUARDED_BY(m_Mutex);
 };
