@@ -23,6 +23,10 @@ function(zr_test_options name)
         # Tests take locks twice, or without giving them back, to see what happens.
         target_compile_options(${name} PRIVATE -Wno-thread-safety-analysis)
     endif()
+    if(ZR_SANITIZE)
+        # For what a sanitizer makes different; how it tells by itself depends on the compiler.
+        target_compile_definitions(${name} PRIVATE ZR_SANITIZED)
+    endif()
     if(NOT ZR_FUZZ)
         # Fortification wants optimisation; SHELL keeps CMake from dropping it as a repetition.
         target_compile_options(${name} PRIVATE -O0 -g1 "SHELL:-U_FORTIFY_SOURCE")

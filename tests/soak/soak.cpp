@@ -70,11 +70,8 @@ long ResidentKiB()
 }
 
 // A sanitizer keeps freed memory back and has shadows of it: the process's size says nothing then.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef ZR_SANITIZED
 constexpr bool kSizeMeansSomething = false;
-#elif defined(__has_feature)
-constexpr bool kSizeMeansSomething =
-    !(__has_feature(address_sanitizer) || __has_feature(thread_sanitizer));
 #else
 constexpr bool kSizeMeansSomething = true;
 #endif
