@@ -285,8 +285,8 @@ GC_ERROR ZrU3VDataStream::StartAcquisition(int32_t /*flags*/, uint64_t count)
     if (!m_pThreadAcquisition->IsRunning()) {
         _limitTo(count);
     }
-    // False means that it runs already, which is as good; or has just ended, then once more; or that
-    // the system has no thread for us.
+    // False means that it runs already, which is as good; or has just ended, then once more; or
+    // that the system has no thread for us.
     if (!m_pThreadAcquisition->Start(count) && !m_pThreadAcquisition->IsRunning() &&
         !m_pThreadAcquisition->Start(count)) {
         static_cast<void>(m_pRemoteDevice->StopAcquisition());
