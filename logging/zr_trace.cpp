@@ -98,14 +98,10 @@ private:
 // and need not be made: this costs a tenth of it, and every call of the library traces.
 bool CannotFail(const char* format, va_list& arguments)
 {
-    size_t length = 0;
-    while (*format != '\0') {
-        if (*format++ != '%') {
-            ++length;
-            continue;
-        }
+    size_t length = strlen(format);
+    while (*(format = strchrnul(format, '%')) != '\0') {
         Conversion conversion;
-        if (!conversion.Read(format, arguments)) {
+        if (!conversion.Read(++format, arguments)) {
             return false;
         }
         length += conversion.Length();

@@ -156,7 +156,7 @@ gate_tidy()
     (cd "$root" && cmake --preset clang >/dev/null) || return 1
     # Generated sources (the embedded documents) have to be there before they are included.
     build_preset clang || return 1
-    code_files | grep -E '\.(c|cpp)$' | grep -vE '^tests/' |
+    code_files | grep -E '\.(c|cpp)$' | grep -vE '^(tests|bench)/' |
         (cd "$root" && xargs -P "$jobs" -n 4 clang-tidy -p build/clang --quiet --warnings-as-errors='*')
 }
 
