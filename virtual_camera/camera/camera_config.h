@@ -44,12 +44,12 @@ struct CameraConfig
     // Protocol.
     bool zip = false;
     std::uint32_t descriptionSize = 0; // the description file is at least so long
-    bool strict = false;           // a read command's length field must be 12
-    bool events = false;           // an event interface between control and stream
-    bool highSpeed = false;        // USB 2.0 packets of 512 bytes
-    bool writtenLength = true;     // write acknowledges tell how much was written
-    std::uint32_t alignment = 3;   // exponent: sizes are multiples of 2^alignment
-    std::uint32_t leaderSize = 52; // required sizes; larger ones are padded with zeros
+    bool strict = false;               // a read command's length field must be 12
+    bool events = false;               // an event interface between control and stream
+    bool highSpeed = false;            // USB 2.0 packets of 512 bytes
+    bool writtenLength = true;         // write acknowledges tell how much was written
+    std::uint32_t alignment = 3;       // exponent: sizes are multiples of 2^alignment
+    std::uint32_t leaderSize = 52;     // required sizes; larger ones are padded with zeros
     std::uint32_t trailerSize = 32;
     std::uint32_t payloadExtra = 0;  // bytes that the required payload exceeds the image by
     std::uint32_t maxCommand = 2048; // transfer lengths of the control channel
