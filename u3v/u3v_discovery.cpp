@@ -12,6 +12,9 @@ namespace {
 constexpr std::string_view kVendor = "ZRK-ORVANE GmbH";
 constexpr int kScratchSize = 256;
 constexpr int kStringSize = 64;
+// Records stay when their camera goes. More than any host sees in its life, and far from what the
+// 16-bit count can tell: a device that comes back under ever new GUIDs must not eat the memory.
+constexpr size_t kMaximumListed = 1024;
 
 // Cameras announce themselves by the class triple of an interface association.
 bool IsInterfaceAssociation(const libusb_device_descriptor& descriptor)
@@ -100,7 +103,7 @@ void U3V_Discovery::_list(libusb_device* device, const libusb_device_descriptor&
 bool U3V_Discovery::_admit(const std::shared_ptr<U3V_DeviceInfo>& record)
 {
     Locker lock(m_ListMutex);
-    if (!_isAdmissible(*record)) {
+    if (m_Devices.size() >= kMaximumListed || !_isAdmissible(*record)) {
         return false;
     }
     // The pass gives its device list back at its end; without a reference of ours the device of an

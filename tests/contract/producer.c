@@ -47,6 +47,7 @@ void virtual_bus_find(void* library)
 {
     resolve(library, "vusb_reset", &bus.reset);
     resolve(library, "vusb_add_camera", &bus.add_camera);
+    resolve(library, "vusb_unplug", &bus.unplug);
     resolve(library, "vusb_compare_image", &bus.compare_image);
     resolve(library, "vusb_payload_size", &bus.payload_size);
     resolve(library, "vusb_description_file", &bus.description_file);

@@ -88,6 +88,7 @@ struct virtual_bus
 {
     void (*reset)(void);
     int (*add_camera)(const char* options);
+    int (*unplug)(int camera);
     int64_t (*compare_image)(int camera, uint64_t frame, const void* image, size_t size);
     size_t (*payload_size)(int camera);
     size_t (*description_file)(int camera, void* data, size_t size);

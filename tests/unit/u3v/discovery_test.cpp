@@ -248,6 +248,23 @@ TEST_F(DiscoveryTest, SecondPass_UnpluggedCamera_StaysListedAndReferenced)
     EXPECT_EQ(camera.references, 0);
 }
 
+// A device that is unplugged and comes back under another GUID, again and again.
+TEST_F(DiscoveryTest, Admission_EverNewGuids_EndAt1024AndTheListedOnesStay)
+{
+    U3V_Discovery discovery;
+    for (int i = 0; i < 1030; ++i) {
+        const std::string guid = std::to_string(i);
+        libusb_device& camera = AddCamera(usb, "c" + guid, guid);
+        discovery.Discovery();
+        EXPECT_EQ(camera.references, i < 1024 ? 1 : 0) << i;
+        usb.Unlist(camera);
+    }
+    EXPECT_EQ(discovery.DeviceCount(), 1024U);
+    EXPECT_NE(discovery.FindByGUID("0"), nullptr);
+    EXPECT_NE(discovery.FindByGUID("1023"), nullptr);
+    EXPECT_EQ(discovery.FindByGUID("1024"), nullptr);
+}
+
 TEST_F(DiscoveryTest, Destructor_SeveralCameras_FreesInListOrderThenEndsLibusb)
 {
     AddCamera(usb, "a", "A");
