@@ -492,7 +492,7 @@ public:
     // allocated it.
     bool Extract(const mz_zip_archive_file_stat& stat, U3V_Block& out)
     {
-        if (stat.m_uncomp_size > kMaximumXmlSize) {
+        if (stat.m_uncomp_size > kMaximumXmlSize || !_canExpand(stat)) {
             return false;
         }
         // Zeroed: of a directory, and of a member without data, nothing is written at all.
@@ -506,6 +506,15 @@ public:
     }
 
 private:
+    // Whether the data can become as large as is claimed. miniz reads zeros behind the data's end
+    // until the claimed size is reached: seconds of work for a few bytes.
+    bool _canExpand(const mz_zip_archive_file_stat& stat) const
+    {
+        constexpr uint64_t kDeflatesMost = 1032; // 258 bytes for two bits
+        const uint64_t data = std::min<uint64_t>(stat.m_comp_size, m_file.size());
+        return stat.m_uncomp_size / kDeflatesMost <= data;
+    }
+
     // Offsets are the archive's word and may lie anywhere: miniz's own reader for memory computes
     // addresses with them before it looks.
     static size_t _read(void* opaque, mz_uint64 offset, void* buffer, size_t size)

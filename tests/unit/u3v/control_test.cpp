@@ -2,6 +2,7 @@
 #include "u3v_fixture.h"
 
 #include <chrono>
+#include <ctime>
 #include <miniz.h>
 #include <numeric>
 #include <thread>
@@ -797,6 +798,27 @@ TEST_F(UnzipTest, MemberOfAbsurdSize_FailsWithoutAllocatingIt)
     ASSERT_NE(entry, zip.end());
     std::fill_n(entry + 24, 4, uint8_t{0xF0});
     ExpectFailure(zip, "mz_zip_reader_extract_file_to_heap() failed!");
+}
+
+// Found by fuzzing: behind the data's end zeros were expanded until the claimed size was reached.
+TEST_F(UnzipTest, MemberThatDataOfItsSizeCannotExpandTo_FailsAtOnce)
+{
+    Bytes zip = Zip("camera.xml", "<RegisterDescription/>");
+    const Bytes signature = {'P', 'K', 1, 2};
+    const auto entry = std::search(zip.begin(), zip.end(), signature.begin(), signature.end());
+    ASSERT_NE(entry, zip.end());
+    *(entry + 27) = 0x0F; // times 16 MiB: still a size that a description file might have
+    const std::clock_t begin = std::clock();
+    ExpectFailure(zip, "mz_zip_reader_extract_file_to_heap() failed!");
+    EXPECT_LT(std::clock() - begin, CLOCKS_PER_SEC / 10) << "processor time, whoever else runs";
+}
+
+TEST_F(UnzipTest, MemberThatExpandsAsFarAsCanBe_IsExtracted)
+{
+    const std::string content(8U << 20U, '\0'); // some 1028-fold
+    Store(Zip("zeros.xml", content));
+    EXPECT_EQ(control.UnzipXmlFile(), 0);
+    EXPECT_EQ(control.XmlFile().size(), content.size());
 }
 
 TEST_F(UnzipTest, ExtraFieldsBeyondTheDirectory_AreNotReadFromForeignMemory)
