@@ -86,7 +86,14 @@ static void live(int camera, int unplugged)
     session_free_memory(&session);
 }
 
-static void check_output(int camera, int unplugged, const char* wanted, const char* what)
+/* Whether the camera goes while a transfer is under way or between two, is chance. */
+static const char* either(const char* found, const char* one, const char* other)
+{
+    return strcmp(found, other) == 0 ? other : one;
+}
+
+static void check_output(int camera, int unplugged, const char* wanted, const char* or_else,
+                         const char* what)
 {
     struct capture output;
     struct capture errors;
@@ -95,7 +102,7 @@ static void check_output(int camera, int unplugged, const char* wanted, const ch
     live(camera, unplugged);
     capture_end(&errors);
     capture_end(&output);
-    CHECK_TEXT(output.text, wanted, "standard output of %s", what);
+    CHECK_TEXT(output.text, either(output.text, wanted, or_else), "standard output of %s", what);
     CHECK_TEXT(errors.text, "", "standard error of %s", what);
 }
 
@@ -108,8 +115,9 @@ int main(int count, char** arguments)
     virtual_bus_find(library);
     bus.reset();
     const int camera = bus.add_camera("width=64,height=48,fps=100");
-    check_output(camera, 0, "\n\n", "an acquisition");
+    check_output(camera, 0, "\n\n", "\n\n", "an acquisition");
     check_output(camera, 1, "No Device\nDS_STATUS_IMAGE_TIMEOUT\n\n\n",
+                 "Unable to submit URB. libusb error code: -4\nDS_STATUS_IMAGE_TIMEOUT\n\n\n",
                  "a camera that is unplugged");
     return tap_finish();
 }
