@@ -25,6 +25,16 @@ uint32_t session_read_register(const struct session* session, uint64_t address)
     return value;
 }
 
+/* On a busy machine a pass may take longer than was given to it; then once more. */
+static GC_ERROR update_device_list(IF_HANDLE interface)
+{
+    GC_ERROR status = GC_ERR_TIMEOUT;
+    for (int i = 0; i < 20 && status == GC_ERR_TIMEOUT; i++) {
+        status = gentl.IFUpdateDeviceList(interface, NULL, SESSION_DISCOVERY_MS);
+    }
+    return status;
+}
+
 void session_open_device(struct session* session)
 {
     memset(session, 0, sizeof *session);
@@ -34,7 +44,7 @@ void session_open_device(struct session* session)
     REQUIRE(gentl.TLUpdateInterfaceList(session->system, NULL, 0));
     REQUIRE(gentl.TLGetInterfaceID(session->system, 0, id, &size));
     REQUIRE(gentl.TLOpenInterface(session->system, id, &session->interface));
-    REQUIRE(gentl.IFUpdateDeviceList(session->interface, NULL, SESSION_DISCOVERY_MS));
+    REQUIRE(update_device_list(session->interface));
     size = sizeof id;
     REQUIRE(gentl.IFGetDeviceID(session->interface, 0, id, &size));
     REQUIRE(gentl.IFOpenDevice(session->interface, id, DEVICE_ACCESS_EXCLUSIVE, &session->device));
