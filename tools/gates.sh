@@ -112,20 +112,6 @@ gate_tsan()
     build_and_test tsan -E '^rules\.source\.'
 }
 
-# Threads of the library alone, without the tool and what is installed: the part of the gate above
-# that continuous integration has the time for.
-gate_tsan-short()
-{
-    sanitizer_options
-    if ! (cd "$root" && cmake --preset tsan -B build/tsan-short -DZR_BUILD_TOOL=OFF \
-        "-DZR_TEST_RINGS=unit;contract;integration" >/dev/null && cmake --build build/tsan-short -j "$jobs"); then
-        counted_failed=$((counted_failed + 1))
-        return 1
-    fi
-    counted_passed=$((counted_passed + 1))
-    run_ctest tsan-short
-}
-
 # A build is the check: clang's thread-safety analysis and its other warnings are errors, over everything but the
 # tests, which the asan-ubsan gate compiles with warnings as errors.
 gate_clang()
