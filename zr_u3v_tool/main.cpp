@@ -15,6 +15,7 @@ namespace {
 
 using Command = ExitCode (*)(const Options&, Console&);
 
+// The one list of commands; their options are in tool_command_line.cpp.
 struct CommandEntry
 {
     const char* name;
@@ -27,6 +28,7 @@ constexpr CommandEntry kCommands[] = {
     {"view", RunView}, {"bench", RunBench}, {"doctor", RunDoctor},
 };
 
+// On the virtual bus this begins anew in a second process, which then comes through here again.
 ExitCode Run(const Options& options, char** arguments)
 {
     EnterVirtualBus(options, arguments);
@@ -42,12 +44,14 @@ ExitCode Run(const Options& options, char** arguments)
     return ExitCode::Usage;
 }
 
+// Every message of a failure begins with the program's name.
 ExitCode Complain(ExitCode code, const char* text)
 {
     std::fprintf(stderr, "zr-u3v: %s\n", text);
     return code;
 }
 
+// No exception leaves the program: whatever it was has a message and an exit code.
 ExitCode Guarded(const Options& options, char** arguments)
 {
     try {

@@ -59,6 +59,7 @@ void WatchInterrupts()
     sigaction(SIGTERM, &action, nullptr);
 }
 
+// From register to register: the first block names the second one's address, that the third's.
 StreamNeeds ReadStreamNeeds(const Camera& camera)
 {
     const auto bootstrap = camera.Read<uint64_t>(abrm::kSbrmAddress);
@@ -75,6 +76,8 @@ StreamNeeds ReadStreamNeeds(const Camera& camera)
     return needs;
 }
 
+// The latch freezes the camera's clock somewhere between `before` and `after`: the middle is the
+// best guess, and the fastest of several rounds the most certain.
 std::optional<ClockOffset> MeasureClockOffset(const Camera& camera)
 {
     constexpr int kRounds = 5;
@@ -122,6 +125,7 @@ Acquisition::~Acquisition()
     _release();
 }
 
+// The buffers' handles start as null each time: the producer refuses a variable that looks taken.
 void Acquisition::_announce(uint64_t payload, size_t buffers)
 {
     GENTL_CALL(m_api, GCRegisterEvent, m_stream.Handle(), EVENT_NEW_BUFFER, &m_newBuffer);
@@ -135,6 +139,8 @@ void Acquisition::_announce(uint64_t payload, size_t buffers)
     }
 }
 
+// In the order the producer wants: stop, take the buffers out of its queues, revoke, unregister.
+// Called also for what was only announced in part; failures have nobody to tell.
 void Acquisition::_release()
 {
     if (m_isRunning) {
@@ -162,6 +168,7 @@ void Acquisition::Stop()
     GENTL_CALL(m_api, DSStopAcquisition, m_stream.Handle(), ACQ_STOP_FLAGS_DEFAULT);
 }
 
+// The event may end a wait without an image when another thread has taken it: then it goes on.
 std::optional<Image> Acquisition::Next(uint64_t timeout_ms)
 {
     const auto end = Clock::now() + std::chrono::milliseconds(timeout_ms);
@@ -203,6 +210,7 @@ T Acquisition::_info(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command) const
     return value;
 }
 
+// What the producer tells of sizes is used as far as the buffer reaches, no further.
 Image Acquisition::_describe(BUFFER_HANDLE buffer) const
 {
     Image image;

@@ -1,97 +1,39 @@
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 
 #include "tool_commands.h"
-#include "tool_description.h"
 #include "tool_doctor.h"
 #include "tool_json.h"
 #include "tool_session.h"
-
-namespace fs = std::filesystem;
+#include "tool_udev_rule.h"
 
 namespace {
 
 using Level = Finding::Level;
-using Findings = std::vector<Finding>;
 
 void Append(Findings& findings, const Findings& more)
 {
     findings.insert(findings.end(), more.begin(), more.end());
 }
 
-// Whether applications, which know of GENICAM_GENTL64_PATH only, find the producer too.
-Finding JudgeEnvironment(const fs::path& producer)
+// An opened camera, looked through. What it says of its stream goes to `payloads` too, for the
+// judgement on memory.
+Findings ExamineOpen(const Camera& camera, const std::string& name, std::vector<uint64_t>& payloads)
 {
-    const char* const value = std::getenv("GENICAM_GENTL64_PATH");
-    const std::string list = ":" + std::string(value == nullptr ? "" : value) + ":";
-    const std::string folder = producer.parent_path().string();
-    const bool isNamed = list.find(":" + folder + ":") != std::string::npos ||
-                         list.find(":" + folder + "/:") != std::string::npos ||
-                         list.find(":" + producer.string() + ":") != std::string::npos;
-    if (isNamed) {
-        return {Level::Good, "environment", "", "GENICAM_GENTL64_PATH names " + folder, ""};
-    }
-    return {Level::Warning, "environment", "",
-            "GENICAM_GENTL64_PATH does not name " + folder +
-                ": other applications do not find the producer",
-            "export GENICAM_GENTL64_PATH=\"${GENICAM_GENTL64_PATH:+$GENICAM_GENTL64_PATH:}" +
-                folder + "\""};
-}
-
-// The camera's own description file: there, readable, and what it says it is.
-Finding JudgeDescription(const Camera& camera, const std::string& name)
-{
+    Findings findings;
     try {
-        const Description description = FetchDescription(camera.Api(), camera.Port());
-        const std::string text =
-            description.isZipped ? Unzip(description.contents) : description.contents;
-        if (text.find("RegisterDescription") == std::string::npos) {
-            return {Level::Problem, "manifest", name, "the description file is no GenICam document",
-                    "zr-u3v xml -o description.xml"};
-        }
-        return {Level::Good, "manifest", name,
-                Format("description file %s, %zu bytes%s", Printable(description.name).c_str(),
-                       description.contents.size(), description.isZipped ? ", zipped" : ""),
-                ""};
+        findings.push_back(JudgeDescription(name, FetchDescription(camera.Api(), camera.Port())));
     } catch (const ToolError& error) {
-        return {Level::Problem, "manifest", name,
-                std::string("the description file cannot be used: ") + error.what(),
-                "zr-u3v xml -o description.xml"};
+        findings.push_back({Level::Problem, "manifest", name,
+                            std::string("the description file cannot be read: ") + error.what(),
+                            "zr-u3v xml --url"});
     }
-}
-
-Finding JudgeCameraSpeed(const StreamNeeds& needs, const std::string& name)
-{
-    constexpr uint32_t kSuperSpeedAndAbove = 0x18;
-    if ((needs.speed & kSuperSpeedAndAbove) == 0) {
-        return {Level::Problem, "speed", name, "the camera works below SuperSpeed",
-                "plug it into a USB 3 port with a USB 3 cable, then: lsusb -t"};
-    }
-    return {Level::Good, "speed", name, "the camera works at SuperSpeed", ""};
-}
-
-Findings Examine(const Session& session, const CameraRecord& record,
-                 std::vector<uint64_t>& payloads)
-{
-    const std::string name = record.serial.empty() ? record.id : record.serial;
-    std::unique_ptr<Camera> camera;
     try {
-        camera = std::make_unique<Camera>(session, record.id, DEVICE_ACCESS_CONTROL);
-    } catch (const GenTLError& error) {
-        return {{Level::Problem, "open", name, error.what(),
-                 "mend what is reported above; else: the camera must have exactly one manifest "
-                 "entry, accept read commands of any length field, and not answer reads with "
-                 "pending acknowledges"}};
-    }
-    Findings findings{{Level::Good, "open", name, "the camera opens", ""}};
-    findings.push_back(JudgeDescription(*camera, name));
-    try {
-        const StreamNeeds needs = ReadStreamNeeds(*camera);
+        const StreamNeeds needs = ReadStreamNeeds(camera);
         payloads.push_back(needs.payload);
-        findings.push_back(JudgeCameraSpeed(needs, name));
+        findings.push_back(JudgeCameraSpeed(name, needs));
         Append(findings, JudgeStream(name, needs));
-        const DataStream stream(*camera);
+        const DataStream stream(camera);
     } catch (const ToolError& error) {
         findings.push_back({Level::Problem, "stream", name, error.what(),
                             "close other applications that stream from it, then: zr-u3v doctor"});
@@ -99,7 +41,24 @@ Findings Examine(const Session& session, const CameraRecord& record,
     return findings;
 }
 
-// Everything that needs the producer.
+Findings Examine(const Session& session, const CameraRecord& record,
+                 std::vector<uint64_t>& payloads)
+{
+    const std::string name = record.serial.empty() ? record.id : record.serial;
+    try {
+        const Camera camera(session, record.id, DEVICE_ACCESS_CONTROL);
+        Findings findings{{Level::Good, "open", name, "the camera opens", ""}};
+        Append(findings, ExamineOpen(camera, name, payloads));
+        return findings;
+    } catch (const GenTLError& error) {
+        return {{Level::Problem, "open", name, error.what(),
+                 "mend what is reported above; else: the camera must have exactly one manifest "
+                 "entry, accept read commands of any length field, and not answer reads with "
+                 "pending acknowledges"}};
+    }
+}
+
+// Everything that needs the producer. The virtual bus has no /sys to count cameras in.
 Findings ExamineProducer(const Options& options, const UsbTree& usb,
                          std::vector<uint64_t>& payloads)
 {
@@ -107,7 +66,7 @@ Findings ExamineProducer(const Options& options, const UsbTree& usb,
     try {
         const Producer producer(FindProducer(options.producer));
         findings.push_back({Level::Good, "producer", "", producer.Path().string(), ""});
-        findings.push_back(JudgeEnvironment(producer.Path()));
+        findings.push_back(JudgeEnvironment(std::getenv("GENICAM_GENTL64_PATH"), producer.Path()));
         const Session session(producer, options.discovery_ms);
         const size_t onBus = options.isVirtual ? 0 : usb.Cameras().size();
         Append(findings, JudgeListed(onBus, session.Cameras().size()));
@@ -123,6 +82,7 @@ Findings ExamineProducer(const Options& options, const UsbTree& usb,
     return findings;
 }
 
+// Scripts find `check` and `level` in every finding; `camera` and `remedy` where there is one.
 Json JsonOf(const Finding& finding)
 {
     Json json{{"check", finding.check}, {"level", LevelName(finding.level)}};
@@ -136,6 +96,7 @@ Json JsonOf(const Finding& finding)
     return json;
 }
 
+// A line for the finding, and one for what mends it.
 std::string TextOf(const Finding& finding)
 {
     std::string text = Format("%-8s %s: ", LevelName(finding.level), finding.check.c_str());
@@ -158,6 +119,7 @@ size_t Count(const Findings& findings, Level level)
     return count;
 }
 
+// Quietly, only what needs attention is printed; as JSON always everything.
 void Report(const Options& options, Console& console, const Findings& findings)
 {
     const size_t problems = Count(findings, Level::Problem);
@@ -185,6 +147,10 @@ void Report(const Options& options, Console& console, const Findings& findings)
 
 ExitCode RunDoctor(const Options& options, Console& console)
 {
+    if (options.printRule) {
+        console.Print(UdevRule());
+        return ExitCode::Success;
+    }
     const UsbTree usb(options.root);
     Findings findings;
     if (options.isVirtual) {
@@ -193,7 +159,7 @@ ExitCode RunDoctor(const Options& options, Console& console)
                             "limits to look at",
                             ""});
     } else {
-        Append(findings, JudgeUsb(usb));
+        Append(findings, JudgeUsb(usb, ProgramCommand()));
     }
     std::vector<uint64_t> payloads;
     Append(findings, ExamineProducer(options, usb, payloads));

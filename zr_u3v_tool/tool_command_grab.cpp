@@ -13,6 +13,7 @@ namespace {
 
 constexpr const char* kStandardOutput = "-";
 
+// --format, else the file's extension, else PNG; raw on standard output.
 ImageFormat FormatOf(const Options& options)
 {
     std::string name = options.format;
@@ -114,6 +115,7 @@ Statistics Collect(Acquisition& acquisition, const Options& options,
     return statistics;
 }
 
+// Fewer images than asked for are a failure even when each one was perfect.
 ExitCode Judge(const Options& options, const Statistics& statistics)
 {
     if (g_isInterrupted != 0) {
@@ -139,6 +141,7 @@ ExitCode Judge(const Options& options, const Statistics& statistics)
 
 } // namespace
 
+// The clocks are compared before the stream starts: control and stream share the bus.
 ExitCode RunGrab(const Options& options, Console& console)
 {
     Sink sink(options, console);
@@ -179,6 +182,7 @@ double ControlRate(const Camera& camera)
     return kControlReads / std::max(taken.count(), 1e-9);
 }
 
+// Of all threads of this process: the producer's work is part of it.
 double ProcessorSeconds()
 {
     timespec time{};

@@ -36,6 +36,7 @@ const char* const kFooter = R"(Examples:
 Exit codes: 0 success, 1 a call or a file failed, 2 wrong command line, 3 no such camera,
 4 no producer, 5 images missing or damaged, 6 doctor has found problems, 130 interrupted.)";
 
+// Understood in front of a command and behind it.
 void AddGlobalOptions(CLI::App& app, Options& options)
 {
     app.add_option("--cti", options.producer,
@@ -62,6 +63,7 @@ void AddGlobalOptions(CLI::App& app, Options& options)
                  "Let the producer's own messages through to standard error");
 }
 
+// Whose registers are meant; only read and write have it.
 void AddPortOption(CLI::App& command, Options& options)
 {
     command
@@ -119,6 +121,7 @@ void AddWrite(CLI::App& app, Options& options)
     AddPortOption(*command, options);
 }
 
+// What every command that takes images has in common.
 void AddStreamOptions(CLI::App& command, Options& options)
 {
     command.add_option("-b,--buffers", options.buffers, "Buffers to announce (8)")
@@ -185,8 +188,11 @@ void AddDoctor(CLI::App& app, Options& options)
         "doctor", "Find out why a camera does not work, and name the command that mends it");
     command->add_option("--root", options.root, "Where /sys, /proc, /dev and /etc are found (/)")
         ->type_name("FOLDER");
+    command->add_flag("--udev-rule", options.printRule,
+                      "Print the udev rule that gives users access to cameras, and end");
 }
 
+// Defaults that depend on the command, and options that include others. 0 images: not said.
 void SetDefaults(Options& options)
 {
     constexpr uint64_t kBenchImages = 200;

@@ -53,6 +53,7 @@ std::string Table(const std::vector<Row>& rows)
 
 // ---- info -------------------------------------------------------------------------------------
 
+// A value of a GetInfo family and the name that it has in the output.
 template <class Command>
 struct Item
 {
@@ -76,6 +77,7 @@ constexpr Item<PORT_INFO_CMD> kPortItems[] = {
     {"port_name", PORT_INFO_PORTNAME},
 };
 
+// What a module does not answer is an empty text, so that every name is always there.
 Json ProducerInfo(const Session& session)
 {
     const Producer& api = session.Api();
@@ -97,6 +99,7 @@ Json ProducerInfo(const Session& session)
     return json;
 }
 
+// The URL is the one value that can fail: a camera has to be read for it.
 Json PortInfo(const Producer& api, PORT_HANDLE port)
 {
     Json json = Json::object();
@@ -115,6 +118,7 @@ Json PortInfo(const Producer& api, PORT_HANDLE port)
     return json;
 }
 
+// The register has one bit for each speed; the highest counts.
 const char* SpeedName(uint32_t speed)
 {
     return (speed & 16U) != 0  ? "SuperSpeedPlus"
@@ -166,6 +170,7 @@ Json CameraInfo(const Camera& camera, const CameraRecord& record)
 
 } // namespace
 
+// An empty list is a failure with a code of its own, so that a script can wait for a camera.
 ExitCode RunList(const Options& options, Console& console)
 {
     const Producer producer(FindProducer(options.producer));
@@ -198,6 +203,7 @@ ExitCode RunList(const Options& options, Console& console)
     return ExitCode::Success;
 }
 
+// A camera without a stream is told of as far as it goes.
 ExitCode RunInfo(const Options& options, Console& console)
 {
     const Producer producer(FindProducer(options.producer));

@@ -21,6 +21,7 @@ struct Register
 constexpr uint64_t kMaximumLength = 64U << 20U;
 constexpr size_t kDefaultTextLength = 64;
 
+// The type that is asked for, else what the register is known to be.
 RegisterType TypeFor(const Options& options, RegisterType otherwise)
 {
     if (options.type.empty()) {
@@ -33,6 +34,7 @@ RegisterType TypeFor(const Options& options, RegisterType otherwise)
     return *type;
 }
 
+// A name brings address, type and length; an address is a u32 unless something else is said.
 Register Resolve(const Options& options, const std::string& text)
 {
     Register one;
@@ -54,6 +56,7 @@ Register Resolve(const Options& options, const std::string& text)
     return one;
 }
 
+// Numbers are numbers in JSON, everything else is text.
 Json JsonOf(const Register& one, const std::string& value)
 {
     Json json{{"register", one.name},
@@ -83,6 +86,7 @@ std::string LineOf(const Register& one, const std::string& value)
     return line + "\n";
 }
 
+// Long registers are read at once: the producer cuts them into the camera's packets.
 std::string ReadValue(const Producer& api, PORT_HANDLE port, const Register& one)
 {
     std::vector<uint8_t> bytes(one.length);
@@ -94,6 +98,7 @@ std::string ReadValue(const Producer& api, PORT_HANDLE port, const Register& one
 
 } // namespace
 
+// All names are looked up before the first register is read, all values read in one session.
 ExitCode RunRead(const Options& options, Console& console)
 {
     std::vector<Register> registers;
@@ -120,6 +125,7 @@ ExitCode RunRead(const Options& options, Console& console)
     return ExitCode::Success;
 }
 
+// Encoded before the camera is opened: a value that does not fit never reaches it.
 ExitCode RunWrite(const Options& options, Console& console)
 {
     const Register one = Resolve(options, options.address);

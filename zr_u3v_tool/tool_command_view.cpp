@@ -31,6 +31,7 @@ private:
     std::vector<std::chrono::steady_clock::time_point> m_arrivals;
 };
 
+// The picture with its overlay, in the form that image files are written from.
 Raster RasterOf(const Picture& picture)
 {
     return {picture.width, picture.height, 3, 8,
@@ -117,12 +118,14 @@ private:
                (m_options.images != 0 && m_statistics.Images() >= m_options.images);
     }
 
+    // For a still: as many as asked for, the last one stays.
     void _takeImages()
     {
         while (m_options.images != 0 && !_isFinished() && _takeImage()) {
         }
     }
 
+    // One thread for both: keys are looked at between images, at the latest every time-out of Next.
     void _runWindow()
     {
         m_window->Show(m_picture);
@@ -140,6 +143,7 @@ private:
         }
     }
 
+    // Keys of one poll that undo each other do so here as well.
     void _heed(const Window::Wishes& wishes)
     {
         if (wishes.pause || wishes.overlay) {
@@ -157,6 +161,7 @@ private:
         }
     }
 
+    // Where there is no window: into a file, or as coloured characters.
     void _leaveStill(const std::string& reason)
     {
         if (!m_options.output.empty()) {

@@ -10,6 +10,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// A document of one port, as it is to be saved or told of. No contents where only the URL is
+// wanted.
 struct Document
 {
     std::string port;
@@ -19,6 +21,8 @@ struct Document
     bool isZipped = false;
 };
 
+// Reads a port's document and unpacks it if that is wanted; an unpacked one loses the archive's
+// extension.
 Document Fetch(const Options& options, const Producer& api, PORT_HANDLE port,
                const std::string& portName)
 {
@@ -81,6 +85,7 @@ void Save(const fs::path& path, const Document& document)
     }
 }
 
+// The contents themselves are not repeated in JSON: they are in a file.
 Json JsonOf(const Document& document)
 {
     Json json{{"port", document.port}, {"url", document.url}, {"name", document.name}};
@@ -91,6 +96,7 @@ Json JsonOf(const Document& document)
     return json;
 }
 
+// An archive on a terminal would only do harm there.
 void PrintContents(const Options& options, Console& console, const Document& document)
 {
     if (document.isZipped && !options.unzip && console.IsTerminal()) {
@@ -100,6 +106,7 @@ void PrintContents(const Options& options, Console& console, const Document& doc
     console.Print(document.contents);
 }
 
+// Before any camera is opened: a slip in the command line costs no time.
 void CheckOptions(const Options& options)
 {
     const bool toOutput = options.output.empty() && !options.onlyUrl && !options.json;

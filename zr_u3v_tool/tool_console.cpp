@@ -23,11 +23,13 @@ constexpr unsigned kDefaultColumns = 80;
 
 Console::Console(bool showLibraryOutput)
 {
+    // Above the standard descriptors, and not handed on to programs that are started.
     const int copy = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     m_output = copy < 0 ? nullptr : fdopen(copy, "w");
     if (m_output == nullptr) {
         FailToWrite();
     }
+    // Whatever libraries print on descriptor 1 from here on goes there.
     const int other =
         showLibraryOutput ? dup(STDERR_FILENO) : open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (other >= 0) {
@@ -67,6 +69,7 @@ bool Console::IsTerminal() const
     return isatty(fileno(m_output)) == 1;
 }
 
+// The width of a terminal that is resized is asked for anew each time.
 unsigned Console::Columns(int descriptor)
 {
     winsize size{};
@@ -79,6 +82,7 @@ void Warn(const std::string& text)
     std::fprintf(stderr, "zr-u3v: warning: %s\n", text.c_str());
 }
 
+// Twice through the arguments: once for the length, once for the text.
 std::string Format(const char* format, ...)
 {
     va_list arguments;

@@ -19,6 +19,7 @@ constexpr uint64_t kMaximumLength = 64U << 20U;
     throw ToolError(ExitCode::Failure, reason);
 }
 
+// Nothing but digits: "0x10" and " 10" are no addresses of a URL.
 uint64_t Hexadecimal(const std::string& digits, const std::string& url)
 {
     uint64_t value = 0;
@@ -30,6 +31,7 @@ uint64_t Hexadecimal(const std::string& digits, const std::string& url)
     return value;
 }
 
+// A per cent sign that no two digits follow stands for itself.
 std::string PercentDecoded(const std::string& text)
 {
     std::string decoded;
@@ -65,6 +67,7 @@ struct EntryDeleter
     void operator()(zip_file_t* entry) const { zip_fclose(entry); }
 };
 
+// The archive reads from `bytes`, which must therefore outlive it.
 std::unique_ptr<zip_t, ArchiveDeleter> OpenArchive(const std::string& bytes)
 {
     zip_error_t error;
@@ -123,6 +126,7 @@ std::string DescriptionUrlOf(const Producer& api, PORT_HANDLE port)
     return url.c_str();
 }
 
+// The camera tells the length; ParseDescriptionUrl has refused what no document has.
 Description FetchDescription(const Producer& api, PORT_HANDLE port)
 {
     Description description;

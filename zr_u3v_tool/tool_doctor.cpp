@@ -13,28 +13,35 @@ constexpr uint64_t kMebibyte = 1U << 20U;
 // The producer keeps one transfer of at most 1 MiB in flight, and begins with one of 64 KiB.
 constexpr uint64_t kInFlight = kMebibyte + (64U << 10U);
 
-constexpr const char* kRule =
-    "echo 'SUBSYSTEM==\"usb\", ATTR{bDeviceClass}==\"ef\", ATTR{bDeviceSubClass}==\"02\", "
-    "ATTR{bDeviceProtocol}==\"01\", MODE=\"0660\", GROUP=\"plugdev\", TAG+=\"uaccess\"' | "
-    "sudo tee /etc/udev/rules.d/70-zr-u3v.rules && sudo udevadm control --reload && "
-    "sudo udevadm trigger --subsystem-match=usb";
+// Bits of the camera's current speed.
+constexpr uint32_t kSuperSpeedAndAbove = 0x18;
+constexpr const char* kFasterPort = "plug it into a USB 3 port with a USB 3 cable, then: lsusb -t";
+constexpr const char* kLookIntoDescription = "zr-u3v xml -o description.xml";
+
+// Puts the rule where udev looks in any case, wherever this program is installed; and lets it work
+// on cameras that are plugged in already.
+std::string InstallRule(const std::string& program)
+{
+    return program + " doctor --udev-rule | sudo tee /etc/udev/rules.d/70-zr-u3v.rules && "
+                     "sudo udevadm control --reload && sudo udevadm trigger --subsystem-match=usb";
+}
 
 std::string NameOf(const UsbCamera& camera)
 {
     return camera.serial.empty() ? camera.name : camera.serial;
 }
 
-Finding JudgeRule(const UsbTree& usb)
+Finding JudgeRule(const UsbTree& usb, const std::string& program)
 {
     const std::string rule = usb.RuleFile();
     if (rule.empty()) {
         return {Level::Warning, "udev-rule", "",
-                "no udev rule gives users access to USB3 Vision cameras", kRule};
+                "no udev rule gives users access to USB3 Vision cameras", InstallRule(program)};
     }
     return {Level::Good, "udev-rule", "", "udev rule " + rule, ""};
 }
 
-Finding JudgePermissions(const UsbTree& usb, const UsbCamera& camera)
+Finding JudgePermissions(const UsbTree& usb, const UsbCamera& camera, const std::string& program)
 {
     const std::string node = camera.node.string();
     if (!usb.Exists(camera.node)) {
@@ -46,7 +53,7 @@ Finding JudgePermissions(const UsbTree& usb, const UsbCamera& camera)
     if (!usb.MayOpen(camera.node)) {
         const std::string repair =
             usb.RuleFile().empty()
-                ? std::string(kRule)
+                ? InstallRule(program)
                 : "sudo udevadm trigger --subsystem-match=usb && sudo usermod -aG plugdev "
                   "\"$USER\" (and log in again)";
         return {Level::Problem, "permissions", NameOf(camera), "you may not read and write " + node,
@@ -55,9 +62,9 @@ Finding JudgePermissions(const UsbTree& usb, const UsbCamera& camera)
     return {Level::Good, "permissions", NameOf(camera), node + " can be read and written", ""};
 }
 
-std::vector<Finding> JudgeDrivers(const UsbCamera& camera)
+Findings JudgeDrivers(const UsbCamera& camera)
 {
-    std::vector<Finding> findings;
+    Findings findings;
     for (const UsbCamera::Interface& interface : camera.interfaces) {
         // "usbfs" is what holds an interface that a program has claimed: judged by its holder.
         if (interface.driver.empty() || interface.driver == "usbfs") {
@@ -105,7 +112,7 @@ Finding JudgeSpeed(const UsbCamera& camera)
     if (camera.speed < kSuperSpeed) {
         return {Level::Problem, "speed", NameOf(camera),
                 Format("connected at %u Mbit/s instead of %u", camera.speed, kSuperSpeed),
-                "plug it into a USB 3 port with a USB 3 cable, then: lsusb -t"};
+                kFasterPort};
     }
     return {Level::Good, "speed", NameOf(camera), Format("connected at %u Mbit/s", camera.speed),
             ""};
@@ -130,14 +137,14 @@ const char* LevelName(Level level)
     }
 }
 
-std::vector<Finding> JudgeUsb(const UsbTree& usb)
+Findings JudgeUsb(const UsbTree& usb, const std::string& program)
 {
     if (!usb.IsThere()) {
         return {{Level::Problem, "usb", "", "this machine shows no USB bus (/sys/bus/usb)",
                  "sudo modprobe usbcore; in a container: mount the host's /sys and /dev/bus/usb"}};
     }
     const std::vector<UsbCamera> cameras = usb.Cameras();
-    std::vector<Finding> findings;
+    Findings findings;
     if (cameras.empty()) {
         findings.push_back({Level::Problem, "usb", "", "no USB3 Vision camera on the bus",
                             "check power and cable, then look for it with: lsusb"});
@@ -145,10 +152,10 @@ std::vector<Finding> JudgeUsb(const UsbTree& usb)
         findings.push_back({Level::Good, "usb", "",
                             Format("%zu USB3 Vision camera(s) on the bus", cameras.size()), ""});
     }
-    findings.push_back(JudgeRule(usb));
+    findings.push_back(JudgeRule(usb, program));
     for (const UsbCamera& camera : cameras) {
-        findings.push_back(JudgePermissions(usb, camera));
-        const std::vector<Finding> drivers = JudgeDrivers(camera);
+        findings.push_back(JudgePermissions(usb, camera, program));
+        const Findings drivers = JudgeDrivers(camera);
         findings.insert(findings.end(), drivers.begin(), drivers.end());
         findings.push_back(JudgeHolders(usb, camera));
         findings.push_back(JudgeSpeed(camera));
@@ -156,8 +163,7 @@ std::vector<Finding> JudgeUsb(const UsbTree& usb)
     return findings;
 }
 
-std::vector<Finding> JudgeMemory(std::optional<unsigned long> limit_mb,
-                                 const std::vector<uint64_t>& payloads)
+Findings JudgeMemory(std::optional<unsigned long> limit_mb, const std::vector<uint64_t>& payloads)
 {
     if (!limit_mb) {
         return {
@@ -190,9 +196,54 @@ std::vector<Finding> JudgeMemory(std::optional<unsigned long> limit_mb,
              ""}};
 }
 
-std::vector<Finding> JudgeStream(const std::string& camera, const StreamNeeds& needs)
+Finding JudgeEnvironment(const char* list, const std::filesystem::path& producer)
 {
-    std::vector<Finding> findings;
+    const std::string places = ":" + std::string(list == nullptr ? "" : list) + ":";
+    const std::string folder = producer.parent_path().string();
+    // Folders, with or without a slash at the end; and some put the file itself there.
+    for (const std::string& name : {folder, folder + "/", producer.string()}) {
+        if (places.find(":" + name + ":") != std::string::npos) {
+            return {Level::Good, "environment", "", "GENICAM_GENTL64_PATH names " + folder, ""};
+        }
+    }
+    return {Level::Warning, "environment", "",
+            "GENICAM_GENTL64_PATH does not name " + folder +
+                ": other applications do not find the producer",
+            "export GENICAM_GENTL64_PATH=\"${GENICAM_GENTL64_PATH:+$GENICAM_GENTL64_PATH:}" +
+                folder + "\""};
+}
+
+Finding JudgeDescription(const std::string& camera, const Description& description)
+{
+    try {
+        const std::string text =
+            description.isZipped ? Unzip(description.contents) : description.contents;
+        if (text.find("RegisterDescription") == std::string::npos) {
+            return {Level::Problem, "manifest", camera,
+                    "the description file is no GenICam document", kLookIntoDescription};
+        }
+    } catch (const ToolError& error) {
+        return {Level::Problem, "manifest", camera,
+                std::string("the description file cannot be unpacked: ") + error.what(),
+                kLookIntoDescription};
+    }
+    return {Level::Good, "manifest", camera,
+            Format("description file %s, %zu bytes%s", Printable(description.name).c_str(),
+                   description.contents.size(), description.isZipped ? ", zipped" : ""),
+            ""};
+}
+
+Finding JudgeCameraSpeed(const std::string& camera, const StreamNeeds& needs)
+{
+    if ((needs.speed & kSuperSpeedAndAbove) == 0) {
+        return {Level::Problem, "speed", camera, "the camera works below SuperSpeed", kFasterPort};
+    }
+    return {Level::Good, "speed", camera, "the camera works at SuperSpeed", ""};
+}
+
+Findings JudgeStream(const std::string& camera, const StreamNeeds& needs)
+{
+    Findings findings;
     for (const StreamProblem& problem : CheckStream(needs)) {
         findings.push_back(
             {Level::Problem, "stream", camera,
@@ -211,7 +262,7 @@ std::vector<Finding> JudgeStream(const std::string& camera, const StreamNeeds& n
     return findings;
 }
 
-std::vector<Finding> JudgeListed(size_t onBus, size_t listed)
+Findings JudgeListed(size_t onBus, size_t listed)
 {
     if (listed < onBus) {
         return {{Level::Problem, "listed", "",

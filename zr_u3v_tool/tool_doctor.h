@@ -1,9 +1,11 @@
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "tool_description.h"
 #include "tool_stream_check.h"
 #include "tool_usb_tree.h"
 
@@ -25,12 +27,27 @@ struct Finding
     std::string remedy; // the command that mends it; empty when there is nothing to mend
 };
 
+using Findings = std::vector<Finding>;
+
+// "ok", "skipped", "warning" or "problem".
 const char* LevelName(Finding::Level level);
 
-// Pure judgements over what the system tells; each finding carries its remedy.
-std::vector<Finding> JudgeUsb(const UsbTree& usb);
-std::vector<Finding> JudgeMemory(std::optional<unsigned long> limit_mb,
-                                 const std::vector<uint64_t>& payloads);
-std::vector<Finding> JudgeStream(const std::string& camera, const StreamNeeds& needs);
+// Pure judgements over what system, producer and camera tell: nothing is opened or changed, nothing
+// thrown. Every finding that is not good carries its remedy.
+
+// The bus, the udev rule, and of each camera its permissions, kernel drivers, holders and speed.
+// `program` is how this program is called, for the remedy that installs the rule.
+Findings JudgeUsb(const UsbTree& usb, const std::string& program);
+// The kernel's limit for USB transfers in MiB (0: none) against the cameras' images, in bytes each.
+Findings JudgeMemory(std::optional<unsigned long> limit_mb, const std::vector<uint64_t>& payloads);
+// Whether applications, which know of GENICAM_GENTL64_PATH only (`list`, null when it is not set),
+// find the producer too.
+Finding JudgeEnvironment(const char* list, const std::filesystem::path& producer);
 // How many cameras the bus has against how many the producer lists.
-std::vector<Finding> JudgeListed(size_t onBus, size_t listed);
+Findings JudgeListed(size_t onBus, size_t listed);
+// The camera's own description file: that it is what it says it is, and can be unpacked.
+Finding JudgeDescription(const std::string& camera, const Description& description);
+// The speed that the camera itself reports.
+Finding JudgeCameraSpeed(const std::string& camera, const StreamNeeds& needs);
+// Sizes and alignment against what the producer's stream channel serves.
+Findings JudgeStream(const std::string& camera, const StreamNeeds& needs);

@@ -21,6 +21,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// The names of --format, which are the extensions as well. "tif" is another name of "tiff".
 struct FormatName
 {
     std::string_view name;
@@ -107,6 +108,7 @@ void OnPngError(png_structp png, png_const_charp message)
     std::longjmp(failure->jump, 1);
 }
 
+// Warnings would be printed otherwise; none of them concerns a picture of our own making.
 void OnPngWarning(png_structp, png_const_charp)
 {
 }
@@ -144,6 +146,7 @@ bool PutPng(std::FILE* file, const Raster& raster, const std::vector<png_bytep>&
     return true;
 }
 
+// Deeper samples are stretched to 16 bits, as the format has it; sBIT tells how many were measured.
 void WritePng(const fs::path& path, const Raster& raster)
 {
     std::vector<std::vector<uint8_t>> bytes(raster.height);
@@ -160,6 +163,8 @@ void WritePng(const fs::path& path, const Raster& raster)
     Finish(std::move(file), path);
 }
 
+// Samples as they are: the header tells the highest value. Two bytes have the most significant
+// first.
 void WritePnm(const fs::path& path, const Raster& raster)
 {
     File file = Create(path);
@@ -178,6 +183,7 @@ struct TiffCloser
     void operator()(TIFF* file) const { TIFFClose(file); }
 };
 
+// In this machine's own byte order; the library notes which.
 void WriteTiff(const fs::path& path, const Raster& raster)
 {
     // Failures come back as results; the library's own texts would go to standard error.
@@ -210,6 +216,7 @@ void WriteTiff(const fs::path& path, const Raster& raster)
 }
 #endif
 
+// The bytes of the buffer, packed or not.
 void WriteRaw(const fs::path& path, std::span<const uint8_t> bytes)
 {
     File file = Create(path);
@@ -292,6 +299,7 @@ void WriteRaster(const fs::path& path, const Raster& raster, ImageFormat format)
     WriteOrRemove(path, [&] { Write(path, raster, format); });
 }
 
+// Numbers have five digits, so that a listing is in order.
 fs::path ImagePath(const std::string& pattern, size_t number, size_t count, uint64_t frameId)
 {
     std::string name = pattern;

@@ -1,8 +1,10 @@
 #include "tool_image_writer.h"
 
 namespace {
+// 256 MiB: a camera that is faster than the disk waits for it instead of filling the memory. One
+// image is taken whatever its size.
 constexpr size_t kMaximumWaiting = 256U << 20U;
-}
+} // namespace
 
 ImageWriter::ImageWriter(const std::string& pattern, size_t count, const ImageOptions& options)
     : m_pattern(pattern), m_count(count), m_options(options), m_thread([this] { _run(); })
@@ -21,6 +23,7 @@ ImageWriter::~ImageWriter()
 
 void ImageWriter::Put(const Image& image)
 {
+    // The acquisition's buffer goes back as soon as this returns, so its bytes are copied.
     Job job;
     job.path = ImagePath(m_pattern, ++m_number, m_count, image.frameId);
     job.bytes.assign(image.raw.bytes.begin(), image.raw.bytes.end());
@@ -36,10 +39,12 @@ void ImageWriter::Put(const Image& image)
     }
     m_waitingBytes += job.bytes.size();
     m_jobs.push_back(std::move(job));
+    // The job has moved: its image refers to the bytes where they are now.
     m_jobs.back().image.bytes = m_jobs.back().bytes;
     m_changed.notify_all();
 }
 
+// A failure that no later Put would have met ends the command here.
 void ImageWriter::Finish()
 {
     std::unique_lock lock(m_mutex);
@@ -49,6 +54,8 @@ void ImageWriter::Finish()
     }
 }
 
+// The writing thread. What still waits when the writer is destroyed is dropped: that is after
+// Finish, or after a failure.
 void ImageWriter::_run()
 {
     std::unique_lock lock(m_mutex);

@@ -49,4 +49,5 @@ struct Options
     unsigned columns = 0;
     // doctor
     std::string root = "/";
+    bool printRule = false;
 };

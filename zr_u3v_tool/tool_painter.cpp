@@ -6,6 +6,7 @@
 
 namespace {
 
+// A font of its own: an overlay of a few words is no reason for a font library.
 constexpr size_t kGlyphRows = 7;
 constexpr size_t kGlyphColumns = 5;
 constexpr size_t kAdvance = 6;
@@ -68,6 +69,7 @@ constexpr Glyph kGlyphs[] = {
     {'+', {0x00, 0x04, 0x04, 0x1F, 0x04, 0x04, 0x00}},
 };
 
+// Whatever else a camera calls itself.
 constexpr Glyph kBox = {'?', {0x1F, 0x11, 0x11, 0x11, 0x11, 0x11, 0x1F}};
 
 const Glyph& GlyphOf(char c)
@@ -79,6 +81,7 @@ const Glyph& GlyphOf(char c)
     return found == std::end(kGlyphs) ? kBox : *found;
 }
 
+// Opacity in 1/256: 256 covers what is below.
 uint8_t Mixed(uint8_t below, uint8_t above, unsigned opacity)
 {
     return static_cast<uint8_t>((below * (256 - opacity) + above * opacity) >> 8U);
@@ -94,16 +97,19 @@ Picture PictureOf(const Raster& image, size_t scale)
     const unsigned step = image.channels == 3 ? 1 : 0; // grey: three times the same sample
     uint8_t* target = picture.rgb.data();
     for (size_t y = 0; y < picture.height; y++) {
-        for (size_t x = 0; x < picture.width; x++) {
-            const uint16_t* const pixel = &image.samples[image.Index(x / scale, y / scale)];
-            for (unsigned channel = 0; channel < 3; channel++) {
-                *target++ = static_cast<uint8_t>(pixel[channel * step] >> shift);
+        const uint16_t* pixel = image.samples.data() + image.Index(0, y / scale);
+        for (size_t x = 0; x < image.width; x++, pixel += image.channels) {
+            for (size_t i = 0; i < scale; i++) {
+                *target++ = static_cast<uint8_t>(pixel[0] >> shift);
+                *target++ = static_cast<uint8_t>(pixel[step] >> shift);
+                *target++ = static_cast<uint8_t>(pixel[size_t{2} * step] >> shift);
             }
         }
     }
     return picture;
 }
 
+// Cut off at the picture's edges, so that callers need not look.
 void Painter::Fill(size_t x, size_t y, size_t width, size_t height, Colour colour, unsigned opacity)
 {
     const size_t right = std::min(m_picture.width, x + width);

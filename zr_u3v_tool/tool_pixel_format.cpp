@@ -10,6 +10,7 @@ namespace {
 using Layout = PixelFormat::Layout;
 using Meaning = PixelFormat::Meaning;
 
+// Codes of the Pixel Format Naming Convention, 32 bits. Bits 16 to 23 are the bits per pixel.
 constexpr PixelFormat kFormats[] = {
     {"Mono8", 0x01080001, Layout::Bytes8, Meaning::Grey, 8},
     {"Mono10", 0x01100003, Layout::Words16, Meaning::Grey, 10},
@@ -75,6 +76,7 @@ uint16_t Gev12Sample(std::span<const uint8_t> bytes, size_t index)
     return static_cast<uint16_t>(uint32_t{bytes[triple + 2]} << 4U | uint32_t{low} >> 4U);
 }
 
+// `bytes` holds at least `count` samples: the caller has compared them.
 std::vector<uint16_t> Samples(const PixelFormat& format, std::span<const uint8_t> bytes,
                               size_t count)
 {
@@ -138,30 +140,70 @@ unsigned FilterColour(Meaning meaning, size_t x, size_t y)
     return isGreen ? 1 : inRedRow ? 0 : 2;
 }
 
-// Each missing colour is the mean of its neighbours among the eight around and the pixel itself.
+// Each missing colour is the mean of its neighbours among the eight around. At the border there are
+// fewer, so each one is looked at.
+void DemosaicBorder(const Raster& mosaic, Meaning meaning, size_t x, size_t y, uint16_t* rgb)
+{
+    uint32_t sum[3] = {};
+    uint32_t count[3] = {};
+    for (size_t ny = y - (y > 0 ? 1 : 0); ny <= std::min(y + 1, mosaic.height - 1); ny++) {
+        for (size_t nx = x - (x > 0 ? 1 : 0); nx <= std::min(x + 1, mosaic.width - 1); nx++) {
+            const unsigned colour = FilterColour(meaning, nx, ny);
+            sum[colour] += mosaic.samples[mosaic.Index(nx, ny)];
+            count[colour]++;
+        }
+    }
+    for (unsigned colour = 0; colour < 3; colour++) {
+        rgb[colour] = static_cast<uint16_t>(sum[colour] / std::max<uint32_t>(count[colour], 1));
+    }
+    rgb[FilterColour(meaning, x, y)] = mosaic.samples[mosaic.Index(x, y)];
+}
+
+uint16_t MeanOfTwo(uint32_t a, uint32_t b)
+{
+    return static_cast<uint16_t>((a + b) / 2);
+}
+
+uint16_t MeanOfFour(uint32_t a, uint32_t b, uint32_t c, uint32_t d)
+{
+    return static_cast<uint16_t>((a + b + c + d) / 4);
+}
+
+// The same for a row that has neighbours on all sides, from the second sample to the last but one:
+// what lies around a sample repeats every other column, and this is where the time goes in an image
+// of millions.
+void DemosaicInside(const Raster& mosaic, Meaning meaning, size_t y, uint16_t* rgb)
+{
+    const uint16_t* const row = &mosaic.samples[mosaic.Index(0, y)];
+    const uint16_t* const above = row - mosaic.width;
+    const uint16_t* const below = row + mosaic.width;
+    for (size_t x = 1; x + 1 < mosaic.width; x++) {
+        uint16_t* const pixel = rgb + 3 * x;
+        const unsigned own = FilterColour(meaning, x, y);
+        pixel[own] = row[x];
+        if (own == 1) { // green: one colour beside it, the other one above and below
+            const unsigned colour = FilterColour(meaning, x + 1, y);
+            pixel[colour] = MeanOfTwo(row[x - 1], row[x + 1]);
+            pixel[2 - colour] = MeanOfTwo(above[x], below[x]);
+        } else { // green on four sides, the other colour at four corners
+            pixel[1] = MeanOfFour(row[x - 1], row[x + 1], above[x], below[x]);
+            pixel[2 - own] = MeanOfFour(above[x - 1], above[x + 1], below[x - 1], below[x + 1]);
+        }
+    }
+}
+
 Raster Demosaiced(const Raster& mosaic, Meaning meaning)
 {
     Raster raster{mosaic.width, mosaic.height, 3, mosaic.bits, {}};
     raster.samples.resize(mosaic.samples.size() * 3);
     for (size_t y = 0; y < mosaic.height; y++) {
-        for (size_t x = 0; x < mosaic.width; x++) {
-            const unsigned own = FilterColour(meaning, x, y);
-            uint32_t sum[3] = {};
-            uint32_t count[3] = {};
-            for (size_t ny = y - (y > 0 ? 1 : 0); ny <= std::min(y + 1, mosaic.height - 1); ny++) {
-                for (size_t nx = x - (x > 0 ? 1 : 0); nx <= std::min(x + 1, mosaic.width - 1);
-                     nx++) {
-                    const unsigned colour = FilterColour(meaning, nx, ny);
-                    sum[colour] += mosaic.samples[mosaic.Index(nx, ny)];
-                    count[colour]++;
-                }
-            }
-            for (unsigned colour = 0; colour < 3; colour++) {
-                const uint32_t mean = colour == own
-                                          ? mosaic.samples[mosaic.Index(x, y)]
-                                          : sum[colour] / std::max<uint32_t>(count[colour], 1);
-                raster.samples[raster.Index(x, y, colour)] = static_cast<uint16_t>(mean);
-            }
+        const bool isInside = y > 0 && y + 1 < mosaic.height && mosaic.width > 2;
+        uint16_t* const row = &raster.samples[raster.Index(0, y)];
+        if (isInside) {
+            DemosaicInside(mosaic, meaning, y, row);
+        }
+        for (size_t x = 0; x < mosaic.width; x += isInside ? mosaic.width - 1 : 1) {
+            DemosaicBorder(mosaic, meaning, x, y, row + 3 * x);
         }
     }
     return raster;
@@ -189,6 +231,7 @@ std::string PixelFormatName(uint64_t code)
                              : Format("0x%08llX", static_cast<unsigned long long>(code));
 }
 
+// 0 for what cannot be an image: an unknown format, or sides that no sensor has.
 size_t ImageBytes(const RawImage& image)
 {
     const PixelFormat* const format = FindPixelFormat(image.pixelFormat);
@@ -198,6 +241,7 @@ size_t ImageBytes(const RawImage& image)
     return (image.width * image.height * format->BitsPerPixel() + 7) / 8;
 }
 
+// Sizes come from the camera and are held against the bytes that are there before anything is read.
 Raster Decode(const RawImage& image, bool demosaic)
 {
     const PixelFormat* const format = FindPixelFormat(image.pixelFormat);

@@ -4,6 +4,7 @@ namespace {
 
 using Visitor = std::function<void(const Producer&, PORT_HANDLE, const std::string&)>;
 
+// No name means all of them.
 bool IsWanted(const std::string& wanted, const char* name)
 {
     return wanted.empty() || wanted == name;
@@ -26,6 +27,8 @@ void VisitCamera(const Session& session, const Options& options, const std::stri
     }
 }
 
+// Opens what the wanted port needs and no more: the System's registers need no camera. Empty: every
+// port.
 void Visit(const Options& options, const std::string& wanted, DEVICE_ACCESS_FLAGS access,
            const Visitor& use)
 {

@@ -47,6 +47,8 @@ constexpr ErrorName kErrorNames[] = {
     {GC_ERR_AMBIGUOUS, "GC_ERR_AMBIGUOUS"},
 };
 
+// "GCReadPort failed: GC_ERR_IO (-1010), last error ...": call, name, number, and what the producer
+// adds.
 std::string FailureText(const std::string& call, GC_ERROR status, const std::string& lastError)
 {
     return Format("%s failed: %s (%d), last error \"%s\"", call.c_str(),
@@ -68,6 +70,7 @@ std::vector<fs::path> Candidates(const std::string& wanted)
             }
         }
     }
+    // The build tree, then an installation.
     const fs::path here = ProgramFolder();
     places.push_back(here);
     places.push_back(here / "../lib");
@@ -92,10 +95,34 @@ GenTLError::GenTLError(const std::string& call, GC_ERROR status, const std::stri
 {
 }
 
+// Where the program really is, whatever link it was started by.
 fs::path ProgramFolder()
 {
     std::error_code ignored;
     return fs::read_symlink("/proc/self/exe", ignored).parent_path();
+}
+
+std::string ProgramCommand()
+{
+    std::error_code ignored;
+    const fs::path program = fs::read_symlink("/proc/self/exe", ignored);
+    const char* const path = std::getenv("PATH");
+    std::istringstream folders(path == nullptr ? "" : path);
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        // The first of this name is what the shell takes.
+        const fs::path candidate = fs::path(folder) / program.filename();
+        if (!folder.empty() && fs::exists(candidate, ignored)) {
+            if (fs::equivalent(candidate, program, ignored)) {
+                return program.filename().string();
+            }
+            break;
+        }
+    }
+    std::string quoted = "'";
+    for (const char character : program.string()) {
+        quoted += character == '\'' ? std::string("'\\''") : std::string(1, character);
+    }
+    return quoted + "'";
 }
 
 fs::path FindProducer(const std::string& wanted)
@@ -141,6 +168,7 @@ Producer::~Producer()
     GCCloseLib();
 }
 
+// The last error belongs to the calling thread, and to its latest failure: asked for at once.
 void Producer::Check(GC_ERROR status, const char* call) const
 {
     if (status == GC_ERR_SUCCESS) {
@@ -156,6 +184,7 @@ void Producer::Check(GC_ERROR status, const char* call) const
     throw GenTLError(call, status, text.data());
 }
 
+// Anything may have the extension .cti; without every function it is none.
 void* Producer::_resolve(const char* name) const
 {
     void* const function = dlsym(m_library, name);

@@ -73,6 +73,8 @@ std::filesystem::path FindProducer(const std::string& wanted);
 
 // The folder of this program.
 std::filesystem::path ProgramFolder();
+// What a shell calls this program by: its name where the PATH leads to it, else its quoted path.
+std::string ProgramCommand();
 
 // A loaded producer, initialised; closed with the object, which must therefore outlive every
 // handle. Calls may come from any thread, as GenTL has it.

@@ -12,6 +12,7 @@ constexpr unsigned kMaximumBar = 40;
 constexpr unsigned kMinimumBar = 4;
 } // namespace
 
+// Narrow terminals get the numbers without the bar.
 std::string ProgressLine(uint64_t done, uint64_t total, double rate, unsigned columns)
 {
     const std::string tail =
@@ -38,6 +39,8 @@ Progress::~Progress()
     }
 }
 
+// Carriage return and "erase to the end of the line": one line that changes, and nothing left in a
+// log.
 void Progress::Show(uint64_t done, double rate)
 {
     const auto now = std::chrono::steady_clock::now();

@@ -9,6 +9,7 @@ constexpr uint32_t kBlue = 7471;
 
 } // namespace
 
+// The upper bits stay: bright stays bright.
 Raster ReducedTo8(Raster image)
 {
     if (image.bits > 8) {
@@ -26,6 +27,7 @@ Raster AsGrey(Raster image)
     if (image.channels == 1) {
         return image;
     }
+    // In place: a grey sample is written where the reading has passed already.
     const size_t pixels = image.width * image.height;
     for (size_t i = 0; i < pixels; i++) {
         const uint16_t* const rgb = &image.samples[3 * i];
@@ -52,6 +54,7 @@ Raster AsColour(Raster image)
     return image;
 }
 
+// 256 classes whatever the depth; channels take turns in the samples.
 std::vector<std::vector<uint32_t>> Histogram(const Raster& image)
 {
     std::vector<std::vector<uint32_t>> counts(image.channels, std::vector<uint32_t>(256));

@@ -10,6 +10,7 @@
 
 namespace {
 
+// The names that --type takes. Texts and bytes have no size of their own.
 struct TypeEntry
 {
     const char* name;
@@ -25,11 +26,13 @@ constexpr TypeEntry kTypes[] = {
     {"string", RegisterType::String, 0}, {"hex", RegisterType::Hex, 0},
 };
 
+// `text` comes from the command line: the message repeats it as it was typed.
 [[noreturn]] void Refuse(const std::string& text, const char* kind)
 {
     throw ToolError(ExitCode::Usage, "\"" + text + "\" is no " + kind);
 }
 
+// The low `size` bytes of a number, the lowest first, whatever this machine's own order is.
 std::vector<uint8_t> LittleEndian(uint64_t bits, size_t size)
 {
     std::vector<uint8_t> bytes(size);
@@ -40,6 +43,7 @@ std::vector<uint8_t> LittleEndian(uint64_t bits, size_t size)
     return bytes;
 }
 
+// The reverse. A camera may send more than asked for: what is beyond 64 bits is left out.
 uint64_t Bits(const std::vector<uint8_t>& bytes)
 {
     uint64_t bits = 0;
@@ -49,6 +53,8 @@ uint64_t Bits(const std::vector<uint8_t>& bytes)
     return bits;
 }
 
+// The bits of a floating-point number as an integer of its size, and back; `Integer` has to be as
+// wide.
 template <class Float, class Integer>
 uint64_t FloatBits(double value)
 {
@@ -70,6 +76,8 @@ std::string FloatText(uint64_t bits)
     return {text.data(), result.ptr};
 }
 
+// Two's complement; its upper bits are cut off when it is stored in `size` bytes. The lowest value
+// has one more than the highest: -128 is an i8, 128 is none.
 uint64_t ParseSigned(const std::string& text, size_t size)
 {
     const bool isNegative = text.starts_with('-');
@@ -81,6 +89,7 @@ uint64_t ParseSigned(const std::string& text, size_t size)
     return isNegative ? ~magnitude + 1 : magnitude;
 }
 
+// from_chars and not strtod: the decimal point does not depend on the user's language.
 double ParseFloat(const std::string& text)
 {
     double value = 0;
@@ -92,6 +101,7 @@ double ParseFloat(const std::string& text)
     return value;
 }
 
+// "DE AD", "de:ad" and "dead" are the same two bytes.
 std::vector<uint8_t> ParseHexBytes(const std::string& text)
 {
     std::string digits;
@@ -119,6 +129,7 @@ std::string HexText(const std::vector<uint8_t>& bytes)
     return text;
 }
 
+// Spreads the sign bit of a value of `size` bytes over all 64.
 int64_t SignedOf(uint64_t bits, size_t size)
 {
     const unsigned shift = static_cast<unsigned>(64 - 8 * size);
@@ -144,6 +155,7 @@ size_t RegisterSize(RegisterType type)
     return found->size;
 }
 
+// The bootstrap registers of the USB3 Vision standard that stand at fixed addresses.
 const std::vector<NamedRegister>& NamedRegisters()
 {
     static const std::vector<NamedRegister> registers{

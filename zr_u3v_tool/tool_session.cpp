@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 
 #include "tool_console.h"
 
@@ -19,6 +20,7 @@ size_t Ordinal(const std::string& wanted)
     return result.ec == std::errc() && result.ptr == end ? number : 0;
 }
 
+// One line of a list to choose from. What a camera lacks is left out.
 std::string Describe(const CameraRecord& camera)
 {
     return Format("\n  %s  %s %s, serial %s%s%s", camera.id.empty() ? "?" : camera.id.c_str(),
@@ -26,6 +28,7 @@ std::string Describe(const CameraRecord& camera)
                   camera.userName.empty() ? "" : ", ", camera.userName.c_str());
 }
 
+// The list stands below the reason, so that the next command can be typed from it.
 [[noreturn]] void RefuseSelection(const std::string& reason, const std::vector<CameraRecord>& list)
 {
     std::string text = reason;
@@ -85,17 +88,20 @@ void Session::_open(uint64_t discovery_ms)
     }
 }
 
-// A pass over a full bus or on a busy machine may take longer than was meant; then once more.
+// A pass over a full bus or on a busy machine may take longer than was meant; then once more, but
+// not for ever on a bus that hangs.
 void Session::_updateDevices(uint64_t discovery_ms)
 {
-    constexpr int kFurtherTries = 3;
+    constexpr std::chrono::seconds kPatience{15};
+    const auto end = std::chrono::steady_clock::now() + kPatience;
     GC_ERROR status = GC_ERR_TIMEOUT;
-    for (int i = 0; i <= kFurtherTries && status == GC_ERR_TIMEOUT; i++) {
+    do {
         status = m_producer.IFUpdateDeviceList(m_interface, nullptr, discovery_ms);
-    }
+    } while (status == GC_ERR_TIMEOUT && std::chrono::steady_clock::now() < end);
     m_producer.Check(status, "IFUpdateDeviceList");
 }
 
+// Also of a session that could only be opened in part.
 void Session::_close()
 {
     if (m_interface != nullptr) {
@@ -106,6 +112,7 @@ void Session::_close()
     }
 }
 
+// A camera that cannot be asked has empty texts: the list shows it all the same.
 CameraRecord Session::_record(const std::string& id) const
 {
     const auto ask = [&](DEVICE_INFO_CMD command) {
@@ -126,6 +133,7 @@ CameraRecord Session::_record(const std::string& id) const
     return record;
 }
 
+// Never a guess: a wish that fits two cameras is refused like one that fits none.
 const CameraRecord& Session::Select(const std::string& wanted) const
 {
     if (m_cameras.empty()) {
@@ -158,6 +166,7 @@ Camera::Camera(const Session& session, const std::string& id, DEVICE_ACCESS_FLAG
 {
     const Producer& api = session.Api();
     GENTL_CALL(api, IFOpenDevice, session.Interface(), id.c_str(), access, &m_device);
+    // The destructor does not run for an object whose constructor throws.
     const GC_ERROR status = api.DevGetPort(m_device, &m_port);
     if (status != GC_ERR_SUCCESS) {
         api.DevClose(m_device);

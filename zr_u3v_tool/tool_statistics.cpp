@@ -11,6 +11,7 @@ constexpr double kNsPerMs = 1e6;
 // A run without end must not fill the memory; the latest entries tell what is of interest.
 constexpr size_t kMaximumDelays = 1U << 20U;
 
+// To three places: what is printed has no digits that mean nothing.
 double Rounded(double value)
 {
     return static_cast<double>(static_cast<int64_t>(value * 1000 + (value < 0 ? -0.5 : 0.5))) /
@@ -23,6 +24,8 @@ void Statistics::Add(const Image& image)
 {
     if (m_images == 0) {
         m_first = image.arrival;
+        // Ids of a stream go up by one. Id 0 may come again when a camera restarts: that counts as
+        // repeated.
     } else if (image.frameId > m_lastFrame) {
         m_lost += image.frameId - m_lastFrame - 1;
     } else {
@@ -50,12 +53,14 @@ double Statistics::Seconds() const
     return std::chrono::duration<double>(m_last - m_first).count();
 }
 
+// Between n arrivals lie n - 1 intervals.
 double Statistics::Rate() const
 {
     const double seconds = Seconds();
     return m_images < 2 || seconds <= 0 ? 0 : static_cast<double>(m_images - 1) / seconds;
 }
 
+// Without the offset of the two clocks the fastest image counts as zero.
 std::optional<Statistics::Latency> Statistics::_latency() const
 {
     if (m_delays.empty()) {

@@ -37,6 +37,7 @@ Plan PlanOf(const StreamNeeds& needs)
     return plan;
 }
 
+// For printf, which knows no uint64_t.
 unsigned long long Number(uint64_t value)
 {
     return value;
@@ -50,6 +51,7 @@ std::string ChangeSize(const Plan& plan)
                   Number(plan.alignment), Number(plan.leader), Number(plan.trailer));
 }
 
+// Leader and trailer: never rounded away, and never of one length.
 void CheckHeads(const StreamNeeds& needs, const Plan& plan, std::vector<StreamProblem>& problems)
 {
     if (needs.alignmentExponent > kMaximumExponent) {
@@ -95,6 +97,7 @@ void CheckCoincidence(const Plan& plan, std::vector<StreamProblem>& problems)
     }
 }
 
+// The rest behind the last whole alignment unit is what goes wrong.
 void CheckPayload(const Plan& plan, std::vector<StreamProblem>& problems)
 {
     if (plan.payload == 0) {

@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <unistd.h>
 
 #include "tool_console.h"
@@ -29,6 +28,8 @@ unsigned long Number(const std::string& text, unsigned long otherwise = 0)
     return value;
 }
 
+// Sorted; empty for a folder that is not there or may not be read, as /proc/<pid>/fd of other
+// users.
 std::vector<fs::path> Entries(const fs::path& folder)
 {
     std::error_code error;
@@ -41,12 +42,14 @@ std::vector<fs::path> Entries(const fs::path& folder)
     return entries;
 }
 
+// Class and subclass of the standard's three interfaces: control, event, stream.
 bool IsUsb3Vision(const fs::path& interface)
 {
     return Line(interface / "bInterfaceClass") == "ef" &&
            Line(interface / "bInterfaceSubClass") == "05";
 }
 
+// A free interface has no link "driver".
 UsbCamera::Interface InterfaceOf(const fs::path& path)
 {
     std::error_code error;
@@ -81,12 +84,17 @@ bool IsCameraRule(const std::string& rules)
     return grants && names;
 }
 
-std::string ContentsOf(const fs::path& path)
+// The rules of a file without its comments: what is commented out grants nothing.
+std::string RulesOf(const fs::path& path)
 {
     std::ifstream file(path);
-    std::ostringstream contents;
-    contents << file.rdbuf();
-    return contents.str();
+    std::string rules;
+    for (std::string line; std::getline(file, line);) {
+        if (!line.starts_with('#')) {
+            rules += line + "\n";
+        }
+    }
+    return rules;
 }
 
 } // namespace
@@ -144,6 +152,7 @@ bool UsbTree::MayOpen(const fs::path& node) const
     return m_canOpen(_below(node));
 }
 
+// This very process is not somebody else.
 std::vector<Holder> UsbTree::Holders(const fs::path& node) const
 {
     std::vector<Holder> holders;
@@ -176,7 +185,7 @@ std::string UsbTree::RuleFile() const
          {"/etc/udev/rules.d", "/run/udev/rules.d", "/usr/local/lib/udev/rules.d",
           "/usr/lib/udev/rules.d", "/lib/udev/rules.d"}) {
         for (const fs::path& file : Entries(_below(folder))) {
-            if (file.extension() == ".rules" && IsCameraRule(ContentsOf(file))) {
+            if (file.extension() == ".rules" && IsCameraRule(RulesOf(file))) {
                 return (fs::path(folder) / file.filename()).string();
             }
         }

@@ -15,6 +15,7 @@ constexpr Colour kAccent{255, 190, 70};
 constexpr Colour kGrey{200, 206, 212};
 constexpr Colour kChannels[] = {{244, 84, 76}, {92, 214, 104}, {92, 150, 255}};
 
+// Who, how fast, which image, what was lost, which format: from left to right.
 void DrawHeader(Painter& painter, const Picture& picture, const ViewState& state, size_t scale)
 {
     const size_t margin = 4 * scale;
@@ -88,6 +89,8 @@ std::string CellColour(const Raster& image, size_t column, size_t row, size_t co
 
 } // namespace
 
+// Small images are enlarged by whole numbers, so that the overlay's words fit and pixels stay
+// square.
 Picture ComposeView(const Raster& image, const ViewState& state)
 {
     const size_t enlargement =

@@ -43,6 +43,7 @@ fs::path BusFolder()
                                            kLibrary + ")");
 }
 
+// In the form in which the bus reads them from the environment.
 std::string CameraOptions(const Options& options)
 {
     std::string cameras;
@@ -55,6 +56,8 @@ std::string CameraOptions(const Options& options)
 
 } // namespace
 
+// The loader decides for a library before main runs: so the program starts itself once more, with
+// the virtual bus in front of libusb.
 void EnterVirtualBus(const Options& options, char** arguments)
 {
     if (!options.isVirtual || std::getenv(kMark) != nullptr) {

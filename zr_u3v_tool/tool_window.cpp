@@ -10,6 +10,7 @@
 
 namespace {
 
+// Gives an object of SDL back by the function that belongs to its type.
 template <auto Destroy>
 struct Destroyer
 {
@@ -54,6 +55,7 @@ public:
     {
     }
 
+    // A texture as large as the picture, made anew when the camera's image size has changed.
     void Show(const Picture& picture) override
     {
         const auto width = static_cast<int>(picture.width);
@@ -75,6 +77,7 @@ public:
         SDL_RenderPresent(m_renderer.get());
     }
 
+    // Keys that are held down count once.
     Wishes Poll() override
     {
         Wishes wishes;

@@ -1,115 +1,12 @@
 // zr-u3v as its user meets it: the program is run on the virtual bus, and its output, its files and
-// its exit codes are looked at. Images are compared with what the same camera of this process
-// makes.
+// its exit codes are looked at.
 
 #include <algorithm>
-#include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-#include <png.h>
 #include <regex>
-#include <sstream>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include "virtual_bus.h"
-
-#if ZR_TOOL_HAVE_TIFF
-#include <tiffio.h>
-#endif
-
-namespace fs = std::filesystem;
-using Json = nlohmann::json;
+#include "tool_run.h"
 
 namespace {
-
-struct Result
-{
-    int code = -1;
-    std::string output;
-    std::string errors;
-};
-
-std::string Contents(const fs::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-class ToolTest : public ::testing::Test
-{
-protected:
-    ToolTest()
-    {
-        std::string pattern = (fs::temp_directory_path() / "zr-u3v-XXXXXX").string();
-        EXPECT_NE(mkdtemp(pattern.data()), nullptr);
-        m_folder = pattern;
-    }
-    ~ToolTest() override
-    {
-        std::error_code ignored;
-        fs::remove_all(m_folder, ignored);
-    }
-
-    fs::path File(const std::string& name) const { return m_folder / name; }
-
-    // Starts the program in the test's folder; its output goes to files.
-    pid_t Start(std::vector<std::string> arguments) const
-    {
-        arguments.insert(arguments.begin(), ZR_TOOL);
-        std::vector<char*> pointers;
-        for (std::string& argument : arguments) {
-            pointers.push_back(argument.data());
-        }
-        pointers.push_back(nullptr);
-        const pid_t child = fork();
-        if (child == 0) {
-            const int out = open(File("out").c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
-            const int err = open(File("err").c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
-            dup2(out, STDOUT_FILENO);
-            dup2(err, STDERR_FILENO);
-            if (chdir(m_folder.c_str()) == 0) {
-                execv(ZR_TOOL, pointers.data());
-            }
-            _exit(127);
-        }
-        return child;
-    }
-    Result Finish(pid_t child) const
-    {
-        int status = 0;
-        waitpid(child, &status, 0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status),
-                Contents(File("out")), Contents(File("err"))};
-    }
-    Result Run(const std::vector<std::string>& arguments) const { return Finish(Start(arguments)); }
-
-    // The same on virtual cameras with these options.
-    Result RunOn(const std::string& camera, std::vector<std::string> arguments) const
-    {
-        const std::vector<std::string> bus{"--virtual-camera", camera, "--discovery-time", "150"};
-        arguments.insert(arguments.begin(), bus.begin(), bus.end());
-        return Run(arguments);
-    }
-
-    Json RunJson(const std::string& camera, std::vector<std::string> arguments) const
-    {
-        arguments.emplace_back("--json");
-        const Result result = RunOn(camera, std::move(arguments));
-        EXPECT_EQ(result.code, 0) << result.errors;
-        return Json::parse(result.output, nullptr, false);
-    }
-
-private:
-    fs::path m_folder;
-};
 
 // ---- list and info ----------------------------------------------------------------------------
 
@@ -325,261 +222,7 @@ TEST_F(ToolTest, Write_ValuesThatAreNone_AreUsageErrors)
     EXPECT_EQ(RunOn("", {"write", "UserDefinedName", std::string(64, 'x')}).code, 2);
 }
 
-// ---- images -----------------------------------------------------------------------------------
-
-struct Pixels
-{
-    unsigned width = 0;
-    unsigned height = 0;
-    unsigned channels = 0;
-    unsigned bits = 0;
-    unsigned significant = 0;
-    std::vector<uint16_t> samples;
-};
-
-// Reads with the classical interface, so that 16-bit samples come as they stand in the file.
-Pixels ReadPng(const fs::path& path)
-{
-    Pixels pixels;
-    std::FILE* const file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr) {
-        ADD_FAILURE() << "no file " << path;
-        return pixels;
-    }
-    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png_create_info_struct(png);
-    png_init_io(png, file);
-    png_read_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
-    pixels.width = png_get_image_width(png, info);
-    pixels.height = png_get_image_height(png, info);
-    pixels.channels = png_get_channels(png, info);
-    pixels.bits = png_get_bit_depth(png, info);
-    png_color_8p significant = nullptr;
-    if (png_get_sBIT(png, info, &significant) != 0) {
-        pixels.significant = pixels.channels == 1 ? significant->gray : significant->red;
-    }
-    png_bytepp rows = png_get_rows(png, info);
-    for (unsigned y = 0; y < pixels.height; y++) {
-        for (unsigned i = 0; i < pixels.width * pixels.channels; i++) {
-            pixels.samples.push_back(
-                pixels.bits == 16 ? static_cast<uint16_t>(rows[y][2 * i] << 8 | rows[y][2 * i + 1])
-                                  : rows[y][i]);
-        }
-    }
-    png_destroy_read_struct(&png, &info, nullptr);
-    std::fclose(file);
-    return pixels;
-}
-
-// Frame `frame` of a camera with these options, as it leaves the camera.
-std::vector<unsigned char> Sent(const std::string& options, uint64_t frame)
-{
-    vusb_reset();
-    return vusb::Camera(options).Expected(frame);
-}
-
-TEST_F(ToolTest, Grab_Mono8AsPng_EveryByte)
-{
-    const std::string options = "width=64,height=48,fps=50";
-    const Result result = RunOn(options, {"grab", "-n", "3", "-o", "{id}.png", "--strict"});
-    ASSERT_EQ(result.code, 0) << result.errors;
-    for (uint64_t frame = 0; frame < 3; frame++) {
-        const Pixels pixels = ReadPng(File(std::to_string(frame) + ".png"));
-        EXPECT_EQ(pixels.width, 64u);
-        EXPECT_EQ(pixels.height, 48u);
-        EXPECT_EQ(pixels.channels, 1u);
-        const auto sent = Sent(options, frame);
-        EXPECT_TRUE(
-            std::equal(sent.begin(), sent.end(), pixels.samples.begin(), pixels.samples.end()))
-            << frame;
-    }
-}
-
-TEST_F(ToolTest, Grab_Rgb8AndBgr8AsPng_EveryByte)
-{
-    for (const bool isRgb : {true, false}) {
-        const std::string options =
-            std::string("width=40,height=30,fps=50,format=") + (isRgb ? "RGB8" : "BGR8");
-        ASSERT_EQ(RunOn(options, {"grab", "-o", "a.png"}).code, 0);
-        const Pixels pixels = ReadPng(File("a.png"));
-        auto sent = Sent(options, 0);
-        for (size_t i = 0; !isRgb && i < sent.size(); i += 3) {
-            std::swap(sent[i], sent[i + 2]);
-        }
-        EXPECT_EQ(pixels.channels, 3u);
-        EXPECT_TRUE(
-            std::equal(sent.begin(), sent.end(), pixels.samples.begin(), pixels.samples.end()))
-            << options;
-    }
-}
-
-TEST_F(ToolTest, Grab_Mono12p_KeepsEveryBitInPng)
-{
-    const std::string options = "width=64,height=48,fps=50,format=Mono12p";
-    ASSERT_EQ(RunOn(options, {"grab", "-o", "a.png"}).code, 0);
-    const Pixels pixels = ReadPng(File("a.png"));
-    const auto sent = Sent(options, 0);
-    ASSERT_EQ(pixels.bits, 16u);
-    EXPECT_EQ(pixels.significant, 12u);
-    for (size_t i = 0; i < pixels.samples.size(); i++) {
-        const size_t at = i / 2 * 3;
-        const unsigned expected = i % 2 == 0
-                                      ? sent[at] | (sent[at + 1] & 15U) << 8U
-                                      : unsigned{sent[at + 1]} >> 4U | unsigned{sent[at + 2]} << 4U;
-        ASSERT_EQ(pixels.samples[i] >> 4U, expected) << i;
-    }
-}
-
-TEST_F(ToolTest, Grab_Mono16AsPgm_HasTheHighByteFirst)
-{
-    const std::string options = "width=16,height=8,fps=50,format=Mono16";
-    ASSERT_EQ(RunOn(options, {"grab", "-o", "a.pgm"}).code, 0);
-    const std::string file = Contents(File("a.pgm"));
-    const std::string head = "P5\n16 8\n65535\n";
-    const auto sent = Sent(options, 0);
-    ASSERT_EQ(file.size(), head.size() + sent.size());
-    EXPECT_EQ(file.substr(0, head.size()), head);
-    for (size_t i = 0; i < sent.size(); i++) {
-        ASSERT_EQ(static_cast<unsigned char>(file[head.size() + (i ^ 1U)]), sent[i]) << i;
-    }
-}
-
-TEST_F(ToolTest, Grab_RawAndStandardOutput_AreThePayload)
-{
-    const std::string options = "width=16,height=8,fps=50";
-    ASSERT_EQ(RunOn(options, {"grab", "-o", "a.raw"}).code, 0);
-    const auto sent = Sent(options, 0);
-    EXPECT_EQ(Contents(File("a.raw")), std::string(sent.begin(), sent.end()));
-    const Result piped = RunOn(options, {"grab", "-n", "2", "-o", "-"});
-    const auto second = Sent(options, 1);
-    EXPECT_EQ(piped.output,
-              std::string(sent.begin(), sent.end()) + std::string(second.begin(), second.end()));
-    EXPECT_NE(piped.errors.find("images       2 in"), std::string::npos);
-}
-
-TEST_F(ToolTest, Grab_BayerIsColourUnlessAsked)
-{
-    const std::string options = "width=64,height=48,fps=50,pattern=scene,format=BayerRG8";
-    ASSERT_EQ(RunOn(options, {"grab", "-o", "a.png"}).code, 0);
-    EXPECT_EQ(ReadPng(File("a.png")).channels, 3u);
-    ASSERT_EQ(RunOn(options, {"grab", "-o", "b.png", "--no-demosaic"}).code, 0);
-    const Pixels mosaic = ReadPng(File("b.png"));
-    const auto sent = Sent(options, 0);
-    EXPECT_EQ(mosaic.channels, 1u);
-    EXPECT_TRUE(std::equal(sent.begin(), sent.end(), mosaic.samples.begin(), mosaic.samples.end()));
-}
-
-// The same scene in colour and behind filters: what demosaicing finds is near to the truth.
-TEST_F(ToolTest, Grab_EveryColourFormatShowsTheSameScene)
-{
-    const std::string scene = "width=160,height=120,fps=50,pattern=scene,format=";
-    ASSERT_EQ(RunOn(scene + "RGB8", {"grab", "-o", "truth.png"}).code, 0);
-    const Pixels truth = ReadPng(File("truth.png"));
-    for (const char* const format :
-         {"BGR8", "YUV422_8", "BayerRG8", "BayerGR8", "BayerGB8", "BayerBG8"}) {
-        ASSERT_EQ(RunOn(scene + format, {"grab", "-o", "a.png"}).code, 0) << format;
-        const Pixels pixels = ReadPng(File("a.png"));
-        ASSERT_EQ(pixels.samples.size(), truth.samples.size()) << format;
-        double difference = 0;
-        for (size_t i = 0; i < truth.samples.size(); i++) {
-            difference += std::abs(int{truth.samples[i]} - int{pixels.samples[i]});
-        }
-        EXPECT_LT(difference / static_cast<double>(truth.samples.size()), 6) << format;
-    }
-}
-
-TEST_F(ToolTest, Grab_EightBitsOnly)
-{
-    ASSERT_EQ(
-        RunOn("width=16,height=8,fps=50,format=Mono12", {"grab", "-o", "a.png", "--8bit"}).code, 0);
-    EXPECT_EQ(ReadPng(File("a.png")).bits, 8u);
-}
-
-#if ZR_TOOL_HAVE_TIFF
-TEST_F(ToolTest, Grab_Tiff_EveryByte)
-{
-    const std::string options = "width=40,height=30,fps=50,format=RGB8";
-    ASSERT_EQ(RunOn(options, {"grab", "-o", "a.tiff"}).code, 0);
-    TIFF* const tiff = TIFFOpen(File("a.tiff").c_str(), "r");
-    ASSERT_NE(tiff, nullptr);
-    std::vector<unsigned char> bytes(static_cast<size_t>(TIFFScanlineSize(tiff)) * 30);
-    for (uint32_t y = 0; y < 30; y++) {
-        EXPECT_EQ(TIFFReadScanline(tiff, &bytes[y * bytes.size() / 30], y, 0), 1);
-    }
-    TIFFClose(tiff);
-    EXPECT_EQ(bytes, Sent(options, 0));
-}
-#endif
-
-TEST_F(ToolTest, Grab_IntoAFolder_NumbersItsFiles)
-{
-    ASSERT_EQ(RunOn("width=16,height=8,fps=50", {"grab", "-n", "2", "-o", "images/"}).code, 0);
-    EXPECT_TRUE(fs::exists(File("images/image-00001.png")));
-    EXPECT_TRUE(fs::exists(File("images/image-00002.png")));
-}
-
-TEST_F(ToolTest, Grab_StatisticsAsJson)
-{
-    const Json json =
-        RunJson("width=16,height=8,fps=50,faults=leader-lost@2", {"grab", "-n", "5", "-f", "raw"});
-    EXPECT_EQ(json["images"], 5);
-    EXPECT_GE(json["lost_ids"], 1); // the receiver needs a moment to find the next leader
-    EXPECT_EQ(json["incomplete"], 0);
-    EXPECT_EQ(json["bytes"], 5 * 128);
-    EXPECT_GT(json["images_per_second"].get<double>(), 1.0);
-    EXPECT_EQ(json["latency_ms"]["since"], "camera time stamp");
-    EXPECT_GE(json["latency_ms"]["max"], json["latency_ms"]["min"]);
-}
-
-TEST_F(ToolTest, Grab_StrictlyALostImageIsAFailure)
-{
-    const Result result = RunOn("width=16,height=8,fps=50,faults=leader-lost@2",
-                                {"grab", "-n", "5", "--strict", "-f", "raw"});
-    EXPECT_EQ(result.code, 5);
-    EXPECT_NE(result.errors.find("0 images incomplete, "), std::string::npos);
-}
-
-TEST_F(ToolTest, Grab_CameraFallsSilent_KeepsWhatCameAndFails)
-{
-    const Result result = RunOn("width=16,height=8,fps=50,faults=stream-silent@3",
-                                {"grab", "-n", "5", "--timeout", "300", "-o", "a.raw"});
-    EXPECT_EQ(result.code, 5);
-    EXPECT_NE(result.errors.find("3 of 5 images arrived"), std::string::npos) << result.errors;
-    EXPECT_TRUE(fs::exists(File("a-00003.raw")));
-}
-
-TEST_F(ToolTest, Grab_UnpluggedWhileStreaming_Ends)
-{
-    const Result result = RunOn("width=16,height=8,fps=50,unplug-after=3",
-                                {"grab", "-n", "50", "--timeout", "300", "-o", "a.raw"});
-    EXPECT_EQ(result.code, 5) << result.errors;
-}
-
-TEST_F(ToolTest, Grab_Interrupted_StopsCleanly)
-{
-    const pid_t child = Start({"--virtual-camera", "width=16,height=8,fps=50", "grab", "-n",
-                               "100000", "-o", "a-{n}.raw"});
-    for (int i = 0; i < 300 && !fs::exists(File("a-00003.raw")); i++) {
-        usleep(20000);
-    }
-    kill(child, SIGINT);
-    const Result result = Finish(child);
-    EXPECT_EQ(result.code, 130) << result.errors;
-    EXPECT_NE(result.output.find("lost ids"), std::string::npos);
-}
-
-TEST_F(ToolTest, Grab_FolderThatIsNone_FailsAndSaysSo)
-{
-    const Result result = RunOn("width=16,height=8,fps=50", {"grab", "-o", "no/such/a.png"});
-    EXPECT_EQ(result.code, 1);
-    EXPECT_NE(result.errors.find("cannot write no/such/a.png: No such file"), std::string::npos);
-}
-
-TEST_F(ToolTest, Grab_FormatThatIsNone_IsAUsageError)
-{
-    EXPECT_EQ(RunOn("", {"grab", "-o", "a.gif"}).code, 2);
-    EXPECT_EQ(RunOn("", {"grab", "-o", "-", "-f", "png"}).code, 2);
-}
+// ---- bench -----------------------------------------------------------------------------------
 
 TEST_F(ToolTest, Bench_MeasuresImagesAndRegisters)
 {
@@ -690,6 +333,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Sick{"TwoManifestEntries", "faults=manifest-entries:2", "open: GC_ERR_ERROR"},
         Sick{"EmptyManifest", "faults=manifest-entries:0", "open: GC_ERR_ERROR"},
+        Sick{"UnreadableDescription", "faults=reply-error%r0x100000:0x8006",
+             "manifest: cannot be read: GCReadPort failed: GC_ERR_IO"},
         Sick{"PermissionDenied", "faults=open-permission", "open: failed"},
         Sick{"StrictReads", "strict=1", "open: IFOpenDevice failed"},
         Sick{"NoStream", "faults=no-stream-interface", "stream: DevOpenDataStream failed"},
@@ -757,6 +402,32 @@ TEST_F(ToolTest, Doctor_OnAnotherRoot_LooksThere)
     EXPECT_NE(Findings(json, "speed").find("480 Mbit/s"), std::string::npos) << result.output;
     EXPECT_NE(Findings(json, "permissions").find("no device node"), std::string::npos);
     EXPECT_NE(Findings(json, "usbfs-memory").find("is 16"), std::string::npos);
+}
+
+TEST_F(ToolTest, Doctor_HandsTheUdevRuleOut)
+{
+    const Result result = Run({"doctor", "--udev-rule"});
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.output, Contents(ZR_UDEV_RULE));
+    // The remedy can be pasted: this program is in no folder of the PATH.
+    fs::create_directories(File("root/sys/bus/usb/devices"));
+    const Json json =
+        Json::parse(Run({"doctor", "--json", "--root", "root", "--discovery-time", "100"}).output);
+    std::string remedy;
+    for (const Json& finding : json["findings"]) {
+        if (finding["check"] == "udev-rule") {
+            remedy = finding["remedy"];
+        }
+    }
+    EXPECT_EQ(remedy.find("'" ZR_TOOL "' doctor --udev-rule | sudo tee "), 0u) << remedy;
+}
+
+TEST_F(ToolTest, Doctor_ApplicationsThatDoNotFindTheProducer_AreWarnedOf)
+{
+    unsetenv("GENICAM_GENTL64_PATH");
+    const Json json = RunJson("", {"doctor"});
+    EXPECT_TRUE(Findings(json, "environment").starts_with("warning: ")) << json;
+    EXPECT_EQ(json["problems"], 0);
 }
 
 // ---- the program ------------------------------------------------------------------------------

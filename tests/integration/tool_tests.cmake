@@ -8,13 +8,14 @@ find_package(nlohmann_json REQUIRED)
 get_target_property(have_tiff zr_u3v_tool ZR_HAVE_TIFF)
 get_target_property(have_sdl zr_u3v_tool ZR_HAVE_SDL)
 
-zr_gtest(zr_integration_tool LABEL integration TIMEOUT 300 SOURCES tool_commands_test.cpp
+zr_gtest(zr_integration_tool LABEL integration TIMEOUT 300 SOURCES tool_commands_test.cpp tool_images_test.cpp
     LIBS zr_virtual_usb PNG::PNG nlohmann_json::nlohmann_json
     ENVIRONMENT "${ZR_VIRTUAL_BUS_ENVIRONMENT}")
 add_dependencies(zr_integration_tool zr_u3v_tool zr_u3v_tl)
 target_include_directories(zr_integration_tool PRIVATE "${CMAKE_SOURCE_DIR}/virtual_camera/bus")
 target_compile_definitions(zr_integration_tool PRIVATE
     ZR_TOOL="$<TARGET_FILE:zr_u3v_tool>"
+    ZR_UDEV_RULE="${CMAKE_SOURCE_DIR}/packaging/udev/70-zr-u3v.rules"
     ZR_CTI_FOLDER="${CMAKE_BINARY_DIR}/lib"
     ZR_OTHER_LIBRARY="$<TARGET_FILE:zr_virtual_usb>"
     ZR_TOOL_HAVE_TIFF=${have_tiff}

@@ -130,6 +130,54 @@ TEST(PixelFormat, Bayer_EveryPhaseFindsItsRed)
     }
 }
 
+// The colours of the four formats' cells, row by row, and the rule as it is written down: what a
+// pixel lacks is the mean of that colour among its up to eight neighbours.
+uint16_t Demosaiced(const Bytes& mosaic, size_t width, size_t height, const char* cell, size_t x,
+                    size_t y, char colour)
+{
+    const auto filter = [&](size_t column, size_t row) { return cell[row % 2 * 2 + column % 2]; };
+    if (filter(x, y) == colour) {
+        return mosaic[y * width + x];
+    }
+    unsigned sum = 0;
+    unsigned count = 0;
+    for (size_t row = 0; row < height; row++) {
+        for (size_t column = 0; column < width; column++) {
+            const bool isNear = row + 1 >= y && row <= y + 1 && column + 1 >= x && column <= x + 1;
+            if (isNear && filter(column, row) == colour) {
+                sum += mosaic[row * width + column];
+                count++;
+            }
+        }
+    }
+    return static_cast<uint16_t>(count == 0 ? 0 : sum / count);
+}
+
+TEST(PixelFormat, Bayer_EverySampleIsTheMeanOfItsNeighbours)
+{
+    const std::pair<uint64_t, const char*> formats[] = {
+        {0x01080008, "GRBG"}, {0x01080009, "RGGB"}, {0x0108000A, "GBRG"}, {0x0108000B, "BGGR"}};
+    const std::pair<size_t, size_t> sizes[] = {{1, 1}, {1, 5}, {5, 1}, {2, 2}, {2, 6},
+                                               {3, 3}, {6, 2}, {7, 5}, {8, 6}};
+    uint32_t random = 1;
+    for (const auto& [format, cell] : formats) {
+        for (const auto& [width, height] : sizes) {
+            Bytes mosaic(width * height);
+            for (uint8_t& byte : mosaic) {
+                random = random * 1664525 + 1013904223;
+                byte = static_cast<uint8_t>(random >> 24U);
+            }
+            const Raster raster = DecodeBytes(format, width, height, mosaic);
+            for (size_t i = 0; i < raster.samples.size(); i++) {
+                const size_t pixel = i / 3;
+                EXPECT_EQ(raster.samples[i], Demosaiced(mosaic, width, height, cell, pixel % width,
+                                                        pixel / width, "RGB"[i % 3]))
+                    << cell << " " << width << "x" << height << " sample " << i;
+            }
+        }
+    }
+}
+
 TEST(PixelFormat, Bayer_WithoutDemosaicingStaysAMosaic)
 {
     const Raster raster = DecodeBytes(kBayerRg8, 2, 1, {1, 2}, false);

@@ -73,6 +73,14 @@ TEST(UsbTree, Rules_CountOnlyWhenTheyNameCamerasAndGrant)
     EXPECT_EQ(machine.Tree().RuleFile(), "/usr/lib/udev/rules.d/70-zr-u3v.rules");
 }
 
+TEST(UsbTree, RulesThatAreCommentedOut_DoNotCount)
+{
+    const UsbMachine machine;
+    machine.Folder().Write("/etc/udev/rules.d/70-old.rules",
+                           "#SUBSYSTEM==\"usb\", ATTR{bDeviceClass}==\"ef\", TAG+=\"uaccess\"\n");
+    EXPECT_EQ(machine.Tree().RuleFile(), "");
+}
+
 TEST(UsbTree, TheRuleThatIsInstalled_Counts)
 {
     std::ifstream file(ZR_UDEV_RULE);
