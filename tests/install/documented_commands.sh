@@ -118,6 +118,17 @@ leave()
     wait "$stayed"
     stayed=
 }
+# The kernel takes a moment to look at what has been plugged in.
+seen()
+{
+    local i
+    [[ $ZR_IN_MACHINE = yes && $1 == *--attach* ]] || return 0
+    for ((i = 0; i < 200; i++)); do
+        lsusb -d 1209: >/dev/null && return 0
+        sleep 0.1
+    done
+    return 1
+}
 trap leave EXIT # a command that fails ends the document
 stay()
 {
@@ -137,7 +148,7 @@ stay()
     "$program" "${words[@]}" >>stay.log 2>&1 &
     stayed=$!
     for ((i = 0; i < 300; i++)); do
-        grep -qE 'plugged in|camera\(s\) at' stay.log && { [ "$ZR_IN_MACHINE" = no ] || udevadm settle; return 0; }
+        grep -qE 'plugged in|camera\(s\) at' stay.log && { seen "${words[*]}"; return; }
         kill -0 "$stayed" 2>/dev/null || break
         sleep 0.1
     done
@@ -221,6 +232,7 @@ run_document()
 }
 
 if [ "$in_machine" = yes ]; then
+    ip link set lo up 2>/dev/null || busybox ifconfig lo 127.0.0.1 up
     bus=
     run_document "$source_tree/docs/virtual-camera.md" ""
     finish
