@@ -1,5 +1,6 @@
 #include "tool_description.h"
 
+#include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
@@ -123,7 +124,8 @@ std::string DescriptionUrlOf(const Producer& api, PORT_HANDLE port)
     GENTL_CALL(api, GCGetPortURLInfo, port, 0, URL_INFO_URL, &type, nullptr, &size);
     std::string url(size, '\0');
     GENTL_CALL(api, GCGetPortURLInfo, port, 0, URL_INFO_URL, &type, url.data(), &size);
-    return url.c_str();
+    url.resize(std::min(url.size(), url.find('\0')));
+    return url;
 }
 
 // The camera tells the length; ParseDescriptionUrl has refused what no document has.

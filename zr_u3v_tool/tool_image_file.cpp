@@ -291,7 +291,10 @@ void WriteImage(const fs::path& path, const RawImage& image, const ImageOptions&
         return;
     }
     Raster raster = Decode(image, options.demosaic);
-    WriteRaster(path, options.reduceTo8 ? ReducedTo8(std::move(raster)) : raster, options.format);
+    if (options.reduceTo8) {
+        raster = ReducedTo8(std::move(raster));
+    }
+    WriteRaster(path, raster, options.format);
 }
 
 void WriteRaster(const fs::path& path, const Raster& raster, ImageFormat format)

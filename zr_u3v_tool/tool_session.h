@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -147,5 +148,6 @@ std::string QueryId(const Producer& api, const char* name, const Call& call)
     api.Check(call(nullptr, &size), name);
     std::string id(size, '\0');
     api.Check(call(id.data(), &size), name);
-    return id.c_str();
+    id.resize(std::min(id.size(), id.find('\0')));
+    return id;
 }

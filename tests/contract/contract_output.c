@@ -2,9 +2,11 @@
  * What the library prints into a process that is not its own: the few texts about a stream's end,
  * which have always been there, on standard output; on standard error nothing, whatever happens.
  */
+#define _GNU_SOURCE /* memfd_create */
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include "producer.h"
@@ -13,7 +15,7 @@
 
 struct capture
 {
-    FILE* file;
+    int file;
     int descriptor;
     int saved;
     char text[4096];
@@ -23,10 +25,9 @@ static void capture_begin(struct capture* capture, int descriptor)
 {
     fflush(NULL);
     capture->descriptor = descriptor;
-    capture->file = tmpfile();
+    capture->file = memfd_create("capture", MFD_CLOEXEC);
     capture->saved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (capture->file == NULL || capture->saved < 0 ||
-        dup2(fileno(capture->file), descriptor) < 0) {
+    if (capture->file < 0 || capture->saved < 0 || dup2(capture->file, descriptor) < 0) {
         tap_bail_out("cannot redirect descriptor %d", descriptor);
     }
 }
@@ -36,10 +37,9 @@ static void capture_end(struct capture* capture)
     fflush(NULL);
     dup2(capture->saved, capture->descriptor);
     close(capture->saved);
-    rewind(capture->file);
-    const size_t size = fread(capture->text, 1, sizeof capture->text - 1, capture->file);
-    capture->text[size] = '\0';
-    fclose(capture->file);
+    const ssize_t size = pread(capture->file, capture->text, sizeof capture->text - 1, 0);
+    capture->text[size > 0 ? size : 0] = '\0';
+    close(capture->file);
 }
 
 static void take_image(const struct session* session)
