@@ -71,7 +71,7 @@ public:
         case 'u':
         case 'x':
         case 'X':
-            if (isLong) {
+            if (isLong) { // NOLINT(bugprone-branch-clone): the types differ
                 static_cast<void>(va_arg(arguments, long long));
             } else {
                 static_cast<void>(va_arg(arguments, int));

@@ -36,7 +36,7 @@ ImageFormat FormatOf(const Options& options)
 std::string PatternOf(const Options& options)
 {
     const std::string extension = options.format.empty() ? "png" : options.format;
-    const std::string plain = "image." + extension;
+    std::string plain = "image." + extension;
     if (options.output.empty()) {
         return plain;
     }

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr uint64_t kMaximumWait_ms = 3600 * 1000; // the producer's waits have 31 bits
+constexpr uint64_t kMaximumWait_ms = uint64_t{3600} * 1000; // the producer's waits have 31 bits
 constexpr uint64_t kMaximumImages = 1'000'000'000;
 constexpr uint64_t kMaximumBuffers = 1024;
 constexpr uint64_t kMaximumColumns = 1000;

@@ -60,7 +60,7 @@ std::vector<Document> FetchAll(const Options& options)
 // A folder takes each document under its own name, anything else is the name of the one document.
 fs::path PathFor(const Options& options, const Document& document)
 {
-    const fs::path output(options.output);
+    fs::path output(options.output);
     std::error_code ignored;
     const bool isFolder = fs::is_directory(output, ignored) || options.output.ends_with('/');
     if (!isFolder) {

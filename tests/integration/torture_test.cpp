@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <functional>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -298,5 +300,38 @@ INSTANTIATE_TEST_SUITE_P(States, ProcessExit,
                                            State::DeviceOpen, State::BuffersAnnounced,
                                            State::Acquiring, State::Delivering, State::Stopping),
                          ExitName);
+
+[[noreturn]] void EndForkedChild()
+{
+#if defined(__SANITIZE_ADDRESS__)
+    _exit(5); // the leak checker would miss what only the stacks of the parent's threads refer to
+#else
+    std::exit(5);
+#endif
+}
+
+// A host that starts a helper in the middle of an acquisition: the child has none of the library's
+// threads and a copy of everything else, and ends all the same; the parent does not notice.
+TEST(ForkedChild, Exit_WhileTheParentAcquires_EndsAndTheParentGoesOn)
+{
+    ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            vusb_reset();
+            const vusb::Camera camera("width=64,height=64,response-ms=100");
+            g_forgotten = new TortureConsumer(camera);
+            g_forgotten.load()->Reach(State::Delivering);
+            const pid_t child = fork();
+            if (child == 0) {
+                alarm(60); // a child that hangs is ended, and seen
+                EndForkedChild();
+            }
+            int status = 0;
+            const bool ended = waitpid(child, &status, 0) == child && WIFEXITED(status) &&
+                               WEXITSTATUS(status) == 5;
+            std::exit(ended && GCCloseLib() == GC_ERR_SUCCESS ? 7 : 1);
+        },
+        ::testing::ExitedWithCode(7), "");
+}
 
 } // namespace
