@@ -12,6 +12,10 @@ constexpr unsigned kSuperSpeed = 5000; // Mbit/s
 constexpr uint64_t kMebibyte = 1U << 20U;
 // The producer keeps one transfer of at most 1 MiB in flight, and begins with one of 64 KiB.
 constexpr uint64_t kInFlight = kMebibyte + (64U << 10U);
+// The library receives into memory of the kernel's for USB: three images of each camera, if four
+// megabytes are left then.
+constexpr uint64_t kImagesAtATime = 3;
+constexpr uint64_t kLeftToOthers = 4 * kMebibyte;
 
 // Bits of the camera's current speed.
 constexpr uint32_t kSuperSpeedAndAbove = 0x18;
@@ -174,22 +178,23 @@ Findings JudgeMemory(std::optional<unsigned long> limit_mb, const std::vector<ui
         images += std::min<uint64_t>(payload, uint64_t{1} << 40U);
     }
     const uint64_t limit = *limit_mb * kMebibyte;
-    // Two images of each camera: one on the way and one being handed over.
-    const auto wanted =
-        static_cast<unsigned long>(std::max<uint64_t>(2 * images / kMebibyte + 1, 16));
+    // What each camera's images go round in, and what is left to transfers of the others.
+    const uint64_t wanted = kImagesAtATime * images + kLeftToOthers;
+    const auto wanted_mb =
+        static_cast<unsigned long>(std::max<uint64_t>((wanted + kMebibyte - 1) / kMebibyte, 16));
     if (*limit_mb != 0 && limit < kInFlight * std::max<size_t>(payloads.size(), 1)) {
         return {
             {Level::Problem, "usbfs-memory", "",
              Format("usbfs_memory_mb is %lu: too little for a transfer of each of %zu camera(s)",
                     *limit_mb, payloads.size()),
-             MemoryRemedy(wanted)}};
+             MemoryRemedy(wanted_mb)}};
     }
-    if (*limit_mb != 0 && limit < images) {
+    if (*limit_mb != 0 && limit < wanted) {
         return {{Level::Warning, "usbfs-memory", "",
-                 Format("usbfs_memory_mb is %lu, less than the images of all cameras (%.1f MiB): "
-                        "enough for this producer, not for applications that queue whole images",
-                        *limit_mb, static_cast<double>(images) / kMebibyte),
-                 MemoryRemedy(wanted)}};
+                 Format("usbfs_memory_mb is %lu, less than %lu: images arrive, but not all by the "
+                        "fast way, which costs processor time",
+                        *limit_mb, wanted_mb),
+                 MemoryRemedy(wanted_mb)}};
     }
     return {{Level::Good, "usbfs-memory", "",
              Format("usbfs_memory_mb is %lu%s", *limit_mb, *limit_mb == 0 ? " (no limit)" : ""),

@@ -191,10 +191,11 @@ TEST(Doctor, Memory_IsHeldAgainstTheImages)
     constexpr uint64_t kMebibyte = 1U << 20U;
     EXPECT_EQ(JudgeMemory(std::nullopt, {})[0].level, Level::Skipped);
     EXPECT_EQ(JudgeMemory(0, {99 * kMebibyte})[0].level, Level::Good);
-    EXPECT_EQ(JudgeMemory(16, {2 * kMebibyte})[0].level, Level::Good);
+    EXPECT_EQ(JudgeMemory(16, {4 * kMebibyte})[0].level, Level::Good);
+    EXPECT_EQ(JudgeMemory(16, {4 * kMebibyte + 1})[0].level, Level::Warning);
     const Finding warning = JudgeMemory(16, {20 * kMebibyte})[0];
     EXPECT_EQ(warning.level, Level::Warning);
-    EXPECT_EQ(warning.remedy.find("echo 41 | sudo tee "
+    EXPECT_EQ(warning.remedy.find("echo 64 | sudo tee "
                                   "/sys/module/usbcore/parameters/usbfs_memory_mb"),
               0u);
     EXPECT_EQ(JudgeMemory(1, {2 * kMebibyte})[0].level, Level::Problem);
