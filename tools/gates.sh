@@ -192,11 +192,11 @@ gate_analyzer()
     return "$status"
 }
 
-# The fuzzers themselves, each for a minute; what they have found before is replayed by every test run.
+# The fuzzers themselves, each for ZR_FUZZ_SECONDS (a minute); what they have found before is replayed by every test run.
 gate_fuzz()
 {
     need clang++ || return
-    "$root/tools/fuzz" 60
+    "$root/tools/fuzz" "${ZR_FUZZ_SECONDS:-60}"
 }
 
 # tools/coverage prints the table; a run by hand shows the same.

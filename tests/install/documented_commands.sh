@@ -95,7 +95,7 @@ tool()
 options="for option in \"\$@\"; do grep -q -e \"^ *\$option) \" '$source_tree/tools/setup' || exit 1; done"
 echo "$options" | tool setup
 gates="for gate in \"\$@\"; do grep -q \"^gate_\$gate()\" '$source_tree/tools/gates.sh' || exit 1; done"
-echo "$gates" | tool test
+{ echo '[ "${1:-}" = --and ] && shift'; echo "$gates"; } | tool test
 echo "$gates" | tool check
 echo '[ $# -eq 0 ]' | tool coverage
 echo '[ $# -eq 0 ]' | tool demo
