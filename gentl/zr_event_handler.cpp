@@ -39,8 +39,13 @@ uint32_t ZrEventHandler_U3V::WaitForEvent(int32_t timeout_ms)
     if (m_state != 0) {
         return m_state;
     }
-    // Quirk Q07: one timed wait, not a loop: a spurious wake-up ends it early, and a negative
-    // time-out (the truncated GENTL_INFINITE is one) does not wait at all.
+    // Quirk Q07: a negative time-out (the truncated GENTL_INFINITE is one) does not wait at all.
+    // Its deadline has passed or is invalid; handing it to the kernel would only arm a timer, sleep
+    // and wake up each time the discovery worker polls.
+    if (timeout_ms < 0) {
+        return 0;
+    }
+    // One timed wait, not a loop: a spurious wake-up ends it early.
     if (m_condition.TimedWait(m_mutex, ZrDeadlineAfter(timeout_ms)) != 0) {
         return 0;
     }

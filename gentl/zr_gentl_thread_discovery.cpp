@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cxxabi.h>
+#include <pthread.h>
 #include <sched.h>
 
 namespace {
@@ -54,6 +55,7 @@ uint32_t ZrGenTLThreadDiscovery::_waitForRequest()
 {
     // Quirk Q25: the negative wait returns at once, so the worker polls; it gives way each time.
     const uint32_t bits = m_requestEvent.WaitForEvent(-1);
+    pthread_testcancel(); // for Terminate: nothing else in an idle turn lets it in
     sched_yield();
     return bits;
 }

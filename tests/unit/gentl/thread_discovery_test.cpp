@@ -104,6 +104,16 @@ TEST(Discovery, Request_WorkerIdle_RunsNoPassAndPolls)
     EXPECT_EQ(discovery.passes, 0);
 }
 
+TEST(Discovery, Terminate_WorkerIdle_EndsIt)
+{
+    TestDiscovery discovery;
+    ASSERT_TRUE(discovery.Start());
+    WaitUntil([&] { return discovery.turns > 0; });
+    EXPECT_TRUE(discovery.Terminate(0));
+    EXPECT_TRUE(discovery.Wait(-1));
+    EXPECT_FALSE(discovery.IsRunning());
+}
+
 TEST(Discovery, Request_OnePassLongerThanTheTime_ReturnsWhenTheTimeIsOver)
 {
     TestDiscovery discovery;
