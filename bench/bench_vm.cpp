@@ -9,8 +9,10 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <memory>
+#include <sched.h>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 #include "bench_consumer.h"
@@ -135,9 +137,39 @@ private:
     std::vector<uint8_t*> m_blocks;
 };
 
-// With `copies` the images end in memory of the application's own, as the library's do.
-void MeasureBare(Figures& figures, bool deviceMemory, bool copies)
+// What the library's discovery worker does while nobody asks it anything.
+class Poller
 {
+public:
+    ~Poller()
+    {
+        m_done = true;
+        m_thread.join();
+    }
+
+private:
+    void _poll() const
+    {
+        while (!m_done) {
+            sched_yield();
+        }
+    }
+
+    std::atomic<bool> m_done{false};
+    std::thread m_thread{&Poller::_poll, this};
+};
+
+// How a bare reader comes closer to what the library has to do.
+enum class Burden
+{
+    None,
+    Copy, // the images end in memory of the application's own
+    Poll, // a thread polls beside it
+};
+
+void MeasureBare(Figures& figures, bool deviceMemory, Burden burden)
+{
+    const auto poller = burden == Burden::Poll ? std::make_unique<Poller>() : nullptr;
     UsbCamera camera(0);
     camera.Start();
     const size_t size = camera.Payload();
@@ -146,7 +178,7 @@ void MeasureBare(Figures& figures, bool deviceMemory, bool copies)
     figures.Measure(size, 0, [&] {
         uint8_t* const block = blocks.Next();
         camera.ReadImage(block);
-        if (copies) {
+        if (burden == Burden::Copy) {
             std::memcpy(own.Next(), block, size);
         }
     });
@@ -171,10 +203,12 @@ void MeasureSize(Report& report, const char* program, const std::string& size)
     Figures library[2];
     Figures bare[2];
     Figures copying[2];
+    Figures polling[2];
     for (int round = 0; round < kRounds; ++round) {
         for (const bool deviceMemory : {false, true}) {
-            MeasureBare(bare[deviceMemory], deviceMemory, false);
-            MeasureBare(copying[deviceMemory], deviceMemory, true);
+            MeasureBare(bare[deviceMemory], deviceMemory, Burden::None);
+            MeasureBare(copying[deviceMemory], deviceMemory, Burden::Copy);
+            MeasureBare(polling[deviceMemory], deviceMemory, Burden::Poll);
             MeasureLibrary(library[deviceMemory], deviceMemory);
         }
     }
@@ -186,6 +220,11 @@ void MeasureSize(Report& report, const char* program, const std::string& size)
         report.Add({"kernel stack, images " + what, Median(own.imagesPerSecond), "/s",
                     "bare reader, " + memory, Median(other.imagesPerSecond), Row::Goal::AtLeast,
                     0.95});
+        report.Add({"kernel stack, images " + what, Median(own.imagesPerSecond), "/s",
+                    "bare reader that copies", Median(copying[deviceMemory].imagesPerSecond)});
+        report.Add({"kernel stack, images " + what, Median(own.imagesPerSecond), "/s",
+                    "bare reader beside a polling thread",
+                    Median(polling[deviceMemory].imagesPerSecond)});
         report.Add({"kernel stack, CPU per GB " + what, Median(own.cpuPerGigabyte), "s",
                     "bare reader, " + memory, Median(other.cpuPerGigabyte), Row::Goal::AtMost,
                     1.25});
