@@ -8,12 +8,25 @@ ZrEventHandler_U3V::ZrEventHandler_U3V(uint32_t bits) : m_mask(bits | kKillBits)
 
 void ZrEventHandler_U3V::SetEvent(uint32_t bits)
 {
+    if (MarkEvent(bits)) {
+        WakeFor(bits);
+    }
+}
+
+bool ZrEventHandler_U3V::MarkEvent(uint32_t bits)
+{
     Locker lock(m_mutex);
     if ((m_mask & bits) == 0) {
-        return;
+        return false;
     }
     // Quirk Q06: one accepted bit lets all given bits in, the unknown ones too.
     m_state |= bits;
+    ++m_marks;
+    return true;
+}
+
+void ZrEventHandler_U3V::WakeFor(uint32_t bits)
+{
     if ((bits & kKillBits) != 0) {
         m_condition.Broadcast(); // a kill aborts every wait
     } else {
@@ -45,12 +58,15 @@ uint32_t ZrEventHandler_U3V::WaitForEvent(int32_t timeout_ms)
     if (timeout_ms < 0) {
         return 0;
     }
-    // One timed wait, not a loop: a spurious wake-up ends it early.
-    if (m_condition.TimedWait(m_mutex, ZrDeadlineAfter(timeout_ms)) != 0) {
-        return 0;
-    }
-    // Read anew: the bit may have been reset between the wake-up and this line; then the state is
-    // 0.
+    // One timed wait: it ends early for a bit that was set and reset again meanwhile. Only what was
+    // not meant for this wait does not end it, the late half of a SetEvent whose bit is long taken.
+    const timespec deadline = ZrDeadlineAfter(timeout_ms);
+    const uint64_t marks = m_marks;
+    do {
+        if (m_condition.TimedWait(m_mutex, deadline) != 0) {
+            return 0;
+        }
+    } while (m_marks == marks);
     return m_state;
 }
 

@@ -20,6 +20,11 @@ public:
     // Sets all given bits if at least one of them is accepted, and wakes one waiter (all of them
     // for kill bits).
     void SetEvent(uint32_t bits) ZR_EXCLUDES(m_mutex);
+    // The two halves of SetEvent, for a caller with a lock that the waiter takes next: it wakes
+    // when it has let go, or the waiter would only wake up to wait again. True if a bit was
+    // accepted.
+    bool MarkEvent(uint32_t bits) ZR_EXCLUDES(m_mutex);
+    void WakeFor(uint32_t bits);
     void ResetEvent(uint32_t bits) ZR_EXCLUDES(m_mutex);
     // Waits until a bit is set and returns the state; 0 after `timeout_ms`. A negative time-out
     // never waits.
@@ -31,4 +36,5 @@ private:
     Condition m_condition;
     const uint32_t m_mask;
     uint32_t m_state ZR_GUARDED_BY(m_mutex) = 0;
+    uint64_t m_marks ZR_GUARDED_BY(m_mutex) = 0; // how often bits were set
 };

@@ -50,7 +50,7 @@ void ZrGenTLEvent::Destroy(ZrGenTLEvent* event)
     if (event == nullptr) {
         return;
     }
-    event->_close();
+    event->Close();
     event->m_gate.ShutAndWait();
     // The type stands in for the virtual destructor that the classes do not have.
     switch (event->m_nType) {
@@ -67,10 +67,11 @@ void ZrGenTLEvent::Destroy(ZrGenTLEvent* event)
 }
 
 // Under the queue's lock, which Flush holds as well: after this no Flush takes the kill bits back.
-void ZrGenTLEvent::_close()
+void ZrGenTLEvent::Close()
 {
     Locker lock(m_DataQueue.GetMutex());
     m_closing = true;
+    m_DataQueue.Clear();
     m_EventHandler.Kill();
 }
 
@@ -91,11 +92,26 @@ void ZrGenTLEvent::Reserve()
 
 void ZrGenTLEvent::Signal(void* entry)
 {
+    Add(entry);
+    Wake();
+}
+
+void ZrGenTLEvent::Add(void* entry)
+{
     // One step, or a consumer that empties the queue in between would leave the bit set for
     // nothing, or cleared with an entry waiting.
     Locker lock(m_DataQueue.GetMutex());
+    if (m_closing) {
+        return;
+    }
     m_DataQueue.Add(entry);
-    m_EventHandler.SetEvent(kEntryBit);
+    m_EventHandler.MarkEvent(kEntryBit);
+}
+
+// Without the queue's lock, which the waiter takes next.
+void ZrGenTLEvent::Wake()
+{
+    m_EventHandler.WakeFor(kEntryBit);
 }
 
 GC_ERROR ZrGenTLEvent::GetData(void* buffer, size_t* size, uint64_t timeout)
@@ -113,19 +129,22 @@ GC_ERROR ZrGenTLEvent::GetData(void* buffer, size_t* size, uint64_t timeout)
     if ((bits & kEntryBit) == 0) {
         return bits != 0 ? GC_ERR_ERROR : GC_ERR_TIMEOUT;
     }
-    _takeFront(buffer, size);
-    return GC_ERR_SUCCESS;
+    return _takeFront(buffer, size) ? GC_ERR_SUCCESS : GC_ERR_ABORT;
 }
 
-void ZrGenTLEvent::_takeFront(void* buffer, size_t* size)
+bool ZrGenTLEvent::_takeFront(void* buffer, size_t* size)
 {
     Locker lock(m_DataQueue.GetMutex());
+    if (m_closing) {
+        return false;
+    }
     // Quirk Q12: when another waiter took the last entry, this one succeeds without data; and the
     // size is never updated.
     if (void* const entry = m_DataQueue.GetFront(true); entry != nullptr) {
         DoEventGetData(entry, buffer, size);
     }
     _resetIfEmpty();
+    return true;
 }
 
 void ZrGenTLEvent::_resetIfEmpty()

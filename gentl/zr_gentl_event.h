@@ -39,9 +39,16 @@ public:
     void SetEventInfoDataSizeMax(size_t size);
     int32_t GetType() const { return m_nType; }
 
+    // Releases every waiter for good and forgets the entries: from now on none is touched, whatever
+    // becomes of it. For the time between taking the event out of its module and Destroy.
+    void Close();
+
     // Room for one entry more: the next Signal cannot fail. For a producer that signals alone.
     void Reserve();
     void Signal(void* entry);
+    // The two halves of Signal, for a producer with a lock that the consumer takes next.
+    void Add(void* entry);
+    void Wake();
     GC_ERROR GetData(void* buffer, size_t* size, uint64_t timeout);
     GC_ERROR GetDataInfo(const void* data, size_t dataSize, int32_t cmd, int32_t* type,
                          void* buffer, size_t* size);
@@ -70,10 +77,9 @@ protected:
 private:
     GC_ERROR _validateEventGetDataParam(const void* buffer, size_t* size) const;
     // Takes the front entry, copies it out and clears the signal of an emptied queue, in one step.
-    void _takeFront(void* buffer, size_t* size);
+    // False when the event has been closed since the wait.
+    bool _takeFront(void* buffer, size_t* size);
     void _resetIfEmpty();
-    // Releases every waiter for good: a Flush no longer takes the kill bits back.
-    void _close();
 
     const int32_t m_nType;
     ZrGenTLEventDataQueue m_DataQueue;

@@ -168,9 +168,15 @@ GC_ERROR ZrGenTLModuleBase::UnregisterEvent(int iEventID)
     if (!IsEventImplemented(iEventID)) {
         return GC_ERR_NOT_IMPLEMENTED;
     }
-    ZrGenTLEvent* const event = FindEventById(iEventID, true);
-    if (event == nullptr) {
-        return GC_ERR_NOT_INITIALIZED; // Quirk Q21: not one of the "unknown" codes
+    ZrGenTLEvent* event = nullptr;
+    {
+        Locker lock(m_mutex);
+        event = FindEventById(iEventID, true);
+        if (event == nullptr) {
+            return GC_ERR_NOT_INITIALIZED; // Quirk Q21: not one of the "unknown" codes
+        }
+        // In one step: a buffer that is revoked looks for its entries in the events it finds.
+        event->Close();
     }
     // Outside the lock: it waits for the calls that are inside the event.
     ZrGenTLEvent::Destroy(event);
@@ -223,6 +229,9 @@ void ZrGenTLModuleBase::_destroyEvents()
     {
         Locker lock(m_mutex);
         events.swap(m_events);
+        for (ZrGenTLEvent* const event : events) {
+            event->Close();
+        }
     }
     for (ZrGenTLEvent* const event : events) {
         ZrGenTLEvent::Destroy(event);

@@ -119,9 +119,14 @@ void SetTraceHook(ZrTraceHook hook)
     g_hook = hook;
 }
 
+bool IsTraced()
+{
+    return g_hook.load() != nullptr;
+}
+
 void TraceA(unsigned level, const char* format, ...)
 {
-    if (g_hook.load() == nullptr) {
+    if (!IsTraced()) {
         va_list arguments;
         va_start(arguments, format);
         const bool unseen = CannotFail(format, arguments);

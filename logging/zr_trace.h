@@ -17,6 +17,9 @@ enum ZrTraceLevel : unsigned
 // failure of the formatting itself is reported, to the system log.
 void TraceA(unsigned level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+// Whether anybody looks at the lines.
+bool IsTraced();
+
 // Sees every line before it is dropped: `line` is the whole line, `message` the caller's part of
 // it. For tests and for builds that route the lines; called on the tracing thread, must not trace
 // itself. NULL takes the hook away.

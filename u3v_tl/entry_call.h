@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cxxabi.h>
 #include <new>
+#include <type_traits>
 
 #include "zr_trace.h"
 #include "zr_u3v_controller.h"
@@ -210,8 +211,19 @@ private:
     const char* const m_function;
 };
 
+// Whether a line of these arguments, beside the function's name, can always be formatted; a text
+// may be too long.
+template <class... Arguments>
+constexpr bool AlwaysFormattable(const Arguments&... /*arguments*/)
+{
+    return (std::is_arithmetic_v<Arguments> && ...);
+}
+
 // Opens every exported function: the entry line with the function's own name, then `call`. A macro
 // because it needs the function's name and a format that the compiler checks and a search finds.
+// With numbers only, the usual case that nobody looks costs no more than to see it.
 #define GENTL_ENTRY(format, ...)                                                                   \
-    TraceA(ZR_TRACE_DEBUG, format, __func__ __VA_OPT__(, ) __VA_ARGS__);                           \
+    if (IsTraced() || !AlwaysFormattable(__VA_ARGS__)) {                                           \
+        TraceA(ZR_TRACE_DEBUG, format, __func__ __VA_OPT__(, ) __VA_ARGS__);                       \
+    }                                                                                              \
     EntryCall call(__func__)

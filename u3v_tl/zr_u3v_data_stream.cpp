@@ -398,18 +398,30 @@ GC_ERROR ZrU3VDataStream::AcquireImage()
     }
 }
 
-// Describes the image and hands the buffer to the new-buffer event; without an event it just leaves
-// the input list. A buffer that was flushed out of the list while its image arrived is not
-// delivered any more.
+// Hands the image to the new-buffer event; without an event the buffer just leaves the input list.
 GC_ERROR ZrU3VDataStream::_deliver(ZrGenTLBuffer& buffer, bool incomplete,
                                    const IMAGE_HEADER& header)
 {
-    Locker<Mutex> lock(m_bufferMutex);
-    if (m_BufferContainer.GetFront(ZR_BUFFER_LIST_INPUT, false) != &buffer) {
+    const auto event = PinEventById(EVENT_NEW_BUFFER);
+    if (!_handOut(buffer, incomplete, header, event.Get())) {
         return GC_ERR_ERROR;
     }
-    const auto event = PinEventById(EVENT_NEW_BUFFER);
     if (event) {
+        event->Wake(); // without a lock: the consumer takes it next, to queue a buffer
+    }
+    return GC_ERR_SUCCESS;
+}
+
+// Describes the image and moves its buffer from the input list to the event. False for a buffer
+// that was flushed out of the list while its image arrived: it is not delivered any more.
+bool ZrU3VDataStream::_handOut(ZrGenTLBuffer& buffer, bool incomplete, const IMAGE_HEADER& header,
+                               ZrGenTLEvent* event)
+{
+    Locker<Mutex> lock(m_bufferMutex);
+    if (m_BufferContainer.GetFront(ZR_BUFFER_LIST_INPUT, false) != &buffer) {
+        return false;
+    }
+    if (event != nullptr) {
         // Without memory for the entry this image is lost, but not its buffer: it still stands in
         // the input list, uncounted, for the next one.
         event->Reserve();
@@ -427,10 +439,10 @@ GC_ERROR ZrU3VDataStream::_deliver(ZrGenTLBuffer& buffer, bool incomplete,
         Locker<RecursiveMutex> count(m_mutex);
         ++m_nDelivered;
     }
-    if (event) {
-        event->Signal(&buffer);
+    if (event != nullptr) {
+        event->Add(&buffer);
     }
-    return GC_ERR_SUCCESS;
+    return true;
 }
 
 GC_ERROR ZrU3VDataStream::GetBufferID(uint32_t index, void** handle)

@@ -69,6 +69,8 @@ private:
     GC_ERROR _announce(std::unique_ptr<ZrGenTLBuffer> buffer, void** handle)
         ZR_REQUIRES(m_bufferMutex);
     GC_ERROR _deliver(ZrGenTLBuffer& buffer, bool incomplete, const IMAGE_HEADER& header);
+    bool _handOut(ZrGenTLBuffer& buffer, bool incomplete, const IMAGE_HEADER& header,
+                  ZrGenTLEvent* event);
     bool _isAcquiring();
     bool _hasAllImages();
     void _limitTo(uint64_t count);

@@ -109,6 +109,66 @@ TEST(EventHandler, WaitForEvent_NegativeTimeout_IsAsCheapAsALook)
     EXPECT_LT(unset, 20 * CostOfNegativeWaits(event));
 }
 
+// Waits on a thread of its own, from the constructor on.
+class Waiter
+{
+public:
+    explicit Waiter(ZrEventHandler_U3V& event)
+        : m_thread([this, &event] {
+              m_result = event.WaitForEvent(60'000);
+              m_done = true;
+          })
+    {
+        std::this_thread::sleep_for(50ms); // until it sleeps
+    }
+    ~Waiter() { m_thread.join(); }
+    bool IsDone() const { return m_done; }
+    uint32_t Result() const { return m_result; }
+
+private:
+    std::atomic<bool> m_done{false};
+    std::atomic<uint32_t> m_result{0};
+    std::thread m_thread;
+};
+
+TEST(EventHandler, WakeFor_ABitThatIsLongTaken_DoesNotEndAnotherWait)
+{
+    ZrEventHandler_U3V event(1);
+    ASSERT_TRUE(event.MarkEvent(1));
+    ASSERT_EQ(event.WaitForEvent(0), 1u);
+    event.ResetEvent(1);
+    const Waiter waiter(event);
+    event.WakeFor(1);
+    std::this_thread::sleep_for(50ms);
+    EXPECT_FALSE(waiter.IsDone());
+    event.SetEvent(1);
+    while (!waiter.IsDone()) {
+        std::this_thread::sleep_for(1ms);
+    }
+    EXPECT_EQ(waiter.Result(), 1u);
+}
+
+TEST(EventHandler, WaitForEvent_SetAndResetMeanwhile_EndsEarlyWithNothing)
+{
+    ZrEventHandler_U3V event(1);
+    const Waiter waiter(event);
+    ASSERT_TRUE(event.MarkEvent(1));
+    event.ResetEvent(1);
+    event.WakeFor(1);
+    while (!waiter.IsDone()) {
+        std::this_thread::sleep_for(1ms);
+    }
+    EXPECT_EQ(waiter.Result(), 0u);
+}
+
+TEST(EventHandler, MarkEvent_NoAcceptedBit_IsRefused)
+{
+    ZrEventHandler_U3V event(1);
+    EXPECT_FALSE(event.MarkEvent(2));
+    EXPECT_TRUE(event.MarkEvent(3));
+    EXPECT_EQ(event.WaitForEvent(0), 3u);
+}
+
 TEST(EventHandler, WaitForEvent_NothingSet_WaitsTheTimeout)
 {
     ZrEventHandler_U3V event(1);

@@ -270,6 +270,22 @@ TEST(Event, Kill_ManyWaiters_AllAbort)
     EXPECT_EQ(aborted, 4);
 }
 
+// What a buffer's revocation counts on once its event has left the stream: nobody touches entries.
+TEST(Event, Close_EntriesQueued_ForgetsThemAndTakesNoMore)
+{
+    ProbeEvent event;
+    int a = 0;
+    event.Signal(&a);
+    event.Close();
+    EXPECT_EQ(event.GetNumInQueue(), 0u);
+    event.Signal(&a);
+    EXPECT_EQ(event.GetNumInQueue(), 0u);
+    EXPECT_EQ(event.Flush(), 0); // does not bring it back to life
+    size_t size = 0;
+    EXPECT_EQ(event.GetData(nullptr, &size, 10'000), -1012);
+    EXPECT_TRUE(event.taken.empty());
+}
+
 TEST(Event, RemoveEntry_TakesEveryOccurrence)
 {
     ProbeEvent event;
@@ -671,6 +687,39 @@ TEST(EventThreads, ManyProducersAndConsumers_EveryEntryIsTakenOnce)
         EXPECT_EQ(seen[i], 1) << i;
     }
     EXPECT_EQ(event->GetNumInQueue(), 0u);
+}
+
+// A consumer that is there before its wake-up: the wake-up must not end its next wait.
+TEST(EventThreads, Signal_ConsumerAsFastAsTheProducer_EveryWaitBringsAnEntry)
+{
+    constexpr int kEntries = 30'000;
+    constexpr int kAhead = 4;
+    ProbeEvent event;
+    std::atomic<int> taken{0};
+    std::thread producer([&] {
+        int entry = 0;
+        for (int i = 0; i < kEntries; ++i) {
+            while (i - taken >= kAhead) {
+                std::this_thread::yield();
+            }
+            event.Signal(&entry);
+        }
+        while (taken < kEntries) {
+            std::this_thread::yield();
+        }
+    });
+    int failures = 0;
+    while (taken < kEntries) {
+        size_t size = 0;
+        if (event.GetData(nullptr, &size, 60'000) == 0) {
+            ++taken;
+        } else {
+            ++failures;
+        }
+    }
+    producer.join();
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(event.taken.size(), static_cast<size_t>(kEntries));
 }
 
 TEST(EventThreads, RemoveEntry_WhileConsumersTake_LeavesNoUseOfTheEntry)
