@@ -214,7 +214,8 @@ void MeasureSize(Report& report, const char* program, const std::string& size)
     }
     for (const bool deviceMemory : {false, true}) {
         const std::string memory = deviceMemory ? "device memory" : "ordinary memory";
-        const std::string what = size + ", " + memory;
+        std::string what = size;
+        what += ", " + memory;
         const Figures& own = library[deviceMemory];
         const Figures& other = bare[deviceMemory];
         report.Add({"kernel stack, images " + what, Median(own.imagesPerSecond), "/s",

@@ -180,21 +180,21 @@ Findings JudgeMemory(std::optional<unsigned long> limit_mb, const std::vector<ui
     const uint64_t limit = *limit_mb * kMebibyte;
     // What each camera's images go round in, and what is left to transfers of the others.
     const uint64_t wanted = kImagesAtATime * images + kLeftToOthers;
-    const auto wanted_mb =
+    const auto wantedMb =
         static_cast<unsigned long>(std::max<uint64_t>((wanted + kMebibyte - 1) / kMebibyte, 16));
     if (*limit_mb != 0 && limit < kInFlight * std::max<size_t>(payloads.size(), 1)) {
         return {
             {Level::Problem, "usbfs-memory", "",
              Format("usbfs_memory_mb is %lu: too little for a transfer of each of %zu camera(s)",
                     *limit_mb, payloads.size()),
-             MemoryRemedy(wanted_mb)}};
+             MemoryRemedy(wantedMb)}};
     }
     if (*limit_mb != 0 && limit < wanted) {
         return {{Level::Warning, "usbfs-memory", "",
                  Format("usbfs_memory_mb is %lu, less than %lu: images arrive, but not all by the "
                         "fast way, which costs processor time",
-                        *limit_mb, wanted_mb),
-                 MemoryRemedy(wanted_mb)}};
+                        *limit_mb, wantedMb),
+                 MemoryRemedy(wantedMb)}};
     }
     return {{Level::Good, "usbfs-memory", "",
              Format("usbfs_memory_mb is %lu%s", *limit_mb, *limit_mb == 0 ? " (no limit)" : ""),

@@ -53,7 +53,7 @@ void DrawHistogram(Painter& painter, const Picture& picture, const Raster& image
         const Colour colour = histogram.size() == 1 ? kGrey : kChannels[channel];
         for (size_t i = 0; i < histogram[channel].size(); i++) {
             const double share = std::sqrt(static_cast<double>(histogram[channel][i]) / most);
-            const auto bar = static_cast<size_t>(share * static_cast<double>(height) + 0.5);
+            const auto bar = static_cast<size_t>(std::lround(share * static_cast<double>(height)));
             painter.Fill(left + i * step, bottom - bar, step, bar, colour,
                          histogram.size() == 1 ? 230 : 130);
         }

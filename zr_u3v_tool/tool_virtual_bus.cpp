@@ -31,7 +31,7 @@ fs::path BusFolder()
     }
     std::string looked;
     for (const fs::path& place : places) {
-        const fs::path folder = place.lexically_normal();
+        fs::path folder = place.lexically_normal();
         std::error_code ignored;
         if (fs::exists(folder / kLibrary, ignored)) {
             return folder;

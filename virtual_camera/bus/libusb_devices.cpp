@@ -60,8 +60,9 @@ int HandOutBos(ByteSpan bytes, libusb_bos_descriptor** bos)
         return LIBUSB_ERROR_IO;
     }
     const std::size_t count = bytes[4];
-    auto* result = Allocated<libusb_bos_descriptor>(
-        sizeof(libusb_bos_descriptor) + count * sizeof(libusb_bos_dev_capability_descriptor*));
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): it ends in an array of pointers
+    const std::size_t pointers = count * sizeof(libusb_bos_dev_capability_descriptor*);
+    auto* result = Allocated<libusb_bos_descriptor>(sizeof(libusb_bos_descriptor) + pointers);
     if (result == nullptr) {
         return LIBUSB_ERROR_NO_MEM;
     }

@@ -45,7 +45,7 @@ std::string TakeCount(std::string& options, std::uint32_t& count)
     options.clear();
     for (const auto& [key, value] : list) {
         if (key != "count") {
-            options += key + "=" + value + ",";
+            options.append(key).append("=").append(value).append(",");
             continue;
         }
         char* end = nullptr;
@@ -238,6 +238,8 @@ void VirtualBus::_Attach(int id)
 // Pending transfers notice by themselves. The objects stay as long as the host refers to them.
 void VirtualBus::Detach(const std::shared_ptr<Attachment>& attachment)
 {
+    // The argument may be a slot's own reference, which goes below.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const std::shared_ptr<Attachment> keep = attachment;
     if (!keep->plugged) {
         return;
