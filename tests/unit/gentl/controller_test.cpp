@@ -199,6 +199,23 @@ TEST_F(ControllerTest, FindEventModule_ModuleNoLongerRegistered_FindsNothing)
     EXPECT_FALSE(controller.PinEvent(handle));
 }
 
+// The last of them is searched last, whether the list fits on the stack or not.
+TEST_F(ControllerTest, PinEvent_AnyNumberOfModules_FindsTheLastOnesEvent)
+{
+    std::vector<std::unique_ptr<TestModule>> modules;
+    for (int i = 0; i < 70; ++i) {
+        auto& module = *modules.emplace_back(std::make_unique<TestModule>("TLDataStream"));
+        module.events = {1};
+        ASSERT_TRUE(controller.RegisterModule(&module));
+        void* event = nullptr;
+        ASSERT_EQ(controller.RegisterEvent(&module, 1, &event), 0);
+        EXPECT_EQ(controller.PinEvent(event).Get(), event) << i;
+    }
+    for (const auto& module : modules) {
+        controller.UnregisterModule(module.get());
+    }
+}
+
 TEST_F(ControllerTest, PinEvent_OtherModulesComeAndGo_AlwaysFindsTheEvent)
 {
     remote.events = {4}; // the last one registered

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <deque>
 #include <gtest/gtest.h>
+#include <memory>
 #include <random>
 #include <set>
 #include <span>
@@ -247,6 +249,36 @@ TEST_F(HandoverTest, ConcurrentReaders_NeitherTearNorDouble)
         reader.join();
     }
     EXPECT_EQ(taken, kImages);
+    EXPECT_EQ(torn, 0);
+}
+
+// One buffer, so three blocks: two that are being copied out and the newest. The images are large,
+// for the copies to last, and go into memory that has yet to be had.
+TEST_F(HandoverTest, Publish_EveryBlockInUse_WaitsForAReader)
+{
+    constexpr size_t kLarge = 48U << 20U;
+    Begin(1, kLarge, kLarge);
+    for (uint8_t id = 1; id <= 3; ++id) { // touches the blocks
+        Publish(id);
+        ASSERT_EQ(Get(), U3V_STATUS_IMAGE_MISSING_PACKETS);
+    }
+    std::atomic<int> torn = 0;
+    const auto read = [&] {
+        const std::unique_ptr<uint8_t, decltype(&std::free)> mine(
+            static_cast<uint8_t*>(std::malloc(kLarge)), &std::free);
+        IMAGE_HEADER own{};
+        ASSERT_EQ(handover.GetImage(mine.get(), kLarge, 60'000, own), 0);
+        torn += !std::all_of(mine.get(), mine.get() + kLarge,
+                             [&](uint8_t byte) { return byte == (own.nBlockId & 0xFF); });
+    };
+    std::vector<std::thread> readers;
+    for (uint8_t id = 4; id <= 9; ++id) {
+        readers.emplace_back(read);
+        Publish(id);
+    }
+    for (auto& reader : readers) {
+        reader.join();
+    }
     EXPECT_EQ(torn, 0);
 }
 
