@@ -38,8 +38,7 @@ public:
     GC_ERROR Open(int32_t flags);
     GC_ERROR Close();
 
-    // A snapshot of the record the device was found with.
-    // As the camera was when it was opened; never changes.
+    // The record the device was found with; never changes.
     const _ZR_U3V_DEVICE_INFO& GetDeviceInfo() const { return m_deviceInfo; }
     // A DEVICE_ACCESS_STATUS as the camera reports it; GC_ERR_IO when it cannot be asked, 0 while
     // closed.
