@@ -369,6 +369,28 @@ TEST_F(ModuleBaseTest, UnregisterEvent_FreesTheEventAndAllowsANewOne)
     EXPECT_EQ(module.RegisterEvent(1, &first), 0);
 }
 
+// Whoever revokes a buffer looks for its entries in the events it finds; those of an event that is
+// no longer found have to be gone by then. With a call inside, so that the event itself stays.
+TEST_F(ModuleBaseTest, UnregisterEvent_OnceNotFound_TheEventHasForgottenItsEntries)
+{
+    module.events = {1};
+    int entry = 0;
+    int remembered = 0;
+    for (int i = 0; i < 300; ++i) {
+        void* handle = nullptr;
+        ASSERT_EQ(module.RegisterEvent(1, &handle), 0);
+        auto inside = module.PinEventById(1);
+        inside->Signal(&entry);
+        std::thread unregister([&] { module.UnregisterEvent(1); });
+        while (module.FindEventById(1, false) != nullptr) {
+        }
+        remembered += inside->GetNumInQueue() != 0;
+        inside.Reset();
+        unregister.join();
+    }
+    EXPECT_EQ(remembered, 0);
+}
+
 TEST_F(ModuleBaseTest, UnregisterEvent_WaiterInside_IsReleasedWithAbortFirst)
 {
     module.events = {1};
