@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "zr_gentl_use_gate.h"
+#include "use_gate.h"
 #include "zr_sync.h"
 #include <zr_u3v_tl/gentl.h>
 
@@ -39,7 +39,7 @@ public:
 
     // Entered by calls on the buffer's handle and by the acquisition while it writes into the
     // memory.
-    ZrGenTLUseGate& Gate() { return m_gate; }
+    UseGate& Gate() { return m_gate; }
 
 private:
     // A member under the mutex.
@@ -83,5 +83,5 @@ private:
     std::string m_strFileName ZR_GUARDED_BY(m_mutex);
     bool m_bConsumerMemory ZR_GUARDED_BY(m_mutex) = false;
     RecursiveMutex m_mutex;
-    ZrGenTLUseGate m_gate;
+    UseGate m_gate;
 };

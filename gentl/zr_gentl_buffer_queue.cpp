@@ -182,23 +182,23 @@ void ZrGenTLBufferQueue::Clear(ZR_BUFFER_TYPE_LIST list, bool deleteBuffers)
     }
 }
 
-ZrGenTLPinned<ZrGenTLBuffer> ZrGenTLBufferQueue::PinByHandle(ZR_BUFFER_TYPE_LIST list, void* handle)
+Pinned<ZrGenTLBuffer> ZrGenTLBufferQueue::PinByHandle(ZR_BUFFER_TYPE_LIST list, void* handle)
 {
     if (handle == nullptr || !_isValid(list)) {
         return {};
     }
     Locker lock(m_mutex);
-    return ZrGenTLPinned<ZrGenTLBuffer>::TryPin(
+    return Pinned<ZrGenTLBuffer>::TryPin(
         _find(list, false, [handle](const ZrGenTLBuffer* entry) { return entry == handle; }));
 }
 
-ZrGenTLPinned<ZrGenTLBuffer> ZrGenTLBufferQueue::PinFront(ZR_BUFFER_TYPE_LIST list)
+Pinned<ZrGenTLBuffer> ZrGenTLBufferQueue::PinFront(ZR_BUFFER_TYPE_LIST list)
 {
     if (!_isValid(list)) {
         return {};
     }
     Locker lock(m_mutex);
-    return ZrGenTLPinned<ZrGenTLBuffer>::TryPin(
+    return Pinned<ZrGenTLBuffer>::TryPin(
         _find(list, false, [](const ZrGenTLBuffer* /*front*/) { return true; }));
 }
 

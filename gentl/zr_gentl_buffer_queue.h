@@ -46,8 +46,8 @@ public:
 
     // The same look-ups, entering the buffer's gate under the queue's lock. Empty when there is
     // none.
-    ZrGenTLPinned<ZrGenTLBuffer> PinByHandle(ZR_BUFFER_TYPE_LIST list, void* handle);
-    ZrGenTLPinned<ZrGenTLBuffer> PinFront(ZR_BUFFER_TYPE_LIST list);
+    Pinned<ZrGenTLBuffer> PinByHandle(ZR_BUFFER_TYPE_LIST list, void* handle);
+    Pinned<ZrGenTLBuffer> PinFront(ZR_BUFFER_TYPE_LIST list);
     // Takes the front entry out if it is `buffer`; false when the list has changed meanwhile.
     bool PopFrontIf(ZR_BUFFER_TYPE_LIST list, const ZrGenTLBuffer* buffer);
     // A snapshot of a list.

@@ -98,10 +98,9 @@ ZrGenTLModuleBase* ZrGenTLController::_getModule(void* h, const char* name)
     return h == nullptr ? nullptr : m_registry.FindByHandleAndName(h, name, false);
 }
 
-ZrGenTLPinned<ZrGenTLModuleBase> ZrGenTLController::PinModule(void* h, const char* name)
+Pinned<ZrGenTLModuleBase> ZrGenTLController::PinModule(void* h, const char* name)
 {
-    return h == nullptr ? ZrGenTLPinned<ZrGenTLModuleBase>()
-                        : m_registry.PinByHandleAndName(h, name);
+    return h == nullptr ? Pinned<ZrGenTLModuleBase>() : m_registry.PinByHandleAndName(h, name);
 }
 
 // A registered module of any kind whose port is implemented; `call` is made on it, entered.
@@ -196,7 +195,7 @@ ZrGenTLEvent* ZrGenTLController::FindEventModule(void* hEvent)
     return PinEvent(hEvent).Get();
 }
 
-ZrGenTLPinned<ZrGenTLEvent> ZrGenTLController::PinEvent(void* hEvent)
+Pinned<ZrGenTLEvent> ZrGenTLController::PinEvent(void* hEvent)
 {
     if (hEvent == nullptr) {
         return {};
@@ -213,8 +212,7 @@ ZrGenTLPinned<ZrGenTLEvent> ZrGenTLController::PinEvent(void* hEvent)
 }
 
 // No registry lock while a module is asked; one that left meanwhile is passed over.
-ZrGenTLPinned<ZrGenTLEvent> ZrGenTLController::_pinEventOf(std::span<void* const> modules,
-                                                           void* hEvent)
+Pinned<ZrGenTLEvent> ZrGenTLController::_pinEventOf(std::span<void* const> modules, void* hEvent)
 {
     for (void* const handle : modules) {
         const auto module = m_registry.PinByHandle(handle);

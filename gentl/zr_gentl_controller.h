@@ -44,7 +44,7 @@ public:
     ZrGenTLModuleBase* GetRemoteDeviceModule(void* h);
     // The registered module at address `h` with this kind name, entered; empty for NULL, unknown,
     // or another kind.
-    ZrGenTLPinned<ZrGenTLModuleBase> PinModule(void* h, const char* name);
+    Pinned<ZrGenTLModuleBase> PinModule(void* h, const char* name);
 
     GC_ERROR ReadPort(void* h, uint64_t iAddress, void* pBuffer, size_t* piSize);
     GC_ERROR WritePort(void* h, uint64_t iAddress, const void* pBuffer, size_t* piSize);
@@ -60,7 +60,7 @@ public:
 
     // Searches the events of all registered modules, in order of registration.
     ZrGenTLEvent* FindEventModule(void* hEvent);
-    ZrGenTLPinned<ZrGenTLEvent> PinEvent(void* hEvent);
+    Pinned<ZrGenTLEvent> PinEvent(void* hEvent);
 
     void SetLastError(int code);
     GC_ERROR GetLastError(int* piErrorCode, char* sErrText, size_t* piSize);
@@ -72,7 +72,7 @@ private:
     template <class Call>
     GC_ERROR _onPort(void* h, Call&& call);
     ZrGenTLModuleBase* _getModule(void* h, const char* name);
-    ZrGenTLPinned<ZrGenTLEvent> _pinEventOf(std::span<void* const> modules, void* hEvent);
+    Pinned<ZrGenTLEvent> _pinEventOf(std::span<void* const> modules, void* hEvent);
 
     ZrGenTLModuleContainer m_registry;
     ZrGenTLErrorContainer m_errors;

@@ -3,9 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "use_gate.h"
 #include "zr_event_handler.h"
 #include "zr_gentl_event_data_queue.h"
-#include "zr_gentl_use_gate.h"
 #include <zr_u3v_tl/gentl.h>
 
 // Producer-specific event types in the custom range.
@@ -63,7 +63,7 @@ public:
     size_t GetNumInQueue();
 
     // Entered by every call that reached the event through its handle.
-    ZrGenTLUseGate& Gate() { return m_gate; }
+    UseGate& Gate() { return m_gate; }
 
 protected:
     ~ZrGenTLEvent();
@@ -86,6 +86,6 @@ private:
     size_t m_nEventSizeMax = 0;
     size_t m_nEventInfoDataSizeMax = 0;
     ZrEventHandler_U3V m_EventHandler;
-    ZrGenTLUseGate m_gate;
+    UseGate m_gate;
     bool m_closing ZR_GUARDED_BY(m_DataQueue.GetMutex()) = false;
 };

@@ -209,16 +209,16 @@ ZrGenTLEvent* ZrGenTLModuleBase::FindEventByHandle(void* hEvent)
 
 // Found and entered under one hold of the lock: UnregisterEvent takes the event out under the same
 // lock before it destroys it. The lock is recursive for the nested look-up.
-ZrGenTLPinned<ZrGenTLEvent> ZrGenTLModuleBase::PinEventById(int iEventID)
+Pinned<ZrGenTLEvent> ZrGenTLModuleBase::PinEventById(int iEventID)
 {
     Locker lock(m_mutex);
-    return ZrGenTLPinned<ZrGenTLEvent>::TryPin(FindEventById(iEventID, false));
+    return Pinned<ZrGenTLEvent>::TryPin(FindEventById(iEventID, false));
 }
 
-ZrGenTLPinned<ZrGenTLEvent> ZrGenTLModuleBase::PinEventByHandle(void* hEvent)
+Pinned<ZrGenTLEvent> ZrGenTLModuleBase::PinEventByHandle(void* hEvent)
 {
     Locker lock(m_mutex);
-    return ZrGenTLPinned<ZrGenTLEvent>::TryPin(FindEventByHandle(hEvent));
+    return Pinned<ZrGenTLEvent>::TryPin(FindEventByHandle(hEvent));
 }
 
 void ZrGenTLModuleBase::_destroyEvents()

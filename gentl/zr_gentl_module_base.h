@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "use_gate.h"
 #include "zr_gentl_event.h"
-#include "zr_gentl_use_gate.h"
 #include "zr_sync.h"
 #include <zr_u3v_tl/gentl.h>
 
@@ -75,11 +75,11 @@ public:
 
     // As the two above, but entered: the event cannot be destroyed while the result lives. Empty
     // when there is none.
-    ZrGenTLPinned<ZrGenTLEvent> PinEventById(int iEventID);
-    ZrGenTLPinned<ZrGenTLEvent> PinEventByHandle(void* hEvent);
+    Pinned<ZrGenTLEvent> PinEventById(int iEventID);
+    Pinned<ZrGenTLEvent> PinEventByHandle(void* hEvent);
 
     // Entered by every call that reached the module through its handle.
-    ZrGenTLUseGate& Gate() { return m_gate; }
+    UseGate& Gate() { return m_gate; }
 
     GC_ERROR _getId(int* piType, void* pBuffer, size_t* piSize);
     GC_ERROR _getVendor(int* piType, void* pBuffer, size_t* piSize);
@@ -115,5 +115,5 @@ private:
     std::vector<ZrGenTLEvent*> m_events ZR_GUARDED_BY(m_mutex);
     std::vector<std::string> m_urlList ZR_GUARDED_BY(m_mutex);
     const std::string m_id;
-    ZrGenTLUseGate m_gate;
+    UseGate m_gate;
 };

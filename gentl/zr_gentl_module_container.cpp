@@ -103,30 +103,29 @@ ZrGenTLModuleBase* ZrGenTLModuleContainer::FindByHandleAndName(void* handle, con
 // The pins enter the gate while the list is locked. An owner takes its module out of the list
 // before it shuts the gate, so what is found here is alive. The lock is recursive for the nested
 // Find.
-ZrGenTLPinned<ZrGenTLModuleBase> ZrGenTLModuleContainer::PinById(const char* id)
+Pinned<ZrGenTLModuleBase> ZrGenTLModuleContainer::PinById(const char* id)
 {
     Locker lock(m_mutex);
-    return ZrGenTLPinned<ZrGenTLModuleBase>::TryPin(FindById(id, false));
+    return Pinned<ZrGenTLModuleBase>::TryPin(FindById(id, false));
 }
 
-ZrGenTLPinned<ZrGenTLModuleBase> ZrGenTLModuleContainer::PinByIndex(uint32_t index)
+Pinned<ZrGenTLModuleBase> ZrGenTLModuleContainer::PinByIndex(uint32_t index)
 {
     Locker lock(m_mutex);
-    return ZrGenTLPinned<ZrGenTLModuleBase>::TryPin(FindByIndex(index, false));
+    return Pinned<ZrGenTLModuleBase>::TryPin(FindByIndex(index, false));
 }
 
-ZrGenTLPinned<ZrGenTLModuleBase> ZrGenTLModuleContainer::PinByHandle(void* handle)
+Pinned<ZrGenTLModuleBase> ZrGenTLModuleContainer::PinByHandle(void* handle)
 {
     Locker lock(m_mutex);
-    return ZrGenTLPinned<ZrGenTLModuleBase>::TryPin(
+    return Pinned<ZrGenTLModuleBase>::TryPin(
         _find(false, [handle](const ZrGenTLModuleBase* module) { return module == handle; }));
 }
 
-ZrGenTLPinned<ZrGenTLModuleBase> ZrGenTLModuleContainer::PinByHandleAndName(void* handle,
-                                                                            const char* name)
+Pinned<ZrGenTLModuleBase> ZrGenTLModuleContainer::PinByHandleAndName(void* handle, const char* name)
 {
     Locker lock(m_mutex);
-    return ZrGenTLPinned<ZrGenTLModuleBase>::TryPin(FindByHandleAndName(handle, name, false));
+    return Pinned<ZrGenTLModuleBase>::TryPin(FindByHandleAndName(handle, name, false));
 }
 
 std::vector<void*> ZrGenTLModuleContainer::GetHandles()

@@ -33,10 +33,10 @@ public:
 
     // The same look-ups, entering the module's gate under the container's lock: the module lives at
     // least as long as the result. Empty when there is no such entry or it is being closed.
-    ZrGenTLPinned<ZrGenTLModuleBase> PinById(const char* id);
-    ZrGenTLPinned<ZrGenTLModuleBase> PinByIndex(uint32_t index);
-    ZrGenTLPinned<ZrGenTLModuleBase> PinByHandle(void* handle);
-    ZrGenTLPinned<ZrGenTLModuleBase> PinByHandleAndName(void* handle, const char* name);
+    Pinned<ZrGenTLModuleBase> PinById(const char* id);
+    Pinned<ZrGenTLModuleBase> PinByIndex(uint32_t index);
+    Pinned<ZrGenTLModuleBase> PinByHandle(void* handle);
+    Pinned<ZrGenTLModuleBase> PinByHandleAndName(void* handle, const char* name);
 
     // The addresses of all entries, in order: for a walk that asks each one through PinByHandle and
     // so misses none when others leave meanwhile.

@@ -96,7 +96,7 @@ public:
         if (!g_Controller.IsInitialized()) {
             return _notInitialized();
         }
-        ZrGenTLPinned<ZrGenTLEvent> event;
+        Pinned<ZrGenTLEvent> event;
         // Among very many modules the search allocates.
         const GC_ERROR searched = _guard([&] {
             event = g_Controller.PinEvent(handle);
@@ -137,7 +137,7 @@ public:
             _record(GC_ERR_ERROR);
             return GC_ERR_ERROR;
         }
-        const auto pinnedParent = ZrGenTLPinned<ZrGenTLModuleBase>::TryPin(child->GetParent());
+        const auto pinnedParent = Pinned<ZrGenTLModuleBase>::TryPin(child->GetParent());
         found.Reset();
         // A parent that lets nobody in is being closed itself, and the child with it.
         auto* parent = dynamic_cast<Parent*>(pinnedParent.Get());

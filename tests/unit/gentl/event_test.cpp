@@ -757,7 +757,7 @@ TEST(EventThreads, Destroy_WaitersAndFlushersInside_ReleasesAllOfThem)
         std::atomic<int> aborted{0};
         for (int i = 0; i < 3; ++i) {
             users.emplace_back([&] {
-                auto pinned = ZrGenTLPinned<ZrGenTLEvent>::TryPin(event);
+                auto pinned = Pinned<ZrGenTLEvent>::TryPin(event);
                 ++entered;
                 size_t size = 0;
                 aborted += pinned->GetData(nullptr, &size, 60'000) == -1012;
@@ -765,7 +765,7 @@ TEST(EventThreads, Destroy_WaitersAndFlushersInside_ReleasesAllOfThem)
         }
         std::atomic<bool> stop{false};
         users.emplace_back([&] {
-            auto pinned = ZrGenTLPinned<ZrGenTLEvent>::TryPin(event);
+            auto pinned = Pinned<ZrGenTLEvent>::TryPin(event);
             ++entered;
             while (!stop) {
                 pinned->Flush(); // would bring a waiter back to life

@@ -159,7 +159,7 @@ TEST_F(ModuleContainerTest, Clear_True_DestroysEachOnce)
 TEST_F(ModuleContainerTest, Pins_HoldTheModuleUntilReleased)
 {
     AddAll();
-    using Pin = std::function<ZrGenTLPinned<ZrGenTLModuleBase>()>;
+    using Pin = std::function<Pinned<ZrGenTLModuleBase>()>;
     for (const Pin& pin :
          {Pin([&] { return container.PinById("b"); }), Pin([&] { return container.PinByIndex(1); }),
           Pin([&] { return container.PinByHandle(&b); }),

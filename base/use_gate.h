@@ -11,7 +11,7 @@
 // inside a call on it. The look-up that turns a handle into an object enters the gate under the
 // look-up's own lock; the owner takes the object out of the look-up, then shuts the gate and so
 // waits until the last call has left. A thread must never shut a gate that it is itself inside of.
-class ZrGenTLUseGate
+class UseGate
 {
 public:
     // Enters unless the gate is shut. Every true is matched by one Leave.
@@ -32,29 +32,26 @@ private:
 };
 
 // A reference to an object whose gate has been entered; leaves it when it goes out of scope. T has
-// `ZrGenTLUseGate& Gate()`.
+// `UseGate& Gate()`.
 template <class T>
-class ZrGenTLPinned
+class Pinned
 {
 public:
-    ZrGenTLPinned() = default;
+    Pinned() = default;
 
     // Enters the object's gate; empty when `object` is NULL or its gate is shut. The caller holds
     // whatever keeps `object` alive during this call (the look-up's lock).
-    static ZrGenTLPinned TryPin(T* object)
+    static Pinned TryPin(T* object)
     {
-        ZrGenTLPinned pinned;
+        Pinned pinned;
         if (object != nullptr && object->Gate().TryEnter()) {
             pinned.m_object = object;
         }
         return pinned;
     }
 
-    ZrGenTLPinned(ZrGenTLPinned&& other) noexcept : m_object(other.m_object)
-    {
-        other.m_object = nullptr;
-    }
-    ZrGenTLPinned& operator=(ZrGenTLPinned&& other) noexcept
+    Pinned(Pinned&& other) noexcept : m_object(other.m_object) { other.m_object = nullptr; }
+    Pinned& operator=(Pinned&& other) noexcept
     {
         if (this != &other) {
             Reset();
@@ -63,9 +60,9 @@ public:
         }
         return *this;
     }
-    ZrGenTLPinned(const ZrGenTLPinned&) = delete;
-    ZrGenTLPinned& operator=(const ZrGenTLPinned&) = delete;
-    ~ZrGenTLPinned() { Reset(); }
+    Pinned(const Pinned&) = delete;
+    Pinned& operator=(const Pinned&) = delete;
+    ~Pinned() { Reset(); }
 
     void Reset()
     {

@@ -1,8 +1,8 @@
-#include "zr_gentl_use_gate.h"
+#include "use_gate.h"
 
 // The caller holds the look-up's lock: the owner, who takes that lock before it shuts the gate,
 // cannot have destroyed the object yet.
-bool ZrGenTLUseGate::TryEnter()
+bool UseGate::TryEnter()
 {
     Locker lock(m_mutex);
     if (m_shut) {
@@ -12,7 +12,7 @@ bool ZrGenTLUseGate::TryEnter()
     return true;
 }
 
-void ZrGenTLUseGate::Leave()
+void UseGate::Leave()
 {
     // Signalled under the lock: once it is released, the owner may destroy the gate.
     Locker lock(m_mutex);
@@ -21,7 +21,7 @@ void ZrGenTLUseGate::Leave()
     }
 }
 
-void ZrGenTLUseGate::ShutAndWait()
+void UseGate::ShutAndWait()
 {
     Locker lock(m_mutex);
     m_shut = true;
@@ -33,7 +33,7 @@ void ZrGenTLUseGate::ShutAndWait()
 }
 
 // Only the owner, and only after ShutAndWait has returned: nobody is inside at this moment.
-void ZrGenTLUseGate::Reopen()
+void UseGate::Reopen()
 {
     Locker lock(m_mutex);
     m_shut = false;

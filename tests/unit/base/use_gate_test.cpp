@@ -1,4 +1,4 @@
-#include "zr_gentl_use_gate.h"
+#include "use_gate.h"
 
 #include <atomic>
 #include <chrono>
@@ -14,15 +14,15 @@ using namespace std::chrono_literals;
 
 struct Gated
 {
-    ZrGenTLUseGate& Gate() { return gate; }
-    ZrGenTLUseGate gate;
+    UseGate& Gate() { return gate; }
+    UseGate gate;
     int value = 7;
 };
-using Pinned = ZrGenTLPinned<Gated>;
+using PinnedGated = Pinned<Gated>;
 
 TEST(UseGate, TryEnter_Open_IsAllowedManyTimes)
 {
-    ZrGenTLUseGate gate;
+    UseGate gate;
     EXPECT_TRUE(gate.TryEnter());
     EXPECT_TRUE(gate.TryEnter());
     gate.Leave();
@@ -32,7 +32,7 @@ TEST(UseGate, TryEnter_Open_IsAllowedManyTimes)
 
 TEST(UseGate, TryEnter_Shut_IsRefusedUntilReopened)
 {
-    ZrGenTLUseGate gate;
+    UseGate gate;
     gate.ShutAndWait();
     EXPECT_FALSE(gate.TryEnter());
     gate.ShutAndWait();
@@ -43,7 +43,7 @@ TEST(UseGate, TryEnter_Shut_IsRefusedUntilReopened)
 
 TEST(UseGate, ShutAndWait_SomebodyInside_ReturnsWhenTheLastLeft)
 {
-    ZrGenTLUseGate gate;
+    UseGate gate;
     ASSERT_TRUE(gate.TryEnter());
     ASSERT_TRUE(gate.TryEnter());
     std::atomic<bool> closed{false};
@@ -65,24 +65,24 @@ TEST(UseGate, ShutAndWait_SomebodyInside_ReturnsWhenTheLastLeft)
 
 TEST(Pinned, NullOrShut_IsEmpty)
 {
-    EXPECT_FALSE(Pinned());
-    EXPECT_FALSE(Pinned::TryPin(nullptr));
+    EXPECT_FALSE(PinnedGated());
+    EXPECT_FALSE(PinnedGated::TryPin(nullptr));
     Gated object;
     object.gate.ShutAndWait();
-    EXPECT_FALSE(Pinned::TryPin(&object));
+    EXPECT_FALSE(PinnedGated::TryPin(&object));
 }
 
 TEST(Pinned, MovesAndReset_LeaveTheGateExactlyOnce)
 {
     Gated object;
     {
-        Pinned first = Pinned::TryPin(&object);
+        PinnedGated first = PinnedGated::TryPin(&object);
         EXPECT_EQ(first->value, 7);
         EXPECT_EQ((*first).value, 7);
         EXPECT_EQ(first.Get(), &object);
-        Pinned second(std::move(first));
+        PinnedGated second(std::move(first));
         EXPECT_FALSE(first); // NOLINT: a moved-from reference is empty
-        Pinned third = Pinned::TryPin(&object);
+        PinnedGated third = PinnedGated::TryPin(&object);
         third = std::move(second);
         auto& self = third;
         third = std::move(self);
@@ -103,10 +103,10 @@ TEST(UseGate, ObjectDestroyedWhileOthersTryToUseIt_IsNeverUsedAfterwards)
         for (int i = 0; i < 3; ++i) {
             users.emplace_back([&] {
                 for (;;) {
-                    Pinned pinned;
+                    PinnedGated pinned;
                     {
                         Locker lock(mutex);
-                        pinned = Pinned::TryPin(object.get());
+                        pinned = PinnedGated::TryPin(object.get());
                     }
                     if (!pinned) {
                         return;
