@@ -1,7 +1,8 @@
 #include "u3v_control.h"
 
 #include "u3v_common.h"
-#include "u3v_registers.h"
+
+#include "registers.h"
 
 #include <algorithm>
 #include <chrono>
@@ -25,8 +26,7 @@ constexpr unsigned kMaximumLateAnswers = 16;
 } // namespace
 
 U3V_Control::U3V_Control(U3V_Device* device, const U3V_ControlLimits& limits)
-    : m_pDevice(device), m_Limits(limits),
-      m_AckBuffer(U3V_Block::AllocateZeroed(wire::kAckBufferSize)),
+    : m_pDevice(device), m_Limits(limits), m_AckBuffer(U3V_Block::AllocateZeroed(kAckBufferSize)),
       m_nTimeout(limits.defaultTimeout)
 {
 }
@@ -192,7 +192,7 @@ uint16_t U3V_Control::ReadMemSized(uint64_t address, void* destination, size_t l
     if (!m_bOpened) {
         return U3V_STATUS_NOT_OPEN;
     }
-    if (length > wire::kMaximumRead || (destination == nullptr && length > 0)) {
+    if (length > kMaximumRead || (destination == nullptr && length > 0)) {
         return U3V_STATUS_GENCP_INVALID_PARAMETER;
     }
     return _read(address, {static_cast<uint8_t*>(destination), length});
@@ -204,7 +204,7 @@ uint16_t U3V_Control::WriteMemSized(uint64_t address, const void* source, size_t
     if (!m_bOpened) {
         return U3V_STATUS_NOT_OPEN;
     }
-    if (length > wire::kMaximumWrite || (source == nullptr && length > 0)) {
+    if (length > kMaximumWrite || (source == nullptr && length > 0)) {
         return U3V_STATUS_GENCP_INVALID_PARAMETER;
     }
     return _write(address, {static_cast<const uint8_t*>(source), length});

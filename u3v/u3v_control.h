@@ -2,8 +2,8 @@
 
 #include "u3v_block.h"
 #include "u3v_device.h"
-#include "u3v_wire.h"
 
+#include "packets.h"
 #include "zr_sync.h"
 
 #include <atomic>
@@ -73,6 +73,11 @@ public:
     };
 
 private:
+    // One buffer for every acknowledge, and the data that one exchange carries.
+    static constexpr size_t kAckBufferSize = 1024;
+    static constexpr size_t kMaximumRead = kAckBufferSize - control_wire::kAckHeaderSize;
+    static constexpr size_t kMaximumWrite = 1024;
+
     friend class U3V_ControlProbe; // tests: looks at decoded capabilities and the request id
 
     void _readOutstandingAnswer() ZR_EXCLUDES(m_Mutex);
@@ -102,8 +107,7 @@ private:
     const U3V_ControlLimits m_Limits;
     mutable Mutex m_Mutex; // one exchange at a time
     U3V_Block m_AckBuffer ZR_GUARDED_BY(m_Mutex);
-    uint8_t m_Command[control_wire::kWriteDataOffset + control_wire::kMaximumWrite] ZR_GUARDED_BY(
-        m_Mutex) = {};
+    uint8_t m_Command[control_wire::kWriteDataOffset + kMaximumWrite] ZR_GUARDED_BY(m_Mutex) = {};
     uint16_t m_nRequestId ZR_GUARDED_BY(m_Mutex) = 0;  // the last one used
     uint16_t m_nAnsweredId ZR_GUARDED_BY(m_Mutex) = 0; // the last one the camera has answered
     bool m_bOpened ZR_GUARDED_BY(m_Mutex) = false;

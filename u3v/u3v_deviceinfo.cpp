@@ -1,20 +1,13 @@
 #include "u3v_deviceinfo.h"
 
 #include "u3v_common.h"
-#include "u3v_wire.h"
+
+#include "descriptors.h"
 
 #include <atomic>
 #include <cstring>
 
 namespace {
-
-// A USB3 Vision interface and the role that its protocol byte gives it.
-constexpr uint8_t kVisionClass = 0xEF;
-constexpr uint8_t kVisionSubClass = 0x05;
-constexpr uint8_t kControlProtocol = 0;
-constexpr uint8_t kEventProtocol = 1;
-constexpr uint8_t kStreamProtocol = 2;
-constexpr uint8_t kEndpointIn = 0x80;
 
 // A string of the descriptor: which byte names it and which field it fills.
 struct StringField
@@ -113,11 +106,12 @@ int U3V_DeviceInfo::_parseInterface(libusb_device_handle* handle, const libusb_i
 int U3V_DeviceInfo::_parseAlternate(libusb_device_handle* handle,
                                     const libusb_interface_descriptor& setting, int last)
 {
-    if (setting.bInterfaceClass == kVisionClass && setting.bInterfaceSubClass == kVisionSubClass) {
+    if (setting.bInterfaceClass == usb_identity::kVisionClass &&
+        setting.bInterfaceSubClass == usb_identity::kVisionSubClass) {
         switch (setting.bInterfaceProtocol) {
-        case kControlProtocol: ControlInterface = setting.bInterfaceNumber; break;
-        case kEventProtocol: EventInterface = setting.bInterfaceNumber; break;
-        case kStreamProtocol: StreamInterface = setting.bInterfaceNumber; break;
+        case usb_identity::kControlProtocol: ControlInterface = setting.bInterfaceNumber; break;
+        case usb_identity::kEventProtocol: EventInterface = setting.bInterfaceNumber; break;
+        case usb_identity::kStreamProtocol: StreamInterface = setting.bInterfaceNumber; break;
         default: break;
         }
     }
@@ -127,8 +121,7 @@ int U3V_DeviceInfo::_parseAlternate(libusb_device_handle* handle,
                              ? 0
                              : static_cast<size_t>(setting.extra_length);
     const std::span<const uint8_t> bytes(setting.extra, extra);
-    if (bytes.size() > device_info_wire::kTypeOffset &&
-        bytes[device_info_wire::kTypeOffset] == device_info_wire::kType) {
+    if (Load(bytes, device_info_wire::kDescriptorType) == device_info_wire::kType) {
         last = get_class_specific_descriptor(handle, bytes, *this);
     }
 
@@ -142,11 +135,12 @@ int U3V_DeviceInfo::_parseAlternate(libusb_device_handle* handle,
 void U3V_DeviceInfo::_storeEndpoint(uint8_t protocol, uint8_t address)
 {
     switch (protocol) {
-    case kControlProtocol:
-        ((address & kEndpointIn) != 0 ? ControlInEndpoint : ControlOutEndpoint) = address;
+    case usb_identity::kControlProtocol:
+        ((address & usb_identity::kEndpointIn) != 0 ? ControlInEndpoint : ControlOutEndpoint) =
+            address;
         break;
-    case kEventProtocol: EventEndpoint = address; break;
-    case kStreamProtocol: StreamEndpoint = address; break;
+    case usb_identity::kEventProtocol: EventEndpoint = address; break;
+    case usb_identity::kStreamProtocol: StreamEndpoint = address; break;
     default: break;
     }
 }

@@ -2,6 +2,8 @@
 
 #include "u3v_common.h"
 
+#include "descriptors.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -19,8 +21,9 @@ constexpr size_t kMaximumListed = 1024;
 // Cameras announce themselves by the class triple of an interface association.
 bool IsInterfaceAssociation(const libusb_device_descriptor& descriptor)
 {
-    return descriptor.bDeviceClass == 0xEF && descriptor.bDeviceSubClass == 0x02 &&
-           descriptor.bDeviceProtocol == 0x01;
+    return descriptor.bDeviceClass == usb_identity::kDeviceClass &&
+           descriptor.bDeviceSubClass == usb_identity::kDeviceSubClass &&
+           descriptor.bDeviceProtocol == usb_identity::kDeviceProtocol;
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 #include "u3v_stream.h"
 
 #include "u3v_common.h"
+
+#include "field.h"
 #include "zr_signal_mask.h"
 
 #include <cstdio>
@@ -12,6 +14,9 @@
 namespace {
 
 constexpr uint32_t kDefaultBufferCount = 4;
+
+// The camera's own register that starts (1) and stops (0) its sensor.
+constexpr Register<uint32_t> kCameraAcquisition{0x50014};
 
 } // namespace
 

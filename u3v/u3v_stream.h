@@ -3,10 +3,10 @@
 #include "u3v_control.h"
 #include "u3v_device.h"
 #include "u3v_image_handover.h"
-#include "u3v_registers.h"
 #include "u3v_stream_plan.h"
 #include "u3v_stream_session.h"
 
+#include "registers.h"
 #include "zr_sync.h"
 
 #include <atomic>

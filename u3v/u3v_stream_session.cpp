@@ -1,7 +1,8 @@
 #include "u3v_stream_session.h"
 
 #include "u3v_common.h"
-#include "u3v_wire.h"
+
+#include "packets.h"
 #include "zr_deadline.h"
 #include "zr_no_destroy.h"
 

@@ -1,14 +1,17 @@
 #include "zr_u3v_remote_device.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <span>
 #include <stdexcept>
 
-#include "camera_registers.h"
+#include "manifest.h"
 #include "module_failure.h"
 #include "producer_identity.h"
+#include "registers.h"
 #include "u3v_bounded.h"
 #include "zr_gentl_util.h"
 
@@ -18,6 +21,8 @@ namespace {
 constexpr size_t kReadPieceLength = 256;
 constexpr size_t kTextLength = 1024;
 constexpr uint32_t kStreamArgument = 1000;
+// Read in one piece from the user-defined name on; the text ends at its first zero.
+constexpr size_t kUserDefinedNameReadLength = 512;
 
 // Formats into a text of at most 1023 characters; what is longer is cut.
 std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
@@ -35,6 +40,15 @@ std::string Format(const char* format, ...)
 int32_t Widen(uint16_t status)
 {
     return static_cast<int16_t>(status);
+}
+
+template <class T>
+uint16_t ReadRegister(U3V_CONTROL_HANDLE control, Register<T> reg, T& value)
+{
+    uint8_t bytes[sizeof(T)] = {};
+    const uint16_t status = U3V_ReadMem(control, reg.address, sizeof(bytes), bytes);
+    value = Load<T>(bytes, Field<T>{0});
+    return status;
 }
 
 int32_t MapAccessPrivilege(uint32_t privilege)
@@ -104,37 +118,38 @@ GC_ERROR ZrU3VRemoteDevice::_openCamera(int32_t flags)
 GC_ERROR ZrU3VRemoteDevice::_publishDescriptionFile(int32_t flags)
 {
     uint64_t tableAddress = 0;
-    ManifestTableHead table{};
-    uint16_t status =
-        U3V_ReadMem(m_hControl, Abrm::kManifestTableAddress, sizeof(tableAddress), &tableAddress);
+    std::array<uint8_t, manifest_wire::kEntriesOffset + manifest_wire::kEntrySize> table{};
+    uint16_t status = ReadRegister(m_hControl.load(), abrm::kManifestTableAddress, tableAddress);
     if (status == U3V_STATUS_SUCCESS) {
-        status = U3V_ReadMem(m_hControl, tableAddress, sizeof(table), &table);
+        status = U3V_ReadMem(m_hControl, tableAddress, table.size(), table.data());
     }
     if (status != U3V_STATUS_SUCCESS) {
         return ZR_FAIL(GC_ERR_ERROR,
                        "%s Failed! U3VApi::U3V_ReadMem(ABRM_ManifestTableAddress):%d ", "Open",
                        status);
     }
-    if (table.entryCount == 0) {
+    const uint64_t entryCount = Load<uint64_t>(table, manifest_wire::kEntryCount);
+    if (entryCount == 0) {
         return ZR_FAIL(GC_ERR_ERROR, "%s Failed! Manifest table count == 0", "Open");
     }
-    if (table.firstEntry.fileSize == 0) {
+    const ManifestEntry file =
+        ParseManifestEntry(std::span(table).subspan<manifest_wire::kEntriesOffset>());
+    if (file.fileSize == 0) {
         return ZR_FAIL(GC_ERR_ERROR, "%s Failed! pManifestEntryArray[%d] nFileSize == 0", "Open",
                        0);
     }
-    if (table.entryCount > 1) {
+    if (entryCount > 1) {
         // Quirk Q43: only manifests with a single file are served; the text names the entry that is
         // not, and blames its size.
         return ZR_FAIL(GC_ERR_ERROR, "%s Failed! pManifestEntryArray[%d] nFileSize == 0", "Open",
                        1);
     }
-    const bool zipped = (table.firstEntry.fileFormat & kManifestFormatZip) != 0;
+    const bool zipped = (file.fileFormat & manifest_wire::kZippedXml) != 0;
     const std::string fileName = Format("%s_v%s.%s", m_deviceInfo.model.c_str(),
                                         m_deviceInfo.version.c_str(), zipped ? "zip" : "xml");
-    const std::string url =
-        Format("local:%s;%llx;%llx", fileName.c_str(),
-               static_cast<unsigned long long>(table.firstEntry.registerAddress),
-               static_cast<unsigned long long>(table.firstEntry.fileSize));
+    const std::string url = Format("local:%s;%llx;%llx", fileName.c_str(),
+                                   static_cast<unsigned long long>(file.registerAddress),
+                                   static_cast<unsigned long long>(file.fileSize));
     SetUrlList({url});
     Locker<RecursiveMutex> lock(m_mutex);
     m_portInfo.accessRead = true;
@@ -219,8 +234,7 @@ int32_t ZrU3VRemoteDevice::GetAccessStatus()
         return DEVICE_ACCESS_STATUS_UNKNOWN;
     }
     uint32_t privilege = 0;
-    const uint16_t status =
-        U3V_ReadMem(control, Abrm::kAccessPrivilege, sizeof(privilege), &privilege);
+    const uint16_t status = ReadRegister(control, abrm::kAccessPrivilege, privilege);
     if (status != U3V_STATUS_SUCCESS) {
         return ZR_FAIL(GC_ERR_IO, "%s Failed! U3VApi::U3V_ReadMem error:%d", __func__, status);
     }
@@ -229,8 +243,9 @@ int32_t ZrU3VRemoteDevice::GetAccessStatus()
 
 std::string ZrU3VRemoteDevice::GetUserDefinedName()
 {
-    char name[Abrm::kUserDefinedNameReadLength] = {};
-    const uint16_t status = U3V_ReadMem(m_hControl, Abrm::kUserDefinedName, sizeof(name), name);
+    char name[kUserDefinedNameReadLength] = {};
+    const uint16_t status =
+        U3V_ReadMem(m_hControl, abrm::kUserDefinedName.address, sizeof(name), name);
     if (status != U3V_STATUS_SUCCESS) {
         TraceA(ZR_TRACE_ERROR, "%s Failed! U3VApi::U3V_ReadMem error:%d", __func__, status);
         // Quirk Q42: an exception where every other failure is a status; callers catch this type.

@@ -10,7 +10,12 @@ failures=0
 clean_tree()
 {
     rm -rf "$tree"
-    mkdir -p "$tree"/{base,gentl,u3v,virtual_camera,client,docs}
+    mkdir -p "$tree"/{base,u3v_wire,gentl,u3v,u3v_host,standard_tl,virtual_camera,client,docs}
+    printf '#pragma once\n' >"$tree/u3v_wire/packets.h"
+    printf '#pragma once\n' >"$tree/gentl/a.h"
+    printf '#pragma once\n#include "zr_sync.h"\n' >"$tree/u3v_host/camera.h"
+    printf '#pragma once\n#include "packets.h"\n#include <libusb.h>\n' >"$tree/u3v_host/hidden.h"
+    printf '#include "camera.h"\n#include <zr_u3v_tl/gentl.h>\n' >"$tree/standard_tl/c.cpp"
     printf '#pragma once\n' >"$tree/base/zr_sync.h"
     printf '#pragma once\n' >"$tree/u3v/u3v_control.h"
     printf '#include "zr_sync.h"\n#include <zr_u3v_tl/gentl.h>\n// Quirk Q07: kept\nint a;\n' >"$tree/gentl/a.cpp"
@@ -49,6 +54,18 @@ breaks includes "virtual camera includes the library" virtual_camera/b.cpp '#inc
 breaks includes "client includes the flat interface" client/b.cpp '#include <zr_u3v_tl/u3v_lib.h>\n'
 breaks includes "client includes a module" client/b.cpp '#  include "u3v_control.h"\n'
 breaks includes "gentl includes libusb" gentl/b.cpp '#include <libusb-1.0/libusb.h>\n'
+breaks includes "packets include a lock" u3v_wire/b.h '#include "zr_sync.h"\n'
+breaks includes "packets include libusb" u3v_wire/b.h '#include <libusb.h>\n'
+breaks includes "the copy rule includes a lock" info/b.cpp '#include "zr_sync.h"\n'
+breaks includes "the archive reader includes a public header" archive/b.cpp '#include <zr_u3v_tl/gentl.h>\n'
+breaks includes "the camera side knows GenTL" u3v_host/b.cpp '#include <zr_u3v_tl/gentl.h>\n'
+breaks includes "the camera side includes the exact producer's" u3v_host/b.cpp '#include "u3v_control.h"\n'
+breaks includes "an offered header brings libusb along" u3v_host/camera.h '#include <libusb.h>\n'
+breaks includes "an offered header brings a hidden one along" u3v_host/camera.h '#include "hidden.h"\n'
+breaks includes "the GenTL side includes libusb" standard_tl/b.cpp '#include <libusb.h>\n'
+breaks includes "the GenTL side includes a hidden header" standard_tl/b.cpp '#include "hidden.h"\n'
+breaks includes "the GenTL side includes packets" standard_tl/b.cpp '#include "packets.h"\n'
+breaks includes "the GenTL side includes the exact producer's" standard_tl/b.cpp '#include "a.h"\n'
 breaks includes "a module includes a library of the tool" u3v_tl/b.cpp '#include <nlohmann/json.hpp>\n'
 breaks includes "the tool includes the library" zr_u3v_tool/b.cpp '#include "u3v_control.h"\n'
 breaks includes "the tool includes the flat interface" zr_u3v_tool/b.cpp '#include <zr_u3v_tl/u3v_lib.h>\n'
@@ -66,6 +83,7 @@ breaks whitespace "no newline at the end" gentl/b.cpp 'int b;'
 breaks quirks "marked, not in the ledger" gentl/b.cpp '// Quirk Q08: new\n'
 breaks quirks "in the ledger, not marked" docs/quirks.md '## Q09 gone\n'
 breaks quirks "twice in the ledger" docs/quirks.md '## Q07 again\n'
+breaks quirk_marks "a quirk on shared ground" u3v_wire/packets.h '// Quirk Q07: kept\n'
 breaks quirk_marks "malformed mark" gentl/b.cpp '// Quirk: forgot the number\n'
 breaks includes "tool includes the library" zr_u3v_tool/b.cpp '#include "zr_sync.h"\n'
 breaks includes "tool includes the flat interface" zr_u3v_tool/b.cpp '#include <zr_u3v_tl/u3v_lib.h>\n'

@@ -32,16 +32,17 @@ tree_files()
 text_files() { tree_files | grep -vE '\.(png|zip|bin)$' | grep -vE '^tests/fuzz/.*corpus' ; }
 code_files() { tree_files | grep -E "^($1)/" | grep -E '\.(c|cpp|h)$'; }
 
-# folder: what it may include from. The modules know u3v/ by its flat interface alone: the public
-# header, and beside it the same calls with the size of the caller's memory.
+# folder: what it may include from.
 may_include()
 {
     case "$1" in
-        base) echo "base" ;;
+        base | u3v_wire | usb | archive | info) echo "$1" ;;
         logging) echo "logging base" ;;
-        gentl) echo "gentl logging base" ;;
-        u3v) echo "u3v logging base" ;;
-        u3v_tl) echo "u3v_tl gentl logging base" ;;
+        gentl) echo "gentl info logging base" ;;
+        u3v) echo "u3v u3v_wire usb archive logging base" ;;
+        u3v_tl) echo "u3v_tl gentl u3v_wire info logging base" ;;
+        u3v_host) echo "u3v_host u3v_wire usb archive base" ;;
+        standard_tl) echo "standard_tl info base" ;;
         client) echo "client base" ;;
         virtual_camera) echo "virtual_camera" ;;
         demo) echo "demo virtual_camera" ;;
@@ -49,24 +50,36 @@ may_include()
         zr_u3v_tool | examples) echo "$1" ;;
     esac
 }
-may_include_header() { [ "$1/$2" = u3v_tl/u3v_bounded.h ]; }
+# Single headers that a folder may include of another. The exact producer's modules know u3v/ by its
+# flat interface alone: the public header, and beside it the same calls with the size of the caller's
+# memory. The standard producer's know cameras by the classes that u3v_host/ offers, not by what it
+# is made of.
+u3v_host_offers="camera.h camera_info.h camera_list.h error.h stream_receiver.h wakeup.h"
+may_include_header()
+{
+    case "$1" in
+        u3v_tl) [ "$2" = u3v_bounded.h ] ;;
+        standard_tl) is_word_of "$2" "$u3v_host_offers" ;;
+        *) return 1 ;;
+    esac
+}
 may_include_public()
 {
     case "$1" in
-        base | virtual_camera) echo "" ;;
+        base | u3v_wire | usb | archive | u3v_host | virtual_camera) echo "" ;;
         logging) echo "zr_logging.h" ;;
         gentl) echo "gentl.h zr_logging.h" ;;
         u3v) echo "u3v_lib.h zr_logging.h" ;;
         u3v_tl) echo "gentl.h u3v_lib.h zr_logging.h" ;;
-        client | demo | bench | zr_u3v_tool | examples) echo "gentl.h" ;;
+        info | standard_tl | client | demo | bench | zr_u3v_tool | examples) echo "gentl.h" ;;
     esac
 }
 # Foreign headers that belong to one layer.
 may_include_foreign()
 {
     case "$2" in
-        libusb*) [[ $1 == u3v || $1 == virtual_camera || $1 == bench ]] ;;
-        miniz*) [[ $1 == u3v || $1 == virtual_camera ]] ;;
+        libusb*) [[ $1 == usb || $1 == u3v || $1 == u3v_host || $1 == virtual_camera || $1 == bench ]] ;;
+        miniz*) [[ $1 == archive || $1 == u3v || $1 == virtual_camera ]] ;;
         png*) [[ $1 == demo || $1 == zr_u3v_tool ]] ;;
         nlohmann/*) [[ $1 == zr_u3v_tool || $1 == bench ]] ;;
         zip.h | tiff* | SDL* | CLI/*) [[ $1 == zr_u3v_tool ]] ;;
@@ -79,6 +92,13 @@ is_word_of() { [[ " $2 " == *" $1 "* ]]; }
 check_include()
 {
     local file=$1 folder=$2 name=$3 delimiter=$4
+    local owner=${header_owner[$(basename "$name")]:-}
+    # What is offered must not bring along what is not.
+    if [ "$folder" = u3v_host ] && is_word_of "$(basename "$file")" "$u3v_host_offers" &&
+        [[ $name == libusb* || (-n $owner && $owner != base) ]] && ! is_word_of "$name" "$u3v_host_offers"; then
+        report "$file: offered to others, must not include $name"
+        return
+    fi
     if [ "$delimiter" = "<" ]; then
         case "$name" in
             zr_u3v_tl/*)
@@ -90,13 +110,12 @@ check_include()
                 ;;
         esac
         # One of the tree's own is held to the table, however it is written.
-        [ -n "${header_owner[$(basename "$name")]:-}" ] && [[ $name != zr_u3v_tl/* ]] || return
+        [ -n "$owner" ] && [[ $name != zr_u3v_tl/* ]] || return
     fi
     if [[ $name == *..* ]]; then
         report "$file: relative include \"$name\""
         return
     fi
-    local owner=${header_owner[$(basename "$name")]:-}
     if [ -z "$owner" ]; then
         may_include_foreign "$folder" "$name" || report "$file: $folder must not include \"$name\""
     elif ! is_word_of "$owner" "$(may_include "$folder")" && ! may_include_header "$folder" "$name"; then
@@ -106,7 +125,8 @@ check_include()
 
 includes()
 {
-    local folders="base logging gentl u3v u3v_tl client virtual_camera demo bench zr_u3v_tool examples"
+    local folders="base u3v_wire usb archive info logging gentl u3v u3v_tl u3v_host standard_tl"
+    folders+=" client virtual_camera demo bench zr_u3v_tool examples"
     local all=${folders// /|} file folder line name
     declare -gA header_owner=()
     while IFS= read -r file; do
@@ -167,11 +187,14 @@ quirks()
     comm -13 <(echo "$in_code") <(sort -u <<<"$in_ledger") | grep . | sed "s|\$|: in $ledger, not in the code|" | report_from
 }
 
-# A malformed mark would escape the comparison above.
+# A malformed mark would escape the comparison above. Rooms that both producers use, and those of the
+# standard one, carry no quirk.
 quirk_marks()
 {
     code_files 'base|logging|gentl|u3v|u3v_tl|client|virtual_camera|include' | tr '\n' '\0' |
         xargs -0 -r grep -nE '\bQuirk\b' /dev/null | sed -E 's/Quirk Q[0-9]+[a-z]?: [^ ]//g' | grep -E '\bQuirk\b' | report_from
+    code_files 'u3v_wire|usb|archive|info|u3v_host|standard_tl' | tr '\n' '\0' |
+        xargs -0 -r grep -nE '\bQuirk\b' /dev/null | report_from
 }
 
 # What a document links to, or shows, is there.
