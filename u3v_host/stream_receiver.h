@@ -11,7 +11,7 @@ namespace u3v_host {
 // Memory that one image is received into.
 struct Target
 {
-    void* owner;   // whatever the sink knows it by; NULL: nobody wants the image, it counts as lost
+    void* owner;   // whatever the sink knows it by; NULL: nobody wants the image
     uint8_t* data; // NULL with a NULL owner
     size_t size;
 };
@@ -51,15 +51,15 @@ public:
     virtual ~ImageSink() = default;
 
     // The next memory to receive into. False when there is none: the camera waits until
-    // StreamReceiver::TargetsAvailable.
+    // StreamReceiver::TargetsAvailable. Every target that was taken comes back exactly once,
+    // through Deliver or GiveBack, one that nobody wants too.
     virtual bool Take(Target& target) = 0;
     // The target belongs to the sink again. False when no further image is wanted: the receiver
     // ends by itself and calls Ended.
     virtual bool Deliver(const Target& target, const Image& image) = 0;
     // A target that was taken and did not get an image, in the order in which they were taken.
     virtual void GiveBack(const Target& target) = 0;
-    // So many images were lost (block ids that were skipped, a leader that did not come, an image
-    // that nobody wanted).
+    // So many images were lost: block ids that were skipped, a leader that did not come.
     virtual void Lost(uint64_t images) = 0;
     // The receiver cannot go on by itself (the system refuses every transfer for good). Images may
     // still follow when the cause goes away.
