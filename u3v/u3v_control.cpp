@@ -23,6 +23,12 @@ constexpr uint64_t kMaximumXmlSize = 256U << 20U;
 // Answers to earlier commands that one exchange reads away before it counts as misanswered.
 constexpr unsigned kMaximumLateAnswers = 16;
 
+// Every failing transfer counts as a time-out of the message.
+uint16_t StatusOfTransfer(int result)
+{
+    return result < 0 ? U3V_STATUS_GENCP_MSG_TIMEOUT : U3V_STATUS_SUCCESS;
+}
+
 } // namespace
 
 U3V_Control::U3V_Control(U3V_Device* device, const U3V_ControlLimits& limits)
@@ -37,7 +43,7 @@ U3V_Control::~U3V_Control()
     if (handle == nullptr) {
         return;
     }
-    _readOutstandingAnswer();
+    _readOutstandingAnswers();
     // Quirk Q55: an interface numbered 0 is never released; closing the handle does that.
     for (const uint8_t number :
          {m_pDevice->StreamInterface, m_pDevice->EventInterface, m_pDevice->ControlInterface}) {
@@ -48,13 +54,11 @@ U3V_Control::~U3V_Control()
 }
 
 // The next channel on this camera counts its commands from 1 again and would take an answer that we
-// leave unread for its own, or be off by one at each opening. What has not come by now is given a
-// moment; answers that were there before this channel go the same way.
-void U3V_Control::_readOutstandingAnswer()
+// leave unread for its own, and be off by one from then on.
+void U3V_Control::_readOutstandingAnswers()
 {
     Locker lock(m_Mutex);
-    for (unsigned i = 0; i < kMaximumLateAnswers && m_bOpened && m_nAnsweredId != m_nRequestId;
-         ++i) {
+    for (unsigned i = 0; i < kMaximumLateAnswers && m_Outstanding.Any(); ++i) {
         std::fill_n(m_AckBuffer.Data(), wire::kLongAckSize, uint8_t{0});
         int received = 0;
         if (libusb_bulk_transfer(m_pDevice->Handle(), m_pDevice->ControlInEndpoint,
@@ -62,9 +66,8 @@ void U3V_Control::_readOutstandingAnswer()
                                  &received, m_Limits.closingTimeout) < 0) {
             return; // nothing there, or no camera any more
         }
-        const std::span<const uint8_t> ack = m_AckBuffer.Bytes();
-        if (Load(ack, wire::kAckCommandId) != wire::kPendingAck) {
-            m_nAnsweredId = Load(ack, wire::kAckRequestId);
+        if (!_isPending()) {
+            m_Outstanding.Arrived(Load(m_AckBuffer.Bytes(), wire::kAckRequestId));
         }
     }
 }
@@ -82,6 +85,7 @@ uint16_t U3V_Control::OpenControl()
     _reset();
     const uint16_t status = _readBootstrap();
     if (status != U3V_STATUS_SUCCESS) {
+        _noteForeignAnswer();
         // Quirk Q56: the channel stays claimed and open, so that the caller may still look around.
         g_logger.Trace(ZR_LOG_ERROR, "%s Error open control interface.", "OpenControl");
         return status;
@@ -107,7 +111,7 @@ void U3V_Control::_reset()
 {
     m_XmlFile = {};
     m_nRequestId = 0;
-    m_nAnsweredId = 0;
+    m_Outstanding.Clear();
     m_Capability = {};
     m_bOpened = true;
 }
@@ -212,10 +216,7 @@ uint16_t U3V_Control::WriteMemSized(uint64_t address, const void* source, size_t
 
 uint16_t U3V_Control::_nextRequestId()
 {
-    if (++m_nRequestId == 0) {
-        m_nRequestId = 1; // 0 is never sent
-    }
-    return m_nRequestId;
+    return m_nRequestId = U3V_OutstandingAnswers::NextId(m_nRequestId); // 0 is never sent
 }
 
 std::span<uint8_t> U3V_Control::_beginCommand(uint16_t command, uint64_t address, size_t length,
@@ -232,8 +233,8 @@ std::span<uint8_t> U3V_Control::_beginCommand(uint16_t command, uint64_t address
     return packet;
 }
 
-uint16_t U3V_Control::_transfer(uint8_t endpoint, uint8_t* data, size_t size, uint32_t timeout,
-                                int& transferred)
+int U3V_Control::_transfer(uint8_t endpoint, uint8_t* data, size_t size, uint32_t timeout,
+                           int& transferred)
 {
     transferred = 0;
     const int result = libusb_bulk_transfer(m_pDevice->Handle(), endpoint, data,
@@ -242,32 +243,30 @@ uint16_t U3V_Control::_transfer(uint8_t endpoint, uint8_t* data, size_t size, ui
         // A stalled endpoint stays so until it is cleared. Not asked for the kind of failure: the
         // clearing does no harm where nothing has stalled, and fails harmlessly without a camera.
         libusb_clear_halt(m_pDevice->Handle(), endpoint);
-        return U3V_STATUS_GENCP_MSG_TIMEOUT;
     }
-    return U3V_STATUS_SUCCESS;
+    return result;
 }
 
 uint16_t U3V_Control::_send(std::span<uint8_t> packet)
 {
     int sent = 0;
-    return _transfer(m_pDevice->ControlOutEndpoint, packet.data(), packet.size(),
-                     _transferTimeout(), sent);
+    return StatusOfTransfer(_transfer(m_pDevice->ControlOutEndpoint, packet.data(), packet.size(),
+                                      _transferTimeout(), sent));
 }
 
-// One acknowledge. An answer to an earlier command that was given up for lost is read away:
-// otherwise a single late or pending answer would put every later exchange off by one for as long
-// as the camera is open.
+// One acknowledge. Answers to earlier commands that ended by time-out are read away: otherwise a
+// single late one would put every later exchange off by one for as long as the camera is open.
 uint16_t U3V_Control::_receive(size_t size, uint32_t timeout, int& received)
 {
     using std::chrono::steady_clock;
     const auto deadline = steady_clock::now() + std::chrono::milliseconds(timeout);
-    uint16_t status = U3V_STATUS_SUCCESS;
+    int result = 0;
     for (unsigned late = 0; late <= kMaximumLateAnswers; ++late) {
         // A short packet must not be completed by what an earlier one left in the buffer.
         std::fill_n(m_AckBuffer.Data(), wire::kLongAckSize, uint8_t{0});
-        status =
+        result =
             _transfer(m_pDevice->ControlInEndpoint, m_AckBuffer.Data(), size, timeout, received);
-        if (status != U3V_STATUS_SUCCESS || !_isLateAnswer(received)) {
+        if (result < 0 || !_isLateAnswer(received)) {
             break;
         }
         // All of them share one time-out, or a camera could stretch it seventeen-fold. Never 0,
@@ -276,30 +275,57 @@ uint16_t U3V_Control::_receive(size_t size, uint32_t timeout, int& received)
             std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now());
         timeout = static_cast<uint32_t>(std::max<int64_t>(left.count(), 1));
     }
-    return status;
+    _noteOutcome(result);
+    return StatusOfTransfer(result);
 }
 
-// Only ids between the last answered command and the present one can be late; each can be so once,
-// apart from pending acknowledges, which announce that the answer is still to come. Any other id is
-// a wrong one and reported as such. The differences wrap around as the ids do.
+// Announces that the answer is still to come.
+bool U3V_Control::_isPending() const
+{
+    const std::span<const uint8_t> ack = m_AckBuffer.Bytes();
+    return Load(ack, wire::kAckPrefix) == wire::kPrefix &&
+           Load(ack, wire::kAckCommandId) == wire::kPendingAck;
+}
+
+// Each answer can be late once, apart from pending acknowledges. Any id that nobody waits for is a
+// wrong one and reported as such.
 bool U3V_Control::_isLateAnswer(int received)
 {
     const std::span<const uint8_t> ack = m_AckBuffer.Bytes();
+    const uint16_t id = Load(ack, wire::kAckRequestId);
     // Without a whole header of ours there is no id to go by.
     if (received < static_cast<int>(wire::kAckHeaderSize) ||
-        Load(ack, wire::kAckPrefix) != wire::kPrefix) {
+        Load(ack, wire::kAckPrefix) != wire::kPrefix || id == m_nRequestId ||
+        !m_Outstanding.Await(id)) {
         return false;
     }
-    const uint16_t id = Load(ack, wire::kAckRequestId);
-    const auto sinceAnswer = static_cast<uint16_t>(id - m_nAnsweredId);
-    const auto present = static_cast<uint16_t>(m_nRequestId - m_nAnsweredId);
-    if (sinceAnswer == 0 || sinceAnswer >= present) {
-        return false;
-    }
-    if (Load(ack, wire::kAckCommandId) != wire::kPendingAck) {
-        m_nAnsweredId = id;
+    if (!_isPending()) {
+        m_Outstanding.Arrived(id);
     }
     return true;
+}
+
+// Whatever was taken for the answer is the answer, right or wrong: only a command that got none by
+// the time, or a mere announcement of it, may still get one. A halted endpoint gives nothing away
+// once it is cleared.
+void U3V_Control::_noteOutcome(int result)
+{
+    if (result == LIBUSB_ERROR_TIMEOUT || (result >= 0 && _isPending())) {
+        m_Outstanding.Add(m_nRequestId);
+    } else if (result >= 0) {
+        m_Outstanding.Clear();
+    }
+}
+
+// An opening that failed because somebody before us left an answer behind: the one to our own
+// command is then still to come, and the next opening must not find it.
+void U3V_Control::_noteForeignAnswer()
+{
+    const std::span<const uint8_t> ack = m_AckBuffer.Bytes();
+    if (Load(ack, wire::kAckPrefix) == wire::kPrefix &&
+        Load(ack, wire::kAckRequestId) != m_nRequestId) {
+        m_Outstanding.Add(m_nRequestId);
+    }
 }
 
 // What is left to check once prefix and command id are right.
@@ -308,7 +334,6 @@ uint16_t U3V_Control::_checkAckTail()
     if (Load<uint16_t>(m_AckBuffer.Bytes(), wire::kAckRequestId) != m_nRequestId) {
         return U3V_STATUS_BAD_REQUEST_ID;
     }
-    m_nAnsweredId = m_nRequestId;
     return Load<uint16_t>(m_AckBuffer.Bytes(), wire::kAckStatus);
 }
 

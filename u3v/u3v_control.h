@@ -18,8 +18,41 @@ struct U3V_ControlLimits
     uint32_t defaultTimeout = 3000;  // ms, until the camera names its own
     uint32_t maximumTimeout = 60000; // ms, what a camera-supplied response time is cut to
     unsigned pendingRounds = 1000;   // pending acknowledges of one write
-    uint32_t closingTimeout = 100;   // ms, at close, for each answer that was given up
+    uint32_t closingTimeout = 100;   // ms, at close, for each answer that is outstanding
     uint32_t pendingTime = 60000;    // ms, after which no further pending acknowledge is followed
+};
+
+// The commands whose answer may still come because they ended by time-out. Request ids count from 1
+// and wrap around past 0.
+class U3V_OutstandingAnswers
+{
+public:
+    bool Any() const { return m_nOldest != 0; }
+    // Whether the answer to this command may still come.
+    bool Await(uint16_t id) const
+    {
+        return Any() && static_cast<uint16_t>(id - m_nOldest) <=
+                            static_cast<uint16_t>(m_nNewest - m_nOldest);
+    }
+    void Add(uint16_t id)
+    {
+        m_nOldest = Any() ? m_nOldest : id;
+        m_nNewest = id;
+    }
+    // Cameras answer in the order of the commands: what has not come before this one never will.
+    void Arrived(uint16_t id)
+    {
+        if (Await(id)) {
+            m_nOldest = id == m_nNewest ? uint16_t{0} : NextId(id);
+        }
+    }
+    void Clear() { m_nOldest = 0; }
+
+    static uint16_t NextId(uint16_t id) { return id == UINT16_MAX ? uint16_t{1} : ++id; }
+
+private:
+    uint16_t m_nOldest = 0; // 0: there is none
+    uint16_t m_nNewest = 0;
 };
 
 // The control channel of one camera: memory reads and writes in command/acknowledge exchanges.
@@ -30,7 +63,7 @@ class U3V_Control
 {
 public:
     explicit U3V_Control(U3V_Device* device, const U3V_ControlLimits& limits = {});
-    // Reads away an answer that is still outstanding, then releases the stream, event and control
+    // Reads away the answers that are outstanding, then releases the stream, event and control
     // interface, each unless its number is 0.
     ~U3V_Control();
     U3V_Control(const U3V_Control&) = delete;
@@ -80,7 +113,7 @@ private:
 
     friend class U3V_ControlProbe; // tests: looks at decoded capabilities and the request id
 
-    void _readOutstandingAnswer() ZR_EXCLUDES(m_Mutex);
+    void _readOutstandingAnswers() ZR_EXCLUDES(m_Mutex);
     bool _claim() ZR_REQUIRES(m_Mutex);
     void _reset() ZR_REQUIRES(m_Mutex);
     uint16_t _readBootstrap() ZR_REQUIRES(m_Mutex);
@@ -97,9 +130,12 @@ private:
                                      size_t packetSize) ZR_REQUIRES(m_Mutex);
     uint16_t _send(std::span<uint8_t> packet) ZR_REQUIRES(m_Mutex);
     uint16_t _receive(size_t size, uint32_t timeout, int& received) ZR_REQUIRES(m_Mutex);
+    bool _isPending() const ZR_REQUIRES(m_Mutex);
     bool _isLateAnswer(int received) ZR_REQUIRES(m_Mutex);
-    uint16_t _transfer(uint8_t endpoint, uint8_t* data, size_t size, uint32_t timeout,
-                       int& transferred) ZR_REQUIRES(m_Mutex);
+    void _noteOutcome(int result) ZR_REQUIRES(m_Mutex);
+    void _noteForeignAnswer() ZR_REQUIRES(m_Mutex);
+    int _transfer(uint8_t endpoint, uint8_t* data, size_t size, uint32_t timeout, int& transferred)
+        ZR_REQUIRES(m_Mutex);
     uint16_t _checkAckTail() ZR_REQUIRES(m_Mutex);
     uint32_t _transferTimeout() const;
 
@@ -108,8 +144,8 @@ private:
     mutable Mutex m_Mutex; // one exchange at a time
     U3V_Block m_AckBuffer ZR_GUARDED_BY(m_Mutex);
     uint8_t m_Command[control_wire::kWriteDataOffset + kMaximumWrite] ZR_GUARDED_BY(m_Mutex) = {};
-    uint16_t m_nRequestId ZR_GUARDED_BY(m_Mutex) = 0;  // the last one used
-    uint16_t m_nAnsweredId ZR_GUARDED_BY(m_Mutex) = 0; // the last one the camera has answered
+    uint16_t m_nRequestId ZR_GUARDED_BY(m_Mutex) = 0; // the last one used
+    U3V_OutstandingAnswers m_Outstanding ZR_GUARDED_BY(m_Mutex);
     bool m_bOpened ZR_GUARDED_BY(m_Mutex) = false;
     std::atomic<uint32_t> m_nMaxCommandLength = 0;
     std::atomic<uint32_t> m_nMaxAckLength = 0;

@@ -385,6 +385,124 @@ TEST_F(ControlTest, ReadMem_AnswerToTheLastAnsweredCommand_IsAWrongRequestId)
     EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0xC00A);
 }
 
+// A wrong id is a wrong answer, but an answer: the one to the next command may carry the number of
+// this one and is no less wrong.
+TEST_F(ControlTest, WrongRequestIds_OneAfterTheOther_EachIsAWrongRequestId)
+{
+    Open();
+    uint32_t value = 7;
+    uint16_t id = kFirstId;
+    for (const bool write : {false, true}) {
+        for (const int off : {1, -1, 256, -256, -2, 0x7FFF}) {
+            const auto wrong = static_cast<uint16_t>(id++ + off);
+            Reply(Ack(0, write ? 0x0803 : 0x0801, wrong, {0, 0, 4, 0}));
+            EXPECT_EQ(write ? control.WriteMem(0x100, &value, 4)
+                            : control.ReadMem(0x100, &value, 4),
+                      0xC00A)
+                << (write ? "write " : "read ") << off;
+        }
+    }
+    EXPECT_EQ(value, 7U);
+    EXPECT_EQ(usb.Count("bulk ep=0x81"), 12U); // one each: none was read away
+}
+
+// Whatever a command takes for its answer, nothing is awaited any more.
+TEST_F(ControlTest, AnyAnswer_RightOrWrong_IsTheOnlyOne)
+{
+    const Bytes four(4);
+    const std::pair<const char*, Bytes> answers[] = {
+        {"right", Ack(0, 0x0801, kFirstId, four)},
+        {"refused without data", Ack(0x8003, 0x0801, kFirstId)},
+        {"refused with data", Ack(0x8003, 0x0801, kFirstId, four)},
+        {"prefix", Ack(0, 0x0801, kFirstId, four, 0x11111111)},
+        {"command id", Ack(0, 0x0803, kFirstId, four)},
+        {"request id", Ack(0, 0x0801, 99, four)},
+        {"empty", {}},
+        {"half a header", {0x55, 0x33, 0x56, 0x43, 0, 0}},
+    };
+    for (const auto& [name, answer] : answers) {
+        Open();
+        uint32_t value = 0;
+        Reply(answer);
+        control.ReadMem(0x100, &value, 4);
+        Reply(Ack(0, 0x0801, kFirstId, four));
+        EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0xC00A) << name;
+    }
+}
+
+TEST_F(ControlTest, FailureThatIsNoTimeout_LeavesNothingOutstanding)
+{
+    for (const int error : {LIBUSB_ERROR_PIPE, LIBUSB_ERROR_OVERFLOW, LIBUSB_ERROR_IO}) {
+        for (const bool sending : {false, true}) {
+            Open();
+            uint32_t value = 0;
+            if (sending) {
+                camera.sendResults = {error};
+            } else {
+                camera.replies.push_back({error, {}});
+            }
+            EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0x800B);
+            Reply(Ack(0, 0x0801, kFirstId, {1, 0, 0, 0}));
+            EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0xC00A) << error << sending;
+        }
+    }
+}
+
+TEST_F(ControlTest, SeveralTimeouts_EachAnswerIsReadAwayOnceAndInOrder)
+{
+    Open();
+    uint32_t value = 0;
+    for (int i = 0; i < 3; ++i) {
+        camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+        EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0x800B);
+    }
+    Reply(Ack(0, 0x0801, kFirstId + 1, Bytes(4)));
+    Reply(Ack(0, 0x0801, kFirstId + 2, Bytes(4)));
+    Reply(Ack(0, 0x0801, kFirstId + 3, {4, 0, 0, 0}));
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0);
+    EXPECT_EQ(value, 4U);
+    // With an answer of its own, a command ends all waiting.
+    Reply(Ack(0, 0x0801, kFirstId, Bytes(4)));
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0xC00A);
+
+    camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0x800B);
+    camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0x800B);
+    Reply(Ack(0, 0x0801, kFirstId + 6, Bytes(4)));
+    Reply(Ack(0, 0x0801, kFirstId + 5, Bytes(4))); // overtaken: it no longer counts
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0xC00A);
+}
+
+TEST_F(ControlTest, LateAnswer_AcrossTheWrapOfTheIds_IsReadAway)
+{
+    Open();
+    U3V_ControlProbe::SetRequestId(control, 0xFFFD);
+    uint32_t value = 0;
+    for (int i = 0; i < 3; ++i) { // 0xFFFE, 0xFFFF, 1
+        camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+        EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0x800B);
+    }
+    for (const int id : {0xFFFE, 0xFFFF, 1}) {
+        Reply(Ack(0, 0x0801, static_cast<uint16_t>(id), Bytes(4)));
+    }
+    Reply(Ack(0, 0x0801, 2, {2, 0, 0, 0}));
+    EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0);
+    EXPECT_EQ(value, 2U);
+}
+
+TEST_F(ControlTest, WriteMem_PendingThenAnswer_IsNotTakenForALateOne)
+{
+    Open();
+    const uint32_t value = 0;
+    camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+    EXPECT_EQ(control.WriteMem(0x100, &value, 4), 0x800B);
+    Reply(Pending(kFirstId + 1, 10));
+    Reply(Ack(0, 0x0803, kFirstId, {0, 0, 4, 0}));
+    Reply(Ack(0, 0x0803, kFirstId + 1, {0, 0, 4, 0}));
+    EXPECT_EQ(control.WriteMem(0x100, &value, 4), 0);
+}
+
 TEST_F(ControlTest, ReadMem_EndlessAnswersToEarlierCommands_EndWithAWrongRequestId)
 {
     Open();
@@ -655,8 +773,8 @@ TEST_F(ControlTest, Destructor_AnswerOutstanding_IsReadAwayBeforeTheRelease)
     {
         U3V_Control other(&device);
         ASSERT_EQ(other.OpenControl(), 0);
-        Reply(Ack(0, 0x0801, 99, {1, 0, 0, 0})); // left there by somebody else
-        EXPECT_EQ(other.ReadMem(0x100, &value, 4), 0xC00A);
+        camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+        EXPECT_EQ(other.ReadMem(0x100, &value, 4), 0x800B);
         Reply(Pending(kFirstId, 10));
         Reply(Ack(0, 0x0801, kFirstId, {1, 0, 0, 0}));
         Reply(Ack(0, 0x0801, kFirstId, {1, 0, 0, 0})); // beyond what is awaited
@@ -667,6 +785,63 @@ TEST_F(ControlTest, Destructor_AnswerOutstanding_IsReadAwayBeforeTheRelease)
                             "bulk ep=0x81 length=1024 timeout=100", "release_interface 2",
                             "release_interface 1", "release_interface 3"));
     EXPECT_EQ(camera.replies.size(), 1U);
+}
+
+TEST_F(ControlTest, Destructor_CommandAnsweredHoweverWrongly_OnlyReleases)
+{
+    const Bytes answers[] = {
+        Ack(0x8003, 0x0801, kFirstId),
+        Ack(0x8003, 0x0801, kFirstId, Bytes(4)),
+        Ack(0, 0x0803, kFirstId, Bytes(4)),
+        Ack(0, 0x0801, kFirstId + 1, Bytes(4)),
+        Ack(0, 0x0801, kFirstId, Bytes(4), 0x11111111),
+        {},
+    };
+    for (const Bytes& answer : answers) {
+        {
+            U3V_Control other(&device);
+            ASSERT_EQ(other.OpenControl(), 0);
+            Reply(answer);
+            uint32_t value = 0;
+            EXPECT_NE(other.ReadMem(0x100, &value, 4), 0);
+            usb.ClearJournal();
+        }
+        EXPECT_THAT(usb.Journal(), ElementsAre("release_interface 2", "release_interface 1",
+                                               "release_interface 3"));
+    }
+}
+
+TEST_F(ControlTest, Destructor_PendingAnswerToARead_IsReadAway)
+{
+    {
+        U3V_Control other(&device);
+        ASSERT_EQ(other.OpenControl(), 0);
+        Reply(Pending(kFirstId, 100));
+        uint32_t value = 0;
+        EXPECT_EQ(other.ReadMem(0x100, &value, 4), 0xC009);
+        Reply(Ack(0, 0x0801, kFirstId, Bytes(4)));
+    }
+    EXPECT_THAT(camera.replies, IsEmpty());
+}
+
+// Somebody was killed within an exchange: one opening finds the answer, the next one works.
+TEST_F(ControlTest, OpenControl_AnswerLeftBySomebodyElse_FailsOnceOnly)
+{
+    camera.answers.push_back({0, Ack(0, 0x0801, 99, Bytes(8))});
+    {
+        U3V_Control first(&device);
+        EXPECT_EQ(first.OpenControl(), 0xC00A);
+    }
+    U3V_Control second(&device);
+    EXPECT_EQ(second.OpenControl(), 0);
+
+    camera.answers.push_back({0, Ack(0, 0x0803, 99, {0, 0, 4, 0})}); // of another length
+    {
+        U3V_Control first(&device);
+        EXPECT_EQ(first.OpenControl(), 0x800E);
+    }
+    U3V_Control third(&device);
+    EXPECT_EQ(third.OpenControl(), 0);
 }
 
 TEST_F(ControlTest, Destructor_AnswerNeverComes_IsAwaitedOnce)
@@ -689,10 +864,11 @@ TEST_F(ControlTest, Destructor_EndlessAnswers_AreNotReadForEver)
     {
         U3V_Control other(&device);
         ASSERT_EQ(other.OpenControl(), 0);
+        camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
+        EXPECT_EQ(other.ReadMem(0x100, &value, 4), 0x800B);
         for (int i = 0; i < 100; ++i) {
             Reply(Ack(0, 0x0801, 99, {1, 0, 0, 0}));
         }
-        EXPECT_EQ(other.ReadMem(0x100, &value, 4), 0xC00A);
         usb.ClearJournal();
     }
     EXPECT_EQ(usb.Count("bulk"), 16U);
