@@ -80,19 +80,43 @@ bool ToFormat(std::string_view text, std::string& format)
     return FindPixelFormat(text) != nullptr;
 }
 
+template <typename T>
+using Choices = std::span<const std::pair<std::string_view, T>>;
+
+template <typename T>
+bool Choose(std::string_view text, T& target, Choices<T> choices)
+{
+    const auto found = std::find_if(choices.begin(), choices.end(),
+                                    [text](const auto& choice) { return choice.first == text; });
+    if (found != choices.end()) {
+        target = found->second;
+    }
+    return found != choices.end();
+}
+
 bool ToPattern(std::string_view text, Pattern& pattern)
 {
     constexpr std::pair<std::string_view, Pattern> kPatterns[] = {{"bytes", Pattern::Bytes},
                                                                   {"ramp", Pattern::Ramp},
                                                                   {"scene", Pattern::Scene},
-                                                                  {"still", Pattern::Still}};
-    for (const auto& [name, value] : kPatterns) {
-        if (name == text) {
-            pattern = value;
-            return true;
-        }
-    }
-    return false;
+                                                                  {"still", Pattern::Still},
+                                                                  {"none", Pattern::None}};
+    return Choose<Pattern>(text, pattern, kPatterns);
+}
+
+bool ToPadding(std::string_view text, Padding& padding)
+{
+    constexpr std::pair<std::string_view, Padding> kPaddings[] = {{"own", Padding::Own},
+                                                                  {"required", Padding::Required},
+                                                                  {"alignment", Padding::Alignment},
+                                                                  {"all", Padding::All}};
+    return Choose<Padding>(text, padding, kPaddings);
+}
+
+bool ToUnused(std::string_view text, bool& empty)
+{
+    constexpr std::pair<std::string_view, bool> kWays[] = {{"empty", true}, {"omitted", false}};
+    return Choose<bool>(text, empty, kWays);
 }
 
 bool ToFaults(std::string_view text, std::string& faults)
@@ -124,6 +148,8 @@ bool SetNumber(Config& c, Text v)
 }
 
 constexpr std::uint64_t kMaxU32 = std::numeric_limits<std::uint32_t>::max();
+constexpr std::uint64_t kMaxU64 = std::numeric_limits<std::uint64_t>::max();
+constexpr bool kSwitch = true;
 
 struct Option
 {
@@ -145,19 +171,21 @@ constexpr Option kOptions[] = {
     {{"format", "pixel format by name"}, [](Config& c, Text v) { return ToFormat(v, c.format); }},
     {{"fps", "images per second; 0: as fast as the host reads"},
      [](Config& c, Text v) { return ToRate(v, c.fps); }},
-    {{"pattern", "bytes (checkable), ramp, scene, or still (always the same, nearly free)"},
+    {{"pattern", "bytes (checkable), ramp, scene, still (always the same, nearly free), none "
+                 "(writes nothing)"},
      [](Config& c, Text v) { return ToPattern(v, c.pattern); }},
     {{"seed", "makes the bytes of this camera's images its own"},
      SetNumber<&Config::seed, 0, kMaxU32>},
-    {{"drop", "1: images that find no room are lost; 0: the camera waits"}, SetFlag<&Config::drop>},
+    {{"drop", "1: images that find no room are lost; 0: the camera waits", kSwitch},
+     SetFlag<&Config::drop>},
     {{"depth", "images that the camera itself can keep"}, SetNumber<&Config::depth, 1, 1000>},
-    {{"zip", "1: the description file is zipped"}, SetFlag<&Config::zip>},
+    {{"zip", "1: the description file is zipped", kSwitch}, SetFlag<&Config::zip>},
     {{"description-size", "the description file is padded to so many bytes"},
      SetNumber<&Config::descriptionSize, 0, 1U << 24>},
-    {{"strict", "1: a read command must carry length 12"}, SetFlag<&Config::strict>},
-    {{"events", "1: with an event interface"}, SetFlag<&Config::events>},
-    {{"high-speed", "1: a USB 2.0 camera"}, SetFlag<&Config::highSpeed>},
-    {{"written-length", "0: write acknowledges without the written length"},
+    {{"strict", "1: a read command must carry length 12", kSwitch}, SetFlag<&Config::strict>},
+    {{"events", "1: with an event interface", kSwitch}, SetFlag<&Config::events>},
+    {{"high-speed", "1: a USB 2.0 camera", kSwitch}, SetFlag<&Config::highSpeed>},
+    {{"written-length", "0: write acknowledges without the written length", kSwitch},
      SetFlag<&Config::writtenLength>},
     {{"alignment", "exponent of the alignment of payload sizes"},
      SetNumber<&Config::alignment, 0, 255>},
@@ -165,6 +193,20 @@ constexpr Option kOptions[] = {
     {{"trailer", "required trailer size"}, SetNumber<&Config::trailerSize, 32, 65535>},
     {{"payload-extra", "bytes that the payload exceeds the image by"},
      SetNumber<&Config::payloadExtra, 0, 1U << 24>},
+    {{"padding", "leaders and trailers: own (size), required, alignment, or all (payload as well)"},
+     [](Config& c, Text v) { return ToPadding(v, c.padding); }},
+    {{"unused", "transfers that a short image does not need: empty, or omitted"},
+     [](Config& c, Text v) { return ToUnused(v, c.emptyUnused); }},
+    {{"min-height", "images have from so many rows to all of them; 0: always all"},
+     SetNumber<&Config::minHeight, 0, kMaxSide>},
+    {{"first-block", "block id of the first image"}, SetNumber<&Config::firstBlock, 0, kMaxU64>},
+    {{"last-block", "behind this block id the ids start again; 0: never"},
+     SetNumber<&Config::lastBlock, 0, kMaxU64>},
+    {{"wrap-block", "with this one"}, SetNumber<&Config::wrapBlock, 0, kMaxU64>},
+    {{"keep-block-ids", "1: block ids go on over stop and start", kSwitch},
+     SetFlag<&Config::keepBlockIds>},
+    {{"halt-ends-image", "1: what was under way when the stream halted is never sent", kSwitch},
+     SetFlag<&Config::haltEndsImage>},
     {{"max-command", "maximum command transfer length"}, SetNumber<&Config::maxCommand, 24, 65535>},
     {{"max-acknowledge", "maximum acknowledge transfer length"},
      SetNumber<&Config::maxAcknowledge, 16, 65535>},
@@ -177,7 +219,7 @@ constexpr Option kOptions[] = {
     {{"reboot-ms", "how long a rebooting camera stays away"},
      SetNumber<&Config::rebootMs, 0, 600000>},
     {{"unplug-after", "goes away after so many images; 0: never"},
-     SetNumber<&Config::unplugAfter, 0, std::numeric_limits<std::uint64_t>::max()>},
+     SetNumber<&Config::unplugAfter, 0, kMaxU64>},
     {{"replug-ms", "comes back so long after it has gone away; 0: never"},
      SetNumber<&Config::replugMs, 0, 600000>},
     {{"vid", "USB vendor id"}, SetNumber<&Config::vendorId, 0, 65535>},

@@ -16,7 +16,17 @@ enum class Pattern : std::uint32_t
     Bytes = 0,
     Ramp = 1,
     Scene = 2,
-    Still = 3
+    Still = 3,
+    None = 4 // the last one
+};
+
+// How long leaders and trailers are on the wire.
+enum class Padding : std::uint32_t
+{
+    Own,       // their own size
+    Required,  // padded to the required sizes
+    Alignment, // padded to a multiple of the alignment
+    All        // and the payload as well
 };
 
 struct CameraConfig
@@ -51,7 +61,15 @@ struct CameraConfig
     std::uint32_t alignment = 3;       // exponent: sizes are multiples of 2^alignment
     std::uint32_t leaderSize = 52;     // required sizes; larger ones are padded with zeros
     std::uint32_t trailerSize = 32;
-    std::uint32_t payloadExtra = 0;  // bytes that the required payload exceeds the image by
+    std::uint32_t payloadExtra = 0; // bytes that the required payload exceeds the image by
+    Padding padding = Padding::Required;
+    bool emptyUnused = true;         // transfers that a short image leaves are sent empty, or not
+    std::uint32_t minHeight = 0;     // images have from so many rows to all of them; 0: all
+    std::uint64_t firstBlock = 0;    // block id of the first image
+    std::uint64_t lastBlock = 0;     // ids start again behind this one; 0: never
+    std::uint64_t wrapBlock = 0;     // with this id
+    bool keepBlockIds = false;       // ids go on over a stop and start
+    bool haltEndsImage = false;      // a cleared halt takes the rest of the image with it
     std::uint32_t maxCommand = 2048; // transfer lengths of the control channel
     std::uint32_t maxAcknowledge = 1024;
     std::uint32_t responseMs = 1000;  // maximum device response time
@@ -79,6 +97,7 @@ struct OptionName
 {
     const char* key;
     const char* meaning;
+    bool isSwitch = false; // takes 0 or 1
 };
 
 // The keys with a line of explanation each.

@@ -272,8 +272,7 @@ std::uint16_t CameraMemory::_CheckStreamWrite(std::uint64_t address, const std::
 
 std::uint16_t CameraMemory::_CheckPlan() const
 {
-    const std::uint32_t exponent = Get(sirm::kInfo) >> sirm::kAlignmentShift;
-    const std::uint64_t alignment = std::uint64_t{1} << std::min(exponent, 63U);
+    const std::uint64_t alignment = Alignment();
     const std::uint64_t transfer = Get(sirm::kTransferSize);
     const std::uint64_t count = Get(sirm::kTransferCount);
     const std::uint64_t final1 = Get(sirm::kFinal1);
@@ -312,7 +311,7 @@ std::uint16_t CameraMemory::_CheckFeatureWrite(std::uint64_t address, const std:
     const bool valid = sideFits(cam::kWidth, cam::kOffsetX, cam::kSensorWidth) &&
                        sideFits(cam::kHeight, cam::kOffsetY, cam::kSensorHeight) &&
                        FindPixelFormat(next(cam::kPixelFormat)) != nullptr &&
-                       next(cam::kTestPattern) <= static_cast<std::uint32_t>(Pattern::Still);
+                       next(cam::kTestPattern) <= static_cast<std::uint32_t>(Pattern::None);
     const float rate = std::bit_cast<float>(next(cam::kFrameRate));
     return valid && rate >= 0 && rate <= 100000 ? gencp::kSuccess : gencp::kInvalidParameter;
 }
@@ -346,6 +345,11 @@ void CameraMemory::_RefreshPayload()
     const ImageGeometry geometry = Geometry();
     Set(cam::kPayloadSize, static_cast<std::uint32_t>(geometry.Payload()));
     Set(sirm::kRequiredPayload, std::uint64_t{geometry.Payload()});
+}
+
+std::size_t CameraMemory::Alignment() const
+{
+    return std::size_t{1} << std::min(Get(sirm::kInfo) >> sirm::kAlignmentShift, 63U);
 }
 
 ImageGeometry CameraMemory::Geometry() const

@@ -57,6 +57,7 @@ public:
     }
 
     bool StreamEnabled() const { return (Get(sirm::kControl) & sirm::kStreamEnable) != 0; }
+    std::size_t Alignment() const; // bytes
     ImageGeometry Geometry() const;
     float FrameRate() const;
     void SetFrameRate(float rate);

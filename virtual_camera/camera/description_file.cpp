@@ -250,7 +250,8 @@ void PutImageFormat(Document& xml)
     }
     Enumeration(xml, {"PixelFormat", "Layout of the pixels", true}, formats);
     IntReg(xml, "PixelFormatReg", cam::kPixelFormat, "RW");
-    constexpr Entry kPatterns[] = {{"Bytes", 0}, {"Ramp", 1}, {"Scene", 2}, {"Still", 3}};
+    constexpr Entry kPatterns[] = {
+        {"Bytes", 0}, {"Ramp", 1}, {"Scene", 2}, {"Still", 3}, {"None", 4}};
     Enumeration(xml, {"TestPattern", "What the images show", true}, kPatterns);
     IntReg(xml, "TestPatternReg", cam::kTestPattern, "RW");
 }

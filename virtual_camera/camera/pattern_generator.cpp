@@ -64,6 +64,9 @@ void PatternGenerator::_MakeTable()
 void PatternGenerator::Fill(std::uint64_t frame, std::size_t offset, std::uint8_t* target,
                             std::size_t size)
 {
+    if (m_pattern == Pattern::None) {
+        return;
+    }
     const std::size_t inImage =
         offset < m_imageBytes ? std::min(size, m_imageBytes - offset) : std::size_t{0};
     if (inImage != 0 && m_pattern == Pattern::Bytes) {

@@ -20,6 +20,7 @@ class Scene;
 // shifted or from another frame or camera shows. Ramp and scene are drawn once per frame and then
 // copied. "still" is one image of the pattern "bytes" again and again, and only those pieces are
 // written that the target does not hold already: who measures the host does not measure the camera.
+// "none" does not even look: the target keeps what it holds.
 class PatternGenerator
 {
 public:

@@ -36,6 +36,9 @@ UsbResult UsbCamera::Control(const SetupPacket& setup, std::vector<std::uint8_t>
         if (outcome.haltCleared == usb::kControlIn || outcome.restarted) {
             m_control.Drop();
         }
+        if (outcome.haltCleared == usb::kStreamIn) {
+            m_stream.HaltCleared();
+        }
         result.status = outcome.refused ? UsbStatus::Stall : UsbStatus::Done;
     }
     _Notify();

@@ -12,8 +12,6 @@ namespace vcam {
 namespace {
 
 constexpr std::uint32_t kMaxCameras = 64;
-// Switches: "--zip" alone means "--zip=1".
-constexpr std::string_view kSwitches[] = {"zip", "strict", "events", "high-speed", "drop"};
 
 template <typename T>
 bool ToNumber(std::string_view text, T& number)
@@ -22,16 +20,12 @@ bool ToNumber(std::string_view text, T& number)
     return error == std::errc() && end == text.data() + text.size();
 }
 
-bool IsSwitch(std::string_view key)
-{
-    return std::find(std::begin(kSwitches), std::end(kSwitches), key) != std::end(kSwitches);
-}
-
-bool IsCameraOption(std::string_view key)
+const OptionName* FindOption(std::string_view key)
 {
     const auto names = OptionNames();
-    return std::any_of(names.begin(), names.end(),
-                       [key](const OptionName& name) { return key == name.key; });
+    const auto found = std::find_if(names.begin(), names.end(),
+                                    [key](const OptionName& name) { return key == name.key; });
+    return found == names.end() ? nullptr : &*found;
 }
 
 // One pass over the arguments: what each one says to the cameras is kept until all is known.
@@ -90,8 +84,9 @@ private:
             _Size(_Value(key));
         } else if (key == "camera") {
             m_own.push_back(_Value(key));
-        } else if (IsCameraOption(key)) {
-            const std::string value = !m_hasValue && IsSwitch(key) ? "1" : _Value(key);
+        } else if (const OptionName* option = FindOption(key)) {
+            // A switch alone is on.
+            const std::string value = !m_hasValue && option->isSwitch ? "1" : _Value(key);
             _Complain(m_common.Set(key, value));
         } else {
             _Complain("unknown option \"--" + key + "\"");
@@ -214,8 +209,7 @@ std::string CommandLine::Help()
     Row(text, "--camera KEY=VALUE,...", "what the first (then second, ...) camera has of its own");
     Row(text, "--size WIDTHxHEIGHT", "both in one");
     for (const OptionName& name : OptionNames()) {
-        Row(text, "--" + std::string(name.key) + (IsSwitch(name.key) ? "" : " VALUE"),
-            name.meaning);
+        Row(text, "--" + std::string(name.key) + (name.isSwitch ? "" : " VALUE"), name.meaning);
     }
     text << "\nPixel formats:";
     for (const PixelFormat& format : PixelFormats()) {

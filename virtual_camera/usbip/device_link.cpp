@@ -306,7 +306,8 @@ bool DeviceLink::_PumpPipe(std::uint8_t endpoint, Pipe& pipe, bool& more)
         }
         const std::size_t capacity = pipe.queue.front().capacity;
         if (pipe.bufferSize < capacity) {
-            pipe.buffer = std::make_unique_for_overwrite<std::uint8_t[]>(capacity);
+            // Cleared: a camera may leave bytes as they are, and they go to another machine.
+            pipe.buffer = std::make_unique<std::uint8_t[]>(capacity);
             pipe.bufferSize = capacity;
         }
         const UsbResult result =

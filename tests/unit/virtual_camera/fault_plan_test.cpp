@@ -1,5 +1,7 @@
 // The text forms: fault lists and camera options.
 
+#include <fstream>
+
 #include "camera_host.h"
 
 using vcam::FaultPlan;
@@ -84,7 +86,8 @@ TEST(CameraConfig, Apply_Mistakes_AreRefusedAndChangeNothing)
     vcam::CameraConfig config;
     for (const char* text :
          {"width=0", "width=x", "width=99999", "height=", "format=Mono7", "fps=-1", "fps=fast",
-          "zip=2", "no=1", "word", "faults=nothing", "pattern=none", "leader=51", "trailer=31"}) {
+          "zip=2", "no=1", "word", "faults=nothing", "pattern=plaid", "padding=some", "unused=all",
+          "leader=51", "trailer=31"}) {
         EXPECT_NE("", config.Apply(std::string("serial=changed,") + text)) << text;
     }
     EXPECT_EQ("VC000001", config.serial);
@@ -96,4 +99,21 @@ TEST(CameraConfig, Numbered_CountsIdentityOn)
     EXPECT_EQ("120900000003", third.guid);
     EXPECT_EQ("VC000003", third.serial);
     EXPECT_EQ(3U, third.seed);
+}
+
+// --- the tables and their readers ------------------------------------------------------------
+
+TEST(Options, EachKeyAndFault_HasItsPlaceInTheReadme)
+{
+    std::ifstream file(VCAM_README);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    ASSERT_NE("", text);
+    for (const vcam::OptionName& option : vcam::OptionNames()) {
+        EXPECT_NE(std::string::npos, text.find("`" + std::string(option.key) + "`")) << option.key;
+    }
+    for (const vcam::FaultName& fault : vcam::FaultNames()) {
+        const bool found = text.find("`" + std::string(fault.name) + "`") != std::string::npos ||
+                           text.find("`" + std::string(fault.name) + ":") != std::string::npos;
+        EXPECT_TRUE(found) << fault.name;
+    }
 }

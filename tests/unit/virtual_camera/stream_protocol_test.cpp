@@ -313,6 +313,12 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"payload-short@1:64", {52, 2048, 32}},
         FaultCase{"payload-long@1:8", {52, 2120, 32}},
         FaultCase{"payload-doubled@1", {52, 2112, 2112, 32}},
+        FaultCase{"payload-piece-lost@1", {52, 32}},
+        FaultCase{"payload-packet-lost@1:1", {52, 1088, 32}},
+        FaultCase{"payload-packet-lost@1:2", {52, 2048 + 32}}, // nothing marks its end
+        FaultCase{"payload-packet-lost@1:3", {52, 2112, 32}},  // there is no such packet
+        FaultCase{"image-short@1", {52, 1024, 32}}, FaultCase{"image-short@1:1", {52, 64, 32}},
+        FaultCase{"image-short@1:0", {52, 0, 32}}, FaultCase{"image-long@1:100", {52, 2212, 32}},
         FaultCase{"trailer-lost@1", {52, 2112}}, FaultCase{"trailer-short@1", {52, 2112, 12}},
         FaultCase{"trailer-long@1", {52, 2112, 100}},
         FaultCase{"trailer-doubled@1", {52, 2112, 32, 32}},
