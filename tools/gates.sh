@@ -176,8 +176,8 @@ gate_cppcheck()
     (cd "$root" && cppcheck --enable=warning,performance,portability --std=c++20 --language=c++ --quiet \
         --error-exitcode=1 --inline-suppr -j "$jobs" --suppress=missingIncludeSystem \
         --suppress=uninitDerivedMemberVar --suppress=useInitializationList -i u3v_tl/zr_u3v_gen_tl.cpp \
-        -I include -I base -I logging -I gentl -I u3v -I u3v_tl -I client -I zr_u3v_tool -I bench -I virtual_camera/bus \
-        base logging gentl u3v u3v_tl client zr_u3v_tool bench)
+        -I include -I base -I logging -I gentl -I u3v -I u3v_tl -I client -I consumer -I zr_u3v_tool -I bench -I virtual_camera/bus \
+        base logging gentl u3v u3v_tl client consumer zr_u3v_tool bench)
 }
 
 # gcc's analyser understands C only; that is the contract tests, whose mistakes would hide the library's.

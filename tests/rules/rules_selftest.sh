@@ -70,6 +70,7 @@ breaks includes "a module includes a library of the tool" u3v_tl/b.cpp '#include
 breaks includes "the tool includes the library" zr_u3v_tool/b.cpp '#include "u3v_control.h"\n'
 breaks includes "the tool includes the flat interface" zr_u3v_tool/b.cpp '#include <zr_u3v_tl/u3v_lib.h>\n'
 breaks includes "the tool includes libusb" zr_u3v_tool/b.cpp '#include <libusb.h>\n'
+breaks includes "the consumer includes the library" consumer/b.cpp '#include "zr_sync.h"\n'
 breaks includes "the benchmark includes the library" bench/b.cpp '#include <u3v_control.h>\n'
 breaks includes "relative include" gentl/b.cpp '#include "../base/zr_sync.h"\n'
 breaks includes "a header's name twice" u3v/zr_sync.h '#pragma once\n'

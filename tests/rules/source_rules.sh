@@ -45,9 +45,10 @@ may_include()
         standard_tl) echo "standard_tl info base" ;;
         client) echo "client base" ;;
         virtual_camera) echo "virtual_camera" ;;
-        demo) echo "demo virtual_camera" ;;
-        bench) echo "bench virtual_camera" ;;
-        zr_u3v_tool | examples) echo "$1" ;;
+        demo) echo "demo consumer virtual_camera" ;;
+        bench) echo "bench consumer virtual_camera" ;;
+        zr_u3v_tool) echo "zr_u3v_tool consumer" ;;
+        consumer | examples) echo "$1" ;;
     esac
 }
 # Single headers that a folder may include of another. The exact producer's modules know u3v/ by its
@@ -71,7 +72,7 @@ may_include_public()
         gentl) echo "gentl.h zr_logging.h" ;;
         u3v) echo "u3v_lib.h zr_logging.h" ;;
         u3v_tl) echo "gentl.h u3v_lib.h zr_logging.h" ;;
-        info | standard_tl | client | demo | bench | zr_u3v_tool | examples) echo "gentl.h" ;;
+        info | standard_tl | client | consumer | demo | bench | zr_u3v_tool | examples) echo "gentl.h" ;;
     esac
 }
 # Foreign headers that belong to one layer.
@@ -126,7 +127,7 @@ check_include()
 includes()
 {
     local folders="base u3v_wire usb archive info logging gentl u3v u3v_tl u3v_host standard_tl"
-    folders+=" client virtual_camera demo bench zr_u3v_tool examples"
+    folders+=" client virtual_camera consumer demo bench zr_u3v_tool examples"
     local all=${folders// /|} file folder line name
     declare -gA header_owner=()
     while IFS= read -r file; do
