@@ -1,7 +1,7 @@
 // docs/known-limits.md line by line: which cameras the stream channel serves, which it cannot, and
 // what a consumer then sees. The receiver tells transfers apart by their exact lengths.
 
-#include "producer_session.h"
+#include "producer_fixture.h"
 
 #include <cstring>
 
@@ -30,14 +30,14 @@ class Streaming
 {
 public:
     explicit Streaming(const std::string& options)
-        : m_camera("fps=100," + options), m_opened(m_producer),
-          m_stream(m_opened.Stream(), m_camera.PayloadSize())
+        : m_camera("fps=100," + options), m_opened(m_session),
+          m_stream(m_opened, m_camera.PayloadSize())
     {
-        EXPECT_EQ(m_stream.Start(), GC_ERR_SUCCESS);
+        m_stream.Start();
     }
 
     const vusb::Camera& Camera() const { return m_camera; }
-    const ImageStream& Stream() const { return m_stream; }
+    ImageStream& Stream() { return m_stream; }
     // The bytes of the next image that has come as a complete one.
     std::vector<unsigned char> Image()
     {
@@ -46,16 +46,16 @@ public:
             ADD_FAILURE() << "no image";
             return std::vector<unsigned char>(m_camera.PayloadSize());
         }
-        EXPECT_FALSE(m_stream.IsIncomplete(image->handle));
-        m_frame = m_stream.FrameId(image->handle);
-        const auto* bytes = static_cast<const unsigned char*>(m_stream.Base(image->handle));
-        return {bytes, bytes + m_camera.PayloadSize()};
+        EXPECT_FALSE(image->isIncomplete);
+        EXPECT_EQ(image->bytes.size(), m_camera.PayloadSize());
+        m_frame = image->frameId;
+        return {image->bytes.begin(), image->bytes.end()};
     }
     uint64_t Frame() const { return m_frame; }
 
 private:
     vusb::Camera m_camera;
-    Producer m_producer;
+    consumer::Session m_session = OpenSession();
     OpenCamera m_opened;
     ImageStream m_stream;
     uint64_t m_frame = 0;
@@ -72,7 +72,7 @@ class Served : public KnownLimits, public ::testing::WithParamInterface<Shape>
 
 TEST_P(Served, EveryImageIsExact)
 {
-    const Streaming session(GetParam().options);
+    Streaming session(GetParam().options);
     ASSERT_EQ(session.Camera().PayloadSize(), GetParam().payload);
     ExpectExactImages(session.Stream(), session.Camera(), 0, 5);
 }
@@ -95,11 +95,11 @@ class NoImage : public KnownLimits, public ::testing::WithParamInterface<Shape>
 
 TEST_P(NoImage, AcquisitionStartsAndNothingComes)
 {
-    const Streaming session(GetParam().options);
+    Streaming session(GetParam().options);
     ASSERT_EQ(session.Camera().PayloadSize(), GetParam().payload);
     EXPECT_FALSE(session.Stream().Next(kSilence));
     EXPECT_GT(session.Camera().Stats().stream_bytes, 0u) << "the camera has sent something";
-    EXPECT_EQ(session.Stream().Stop(), GC_ERR_SUCCESS);
+    session.Stream().Stop();
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -161,24 +161,20 @@ TEST_F(KnownLimits, PayloadShorterThanRequired_TheTrailerLiesOverTheImage)
 TEST_F(KnownLimits, StrictReadCommands_TheCameraIsListedButDoesNotOpen)
 {
     const vusb::Camera camera("strict=1");
-    const Producer producer;
-    const auto ids = producer.DeviceIds();
+    const auto session = OpenSession();
+    const auto ids = session.CameraIds();
     ASSERT_EQ(ids.size(), 1u);
-    DEV_HANDLE device = nullptr;
-    EXPECT_NE(IFOpenDevice(producer.Interface(), ids[0].c_str(), DEVICE_ACCESS_CONTROL, &device),
-              GC_ERR_SUCCESS);
+    EXPECT_NE(StatusOfOpening(session, ids[0]), GC_ERR_SUCCESS);
     EXPECT_GT(vusb_camera_errors(camera.Id(), "bad-length"), 0u);
 }
 
 TEST_F(KnownLimits, PendingAcknowledgeToARead_TheCameraDoesNotOpen)
 {
     const vusb::Camera camera("faults=pending%r0x1D8");
-    const Producer producer;
-    const auto ids = producer.DeviceIds();
+    const auto session = OpenSession();
+    const auto ids = session.CameraIds();
     ASSERT_EQ(ids.size(), 1u);
-    DEV_HANDLE device = nullptr;
-    EXPECT_NE(IFOpenDevice(producer.Interface(), ids[0].c_str(), DEVICE_ACCESS_CONTROL, &device),
-              GC_ERR_SUCCESS);
+    EXPECT_NE(StatusOfOpening(session, ids[0]), GC_ERR_SUCCESS);
     EXPECT_GT(camera.Stats().faults_played, 0u);
 }
 

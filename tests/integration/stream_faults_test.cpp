@@ -1,7 +1,7 @@
 // The stream channel under a misbehaving camera and bus: what can recover does, what cannot ends
 // cleanly.
 
-#include "producer_session.h"
+#include "producer_fixture.h"
 
 #include <chrono>
 
@@ -33,24 +33,21 @@ TEST_P(RecoverableFault, StreamGoesOnWithExactImages)
 {
     const vusb::Camera camera(std::string("width=640,height=480,fps=100,faults=") +
                               GetParam().fault);
-    const Producer producer;
-    const OpenCamera opened(producer);
-    const ImageStream stream(opened.Stream(), camera.PayloadSize(), 16);
-    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize(), 16);
+    stream.Start();
     ExpectExactImages(stream, camera, 0, 3);
     uint64_t exactAfterwards = 0;
     for (int i = 0; i < 40 && exactAfterwards < 10; ++i) {
         const auto image = stream.Next(kImageTimeout);
         ASSERT_TRUE(image) << "the stream has ended";
-        const uint64_t frame = stream.FrameId(image->handle);
+        const uint64_t frame = image->frameId;
         if (frame > 3 + GetParam().behind && frame < 1000) {
-            EXPECT_EQ(vusb_compare_image(camera.Id(), frame, stream.Base(image->handle),
-                                         camera.PayloadSize()),
-                      -1)
-                << "frame " << frame;
+            EXPECT_TRUE(IsExact(*image, camera)) << "frame " << frame;
             ++exactAfterwards;
         }
-        ASSERT_EQ(stream.Queue(image->handle), GC_ERR_SUCCESS);
+        stream.Queue(image->buffer);
     }
     EXPECT_EQ(exactAfterwards, 10u);
     EXPECT_GE(camera.Stats().faults_played, 1u);
@@ -80,20 +77,20 @@ class TerminalFault : public StreamFault, public ::testing::WithParamInterface<C
 TEST_P(TerminalFault, StopIsBoundedAndTheNextStartWorks)
 {
     const vusb::Camera camera("width=64,height=64,fps=200");
-    const Producer producer;
-    const OpenCamera opened(producer);
-    ImageStream stream(opened.Stream(), camera.PayloadSize());
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize());
     camera.SetFaults(GetParam().fault);
-    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    stream.Start();
     while (const auto image = stream.Next(300)) {
-        ASSERT_EQ(stream.Queue(image->handle), GC_ERR_SUCCESS);
+        stream.Queue(image->buffer);
     }
     camera.SetFaults("");
     const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(stream.Stop(), GC_ERR_SUCCESS);
+    stream.Stop();
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
     stream.Rewind();
-    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    stream.Start();
     EXPECT_TRUE(stream.Next());
 }
 
@@ -105,17 +102,17 @@ INSTANTIATE_TEST_SUITE_P(Faults, TerminalFault,
 TEST_F(StreamFault, ResubmitFails_EndsSilentlyAndTheNextStartWorks)
 {
     const vusb::Camera camera("width=64,height=64,fps=200");
-    const Producer producer;
-    const OpenCamera opened(producer);
-    ImageStream stream(opened.Stream(), camera.PayloadSize());
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize());
     ASSERT_EQ(vusb_fail_call("libusb_submit_transfer", 10, 1, -1), 0);
-    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    stream.Start();
     while (const auto image = stream.Next(300)) {
-        ASSERT_EQ(stream.Queue(image->handle), GC_ERR_SUCCESS);
+        stream.Queue(image->buffer);
     }
-    EXPECT_EQ(stream.Stop(), GC_ERR_SUCCESS);
+    stream.Stop();
     stream.Rewind();
-    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    stream.Start();
     EXPECT_TRUE(stream.Next());
 }
 
@@ -132,15 +129,15 @@ class FailingStart : public StreamFault, public ::testing::WithParamInterface<St
 TEST_P(FailingStart, LeavesNothingBehindAndTheNextStartWorks)
 {
     const vusb::Camera camera("width=64,height=64,fps=200");
-    const Producer producer;
-    const OpenCamera opened(producer);
-    ImageStream stream(opened.Stream(), camera.PayloadSize());
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize());
     ASSERT_EQ(vusb_fail_call(GetParam().function, 0, 1, GetParam().result), 0);
-    EXPECT_EQ(stream.Start(), GC_ERR_ERROR);
+    EXPECT_EQ(StatusOf([&] { stream.Start(); }), GC_ERR_ERROR);
     vusb_live_objects live{};
     vusb_get_live_objects(&live);
     EXPECT_EQ(live.transfers, 0u);
-    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    stream.Start();
     EXPECT_TRUE(stream.Next());
 }
 
@@ -161,29 +158,26 @@ class UnplugWhileStreaming : public StreamFault, public ::testing::WithParamInte
 TEST_P(UnplugWhileStreaming, EverythingClosesAndTheReplugStreamsAgain)
 {
     const vusb::Camera camera("width=640,height=480,fps=100");
-    Producer producer;
+    auto session = OpenSession();
     {
-        const OpenCamera opened(producer);
-        const ImageStream stream(opened.Stream(), camera.PayloadSize());
+        const OpenCamera opened(session);
+        ImageStream stream(opened, camera.PayloadSize());
         camera.SetFaults(std::string(GetParam()) + "@5");
-        ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+        stream.Start();
         while (const auto image = stream.Next(500)) {
-            ASSERT_EQ(stream.Queue(image->handle), GC_ERR_SUCCESS);
+            stream.Queue(image->buffer);
         }
         EXPECT_FALSE(camera.IsPlugged());
     }
     camera.SetFaults("");
     camera.Replug();
-    producer.Reopen();
-    const OpenCamera opened(producer);
-    const ImageStream stream(opened.Stream(), camera.PayloadSize());
-    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    session.ReopenInterface({.update_ms = kUpdateTime});
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize());
+    stream.Start();
     const auto image = stream.Next();
     ASSERT_TRUE(image);
-    const uint64_t frame = stream.FrameId(image->handle);
-    EXPECT_EQ(
-        vusb_compare_image(camera.Id(), frame, stream.Base(image->handle), camera.PayloadSize()),
-        -1);
+    EXPECT_TRUE(IsExact(*image, camera));
 }
 
 INSTANTIATE_TEST_SUITE_P(Moments, UnplugWhileStreaming,

@@ -1,10 +1,11 @@
 // Images: every byte, in order, none lost, in all formats and sizes, with slow and fast consumers
 // and cameras.
 
-#include "producer_session.h"
+#include "producer_fixture.h"
 
 #include <chrono>
 #include <cstring>
+#include <future>
 #include <thread>
 
 namespace {
@@ -16,11 +17,11 @@ protected:
     static void ExpectStream(const std::string& options, uint64_t count)
     {
         const vusb::Camera camera(options);
-        const Producer producer;
-        const OpenCamera opened(producer);
+        const auto session = OpenSession();
+        const OpenCamera opened(session);
         const Triggers triggers(opened);
-        const ImageStream stream(opened.Stream(), camera.PayloadSize());
-        ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+        ImageStream stream(opened, camera.PayloadSize());
+        stream.Start();
         ExpectExactImages(stream, camera, 0, count, &triggers);
         EXPECT_EQ(vusb_camera_errors(camera.Id(), nullptr), 0u);
     }
@@ -79,60 +80,61 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(Streaming, BufferDescription_IsTheLeaders)
 {
     const vusb::Camera camera("width=320,height=200,format=Mono12");
-    const Producer producer;
-    const OpenCamera opened(producer);
-    ImageStream stream(opened.Stream(), camera.PayloadSize());
-    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize());
+    stream.Start();
     const auto image = stream.Next();
     ASSERT_TRUE(image);
-    EXPECT_EQ(stream.Info<size_t>(image->handle, BUFFER_INFO_WIDTH), 320u);
-    EXPECT_EQ(stream.Info<size_t>(image->handle, BUFFER_INFO_HEIGHT), 200u);
-    EXPECT_EQ(stream.Info<uint64_t>(image->handle, BUFFER_INFO_PIXELFORMAT), 0x01100005u);
-    EXPECT_EQ(stream.Info<size_t>(image->handle, BUFFER_INFO_PAYLOADTYPE),
-              size_t{PAYLOAD_TYPE_IMAGE});
-    EXPECT_EQ(stream.SizeFilled(image->handle), camera.PayloadSize());
-    EXPECT_FALSE(stream.IsIncomplete(image->handle));
-    EXPECT_TRUE(stream.Info<bool8_t>(image->handle, BUFFER_INFO_NEW_DATA));
-    EXPECT_FALSE(stream.Info<bool8_t>(image->handle, BUFFER_INFO_IS_QUEUED));
-    EXPECT_FALSE(stream.Info<bool8_t>(image->handle, BUFFER_INFO_IS_ACQUIRING));
-    EXPECT_EQ(image->userPointer, stream.Info<void*>(image->handle, BUFFER_INFO_USER_PTR));
-    EXPECT_NE(stream.Info<uint64_t>(image->handle, BUFFER_INFO_TIMESTAMP), 0u);
+    EXPECT_EQ(image->width, 320u);
+    EXPECT_EQ(image->height, 200u);
+    EXPECT_EQ(image->pixelFormat, 0x01100005u);
+    EXPECT_EQ(image->bytes.size(), camera.PayloadSize());
+    EXPECT_FALSE(image->isIncomplete);
+    EXPECT_NE(image->timestamp, 0u);
+    BUFFER_HANDLE const buffer = image->buffer;
+    EXPECT_EQ(stream.Info<size_t>(buffer, BUFFER_INFO_PAYLOADTYPE), size_t{PAYLOAD_TYPE_IMAGE});
+    EXPECT_TRUE(stream.Info<bool8_t>(buffer, BUFFER_INFO_NEW_DATA));
+    EXPECT_FALSE(stream.Info<bool8_t>(buffer, BUFFER_INFO_IS_QUEUED));
+    EXPECT_FALSE(stream.Info<bool8_t>(buffer, BUFFER_INFO_IS_ACQUIRING));
+}
+
+TEST_F(Streaming, UserPointer_ComesWithTheEventAndAsBufferInfo)
+{
+    const vusb::Camera camera("width=64,height=64,fps=50");
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize());
+    stream.Start();
+    EVENT_NEW_BUFFER_DATA data{};
+    size_t size = sizeof(data);
+    ASSERT_EQ(Gentl().EventGetData(stream.NewBufferEvent(), &data, &size, kImageTimeout),
+              GC_ERR_SUCCESS);
+    EXPECT_EQ(data.pUserPointer, &stream);
+    EXPECT_EQ(stream.Info<void*>(data.BufferHandle, BUFFER_INFO_USER_PTR), &stream);
 }
 
 TEST_F(Streaming, ProducerAllocatedBuffers_AreFilledAndFreed)
 {
     const vusb::Camera camera("width=64,height=64,fps=5");
-    const Producer producer;
-    const OpenCamera opened(producer);
-    BUFFER_HANDLE buffer = nullptr;
-    ASSERT_EQ(DSAllocAndAnnounceBuffer(opened.Stream(), camera.PayloadSize(), nullptr, &buffer),
-              GC_ERR_SUCCESS);
-    EVENT_HANDLE event = nullptr;
-    ASSERT_EQ(GCRegisterEvent(opened.Stream(), EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
-    ASSERT_EQ(DSQueueBuffer(opened.Stream(), buffer), GC_ERR_SUCCESS);
-    ASSERT_EQ(DSStartAcquisition(opened.Stream(), ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
-              GC_ERR_SUCCESS);
-    EVENT_NEW_BUFFER_DATA data{};
-    size_t size = sizeof(data);
-    ASSERT_EQ(EventGetData(event, &data, &size, kImageTimeout), GC_ERR_SUCCESS);
-    EXPECT_EQ(data.BufferHandle, buffer);
-    void* base = nullptr;
-    INFO_DATATYPE type = INFO_DATATYPE_UNKNOWN;
-    size = sizeof(base);
-    ASSERT_EQ(DSGetBufferInfo(opened.Stream(), buffer, BUFFER_INFO_BASE, &type, &base, &size),
-              GC_ERR_SUCCESS);
-    EXPECT_EQ(vusb_compare_image(camera.Id(), 0, base, camera.PayloadSize()), -1);
-    EXPECT_EQ(DSStopAcquisition(opened.Stream(), ACQ_STOP_FLAGS_DEFAULT), GC_ERR_SUCCESS);
-    EXPECT_EQ(DSRevokeBuffer(opened.Stream(), buffer, nullptr, nullptr), GC_ERR_SUCCESS);
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    consumer::Acquisition stream(opened.Stream(), camera.PayloadSize(), 1,
+                                 consumer::BufferMemory::OfProducer);
+    stream.Start();
+    const auto image = stream.Next(kImageTimeout);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->frameId, 0u);
+    EXPECT_TRUE(IsExact(*image, camera));
 }
 
 TEST_F(Streaming, SlowCamera_EveryImageComesAtItsRate)
 {
     const vusb::Camera camera("width=64,height=64,fps=20");
-    const Producer producer;
-    const OpenCamera opened(producer);
-    const ImageStream stream(opened.Stream(), camera.PayloadSize());
-    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize());
+    stream.Start();
     const auto begin = std::chrono::steady_clock::now();
     ExpectExactImages(stream, camera, 0, 20);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(850));
@@ -141,14 +143,14 @@ TEST_F(Streaming, SlowCamera_EveryImageComesAtItsRate)
 TEST_F(Streaming, ConsumerWithoutQueuedBuffers_GetsTheNextImageWithinAMomentOfQueueing)
 {
     const vusb::Camera camera("width=64,height=64,fps=200");
-    const Producer producer;
-    const OpenCamera opened(producer);
-    const ImageStream stream(opened.Stream(), camera.PayloadSize(), 1);
-    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize(), 1);
+    stream.Start();
     const auto first = stream.Next();
     ASSERT_TRUE(first);
     EXPECT_FALSE(stream.Next(50)) << "no buffer is queued";
-    ASSERT_EQ(stream.Queue(first->handle), GC_ERR_SUCCESS);
+    stream.Queue(first->buffer);
     EXPECT_TRUE(stream.Next(100)) << "an image was waiting";
 }
 
@@ -157,19 +159,16 @@ TEST_F(Streaming, ConsumerWithoutQueuedBuffers_GetsTheNextImageWithinAMomentOfQu
 TEST_F(Streaming, ConsumerSlowerThanCamera_GetsWholeImages)
 {
     const vusb::Camera camera("width=256,height=256,fps=0");
-    const Producer producer;
-    const OpenCamera opened(producer);
-    const ImageStream stream(opened.Stream(), camera.PayloadSize(), 2);
-    ASSERT_EQ(stream.Start(), GC_ERR_SUCCESS);
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize(), 2);
+    stream.Start();
     for (int i = 0; i < 40; ++i) {
         const auto image = stream.Next();
         ASSERT_TRUE(image);
-        const uint64_t frame = stream.FrameId(image->handle);
-        EXPECT_EQ(vusb_compare_image(camera.Id(), frame, stream.Base(image->handle),
-                                     camera.PayloadSize()),
-                  -1);
+        EXPECT_TRUE(IsExact(*image, camera));
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        ASSERT_EQ(stream.Queue(image->handle), GC_ERR_SUCCESS);
+        stream.Queue(image->buffer);
     }
 }
 
@@ -177,19 +176,21 @@ TEST_F(Streaming, TwoCamerasAtOnce_BothExact)
 {
     const vusb::Camera first("width=320,height=240,guid=120900000001,seed=1");
     const vusb::Camera second("width=400,height=300,guid=120900000002,seed=2");
-    const Producer producer;
-    ASSERT_EQ(producer.DeviceIds().size(), 2u);
-    const OpenCamera openFirst(producer, 0);
-    const OpenCamera openSecond(producer, 1);
+    const auto session = OpenSession();
+    ASSERT_EQ(session.CameraIds().size(), 2u);
+    const OpenCamera openFirst(session, 0);
+    const OpenCamera openSecond(session, 1);
     const Triggers triggersFirst(openFirst);
     const Triggers triggersSecond(openSecond);
-    const ImageStream streamFirst(openFirst.Stream(), first.PayloadSize(), 8);
-    const ImageStream streamSecond(openSecond.Stream(), second.PayloadSize(), 8);
-    ASSERT_EQ(streamFirst.Start(), GC_ERR_SUCCESS);
-    ASSERT_EQ(streamSecond.Start(), GC_ERR_SUCCESS);
-    std::thread other([&] { ExpectExactImages(streamSecond, second, 0, 300, &triggersSecond); });
+    ImageStream streamFirst(openFirst, first.PayloadSize(), 8);
+    ImageStream streamSecond(openSecond, second.PayloadSize(), 8);
+    streamFirst.Start();
+    streamSecond.Start();
+    auto other = std::async(std::launch::async, [&] {
+        ExpectExactImages(streamSecond, second, 0, 300, &triggersSecond);
+    });
     ExpectExactImages(streamFirst, first, 0, 300, &triggersFirst);
-    other.join();
+    other.get();
 }
 
 // Never a byte beyond the announced memory: what fits is there, and the buffer says that it is not
@@ -197,58 +198,40 @@ TEST_F(Streaming, TwoCamerasAtOnce_BothExact)
 TEST_F(Streaming, ImageLargerThanTheBuffer_IsCutAndIncomplete)
 {
     const vusb::Camera camera("width=640,height=480,fps=5");
-    const Producer producer;
-    const OpenCamera opened(producer);
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
     constexpr size_t kSmall = 100000;
     constexpr uint8_t kGuard = 0xA5;
+    // The buffer is said to end where the guard begins.
     std::vector<uint8_t> memory(kSmall + 4096, kGuard);
     BUFFER_HANDLE buffer = nullptr;
-    ASSERT_EQ(DSAnnounceBuffer(opened.Stream(), memory.data(), kSmall, nullptr, &buffer),
-              GC_ERR_SUCCESS);
-    EVENT_HANDLE event = nullptr;
-    ASSERT_EQ(GCRegisterEvent(opened.Stream(), EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
-    ASSERT_EQ(DSQueueBuffer(opened.Stream(), buffer), GC_ERR_SUCCESS);
-    ASSERT_EQ(DSStartAcquisition(opened.Stream(), ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
-              GC_ERR_SUCCESS);
-    EVENT_NEW_BUFFER_DATA data{};
-    size_t size = sizeof(data);
-    ASSERT_EQ(EventGetData(event, &data, &size, kImageTimeout), GC_ERR_SUCCESS);
-    EXPECT_EQ(DSStopAcquisition(opened.Stream(), ACQ_STOP_FLAGS_DEFAULT), GC_ERR_SUCCESS);
-
+    ImageStream stream(opened, camera.PayloadSize(), 0);
+    ASSERT_EQ(
+        Gentl().DSAnnounceBuffer(opened.Stream().Handle(), memory.data(), kSmall, nullptr, &buffer),
+        GC_ERR_SUCCESS);
+    stream.Queue(buffer);
+    stream.Start();
+    const auto image = stream.Next();
+    ASSERT_TRUE(image);
+    stream.Stop();
     const auto reference = camera.Expected(0);
     EXPECT_EQ(memcmp(memory.data(), reference.data(), kSmall), 0);
     EXPECT_EQ(memory[kSmall], kGuard);
-    bool8_t incomplete = false;
-    INFO_DATATYPE type = INFO_DATATYPE_UNKNOWN;
-    size = sizeof(incomplete);
-    ASSERT_EQ(DSGetBufferInfo(opened.Stream(), buffer, BUFFER_INFO_IS_INCOMPLETE, &type,
-                              &incomplete, &size),
-              GC_ERR_SUCCESS);
-    EXPECT_TRUE(incomplete);
-    size_t filled = 0;
-    size = sizeof(filled);
-    ASSERT_EQ(
-        DSGetBufferInfo(opened.Stream(), buffer, BUFFER_INFO_SIZE_FILLED, &type, &filled, &size),
-        GC_ERR_SUCCESS);
-    EXPECT_EQ(filled, kSmall);
+    EXPECT_TRUE(image->isIncomplete);
+    EXPECT_EQ(image->bytes.size(), kSmall);
 }
 
 TEST_F(Streaming, LimitedAcquisitionOfThree_DeliversThreeAndStopsItself)
 {
     const vusb::Camera camera("width=64,height=64,fps=50");
-    const Producer producer;
-    const OpenCamera opened(producer);
-    const ImageStream stream(opened.Stream(), camera.PayloadSize());
-    ASSERT_EQ(stream.Start(3), GC_ERR_SUCCESS);
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize());
+    stream.Start(3);
     ExpectExactImages(stream, camera, 0, 3);
     EXPECT_FALSE(stream.Next(200));
-    EXPECT_EQ(stream.Stop(), GC_ERR_SUCCESS);
-    uint64_t delivered = 0;
-    size_t size = sizeof(delivered);
-    INFO_DATATYPE type = INFO_DATATYPE_UNKNOWN;
-    EXPECT_EQ(DSGetInfo(opened.Stream(), STREAM_INFO_NUM_DELIVERED, &type, &delivered, &size),
-              GC_ERR_SUCCESS);
-    EXPECT_EQ(delivered, 3u);
+    stream.Stop();
+    EXPECT_EQ(opened.Stream().Info<uint64_t>(STREAM_INFO_NUM_DELIVERED), 3u);
 }
 
 } // namespace

@@ -2,8 +2,10 @@
 
 // A consumer that can be brought into any state of its life, with threads inside the library where
 // the state has some, and that then demands what every call may answer after something happened.
+// It makes its calls itself, on purpose: the project's consumer keeps to the rules that are broken
+// here.
 
-#include "producer_session.h"
+#include "producer_fixture.h"
 
 #include <atomic>
 #include <chrono>
