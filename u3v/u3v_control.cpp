@@ -32,7 +32,7 @@ uint16_t StatusOfTransfer(int result)
 } // namespace
 
 U3V_Control::U3V_Control(U3V_Device* device, const U3V_ControlLimits& limits)
-    : m_pDevice(device), m_Limits(limits), m_AckBuffer(U3V_Block::AllocateZeroed(kAckBufferSize)),
+    : m_pDevice(device), m_Limits(limits), m_AckBuffer(UsbBlock::AllocateZeroed(kAckBufferSize)),
       m_nTimeout(limits.defaultTimeout)
 {
 }
@@ -441,7 +441,7 @@ uint16_t U3V_Control::MaximumDeviceResponseTime(uint32_t* milliseconds) const
     return U3V_STATUS_SUCCESS;
 }
 
-void U3V_Control::StoreXmlFile(U3V_Block file)
+void U3V_Control::StoreXmlFile(UsbBlock file)
 {
     Locker lock(m_Mutex);
     m_XmlFile = std::move(file);
@@ -515,13 +515,13 @@ public:
     // The member in a block of its own; an empty block when it cannot be had.
     // The size is the archive's claim; miniz checks it against the data, but only after we have
     // allocated it.
-    bool Extract(const mz_zip_archive_file_stat& stat, U3V_Block& out)
+    bool Extract(const mz_zip_archive_file_stat& stat, UsbBlock& out)
     {
         if (stat.m_uncomp_size > kMaximumXmlSize || !_canExpand(stat)) {
             return false;
         }
         // Zeroed: of a directory, and of a member without data, nothing is written at all.
-        U3V_Block block = U3V_Block::AllocateZeroed(static_cast<size_t>(stat.m_uncomp_size));
+        UsbBlock block = UsbBlock::AllocateZeroed(static_cast<size_t>(stat.m_uncomp_size));
         if (mz_zip_reader_extract_file_to_mem(&m_archive, stat.m_filename, block.Data(),
                                               block.Size(), 0) == MZ_FALSE) {
             return false;
@@ -579,7 +579,7 @@ uint16_t U3V_Control::UnzipXmlFile()
     if (!zip.StatFirst(stat)) {
         return UnzipFailed("mz_zip_reader_file_stat() failed!");
     }
-    U3V_Block extracted;
+    UsbBlock extracted;
     if (!zip.Extract(stat, extracted)) {
         return UnzipFailed("mz_zip_reader_extract_file_to_heap() failed!");
     }

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "u3v_block.h"
 #include "u3v_device.h"
 
 #include "packets.h"
+#include "usb_block.h"
 #include "zr_sync.h"
 
 #include <atomic>
@@ -88,7 +88,7 @@ public:
 
     // The slot for the camera's description file. Nothing here fills it; UnzipXmlFile replaces a
     // zip archive in it by the archive's first member, or leaves it as it is.
-    void StoreXmlFile(U3V_Block file) ZR_EXCLUDES(m_Mutex);
+    void StoreXmlFile(UsbBlock file) ZR_EXCLUDES(m_Mutex);
     std::vector<uint8_t> XmlFile() ZR_EXCLUDES(m_Mutex);
     uint16_t UnzipXmlFile() ZR_EXCLUDES(m_Mutex);
 
@@ -142,7 +142,7 @@ private:
     U3V_Device* const m_pDevice; // not owned
     const U3V_ControlLimits m_Limits;
     mutable Mutex m_Mutex; // one exchange at a time
-    U3V_Block m_AckBuffer ZR_GUARDED_BY(m_Mutex);
+    UsbBlock m_AckBuffer ZR_GUARDED_BY(m_Mutex);
     uint8_t m_Command[control_wire::kWriteDataOffset + kMaximumWrite] ZR_GUARDED_BY(m_Mutex) = {};
     uint16_t m_nRequestId ZR_GUARDED_BY(m_Mutex) = 0; // the last one used
     U3V_OutstandingAnswers m_Outstanding ZR_GUARDED_BY(m_Mutex);
@@ -153,6 +153,6 @@ private:
     Capability m_Capability ZR_GUARDED_BY(m_Mutex) = {};
     bool m_bWrittenLength ZR_GUARDED_BY(m_Mutex) = false;
     std::atomic<uint32_t> m_nTimeout; // ms, as the camera names it
-    U3V_Block m_XmlFile ZR_GUARDED_BY(m_Mutex);
+    UsbBlock m_XmlFile ZR_GUARDED_BY(m_Mutex);
     std::atomic<uint64_t> m_nSbrmAddress = 0;
 };

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "u3v_deviceinfo.h"
-#include "usb_handles.h"
+#include "usb_context.h"
 
 #include <memory>
 

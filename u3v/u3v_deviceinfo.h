@@ -1,6 +1,6 @@
 #pragma once
 
-#include "usb_handles.h"
+#include "usb_context.h"
 
 #include <cstddef>
 #include <memory>

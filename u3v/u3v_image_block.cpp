@@ -17,7 +17,7 @@ size_t SegmentSize(size_t imageSize, size_t transferSize)
 
 } // namespace
 
-U3V_ImageBlock::U3V_ImageBlock(U3V_BlockSource& source, size_t size, size_t transferSize,
+U3V_ImageBlock::U3V_ImageBlock(UsbBlockSource& source, size_t size, size_t transferSize,
                                bool deviceMemory)
     : m_size(size), m_segmentSize(SegmentSize(size, transferSize))
 {

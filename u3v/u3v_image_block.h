@@ -1,6 +1,6 @@
 #pragma once
 
-#include "u3v_block.h"
+#include "usb_block.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +14,7 @@ class U3V_ImageBlock
 public:
     // Segments of the largest multiple of `transferSize` that is no more than a megabyte, or of one
     // transfer if that is more. With `deviceMemory` they are device memory as far as there is some.
-    U3V_ImageBlock(U3V_BlockSource& source, size_t size, size_t transferSize, bool deviceMemory);
+    U3V_ImageBlock(UsbBlockSource& source, size_t size, size_t transferSize, bool deviceMemory);
 
     size_t Size() const { return m_size; }
     // From `offset` to the end of its segment; empty at and beyond the end of the image.
@@ -25,7 +25,7 @@ public:
 private:
     size_t m_size;
     size_t m_segmentSize;
-    std::vector<U3V_Block> m_segments;
+    std::vector<UsbBlock> m_segments;
 };
 
 // The image that is being received: keeps track of what the bus has written, so that a block that

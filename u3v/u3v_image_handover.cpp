@@ -24,7 +24,7 @@ void U3V_Buffer::SetHeader(const IMAGE_HEADER* leader)
     }
 }
 
-U3V_ImageCycle::U3V_ImageCycle(U3V_BlockSource& source, size_t bufferCount, size_t imageSize,
+U3V_ImageCycle::U3V_ImageCycle(UsbBlockSource& source, size_t bufferCount, size_t imageSize,
                                size_t transferSize)
     : buffers(bufferCount), uses(bufferCount + kExtraBlocks)
 {

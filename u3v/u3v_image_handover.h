@@ -37,7 +37,7 @@ struct U3V_ImageCycle
 {
     static constexpr size_t kExtraBlocks = 2;
 
-    U3V_ImageCycle(U3V_BlockSource& source, size_t bufferCount, size_t imageSize,
+    U3V_ImageCycle(UsbBlockSource& source, size_t bufferCount, size_t imageSize,
                    size_t transferSize);
 
     void Keep(size_t block) { ++uses[block]; }

@@ -54,7 +54,7 @@ void U3V_StreamSession::_allocate(uint32_t bufferCount)
     }
     const uint64_t images = uint64_t{bufferCount} + U3V_ImageCycle::kExtraBlocks;
     U3V_RequireMemory(plan.payload * images + plan.leader + plan.trailer);
-    U3V_BlockSource source(m_Setup.handle);
+    UsbBlockSource source(m_Setup.handle);
     // The camera may name a leader shorter than the fields in it; those read as zero.
     m_LeaderBlock = source.Allocate(plan.leader);
     m_TrailerBlock = source.Allocate(plan.trailer);
@@ -302,7 +302,7 @@ void U3V_StreamSession::FreeBlocks()
         return;
     }
     m_Transfer.reset();
-    for (U3V_Block* block : {&m_LeaderBlock, &m_TrailerBlock, &m_FirstBlock}) {
+    for (UsbBlock* block : {&m_LeaderBlock, &m_TrailerBlock, &m_FirstBlock}) {
         *block = {};
     }
     m_Payload = {};

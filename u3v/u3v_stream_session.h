@@ -1,10 +1,10 @@
 #pragma once
 
-#include "u3v_block.h"
 #include "u3v_image_handover.h"
 #include "u3v_stream_plan.h"
-#include "usb_handles.h"
 
+#include "usb_block.h"
+#include "usb_owners.h"
 #include "zr_sync.h"
 
 #include <atomic>
@@ -100,9 +100,9 @@ private:
 
     // Touched by completions only (and by Submit before the first one).
     UsbTransferPtr m_Transfer;
-    U3V_Block m_FirstBlock;
-    U3V_Block m_LeaderBlock;
-    U3V_Block m_TrailerBlock;
+    UsbBlock m_FirstBlock;
+    UsbBlock m_LeaderBlock;
+    UsbBlock m_TrailerBlock;
     std::shared_ptr<U3V_ImageCycle> m_Cycle;
     U3V_PayloadInProgress m_Payload;
     uint64_t m_nReceived = 0;                 // payload bytes asked for so far

@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     {
         fuzz::Camera camera;
         U3V_Control control(&camera.Device());
-        U3V_Block file = U3V_Block::Allocate(size);
+        UsbBlock file = UsbBlock::Allocate(size);
         if (size > 0) {
             std::memcpy(file.Data(), data, size);
         }

@@ -899,7 +899,7 @@ class UnzipTest : public ControlTest
 protected:
     void Store(const Bytes& bytes)
     {
-        U3V_Block block = U3V_Block::Allocate(bytes.size());
+        UsbBlock block = UsbBlock::Allocate(bytes.size());
         std::copy(bytes.begin(), bytes.end(), block.Data());
         control.StoreXmlFile(std::move(block));
     }

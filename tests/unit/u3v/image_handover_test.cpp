@@ -22,7 +22,7 @@ protected:
 
     void Begin(size_t count, size_t size = kSize, size_t transferSize = kSize)
     {
-        U3V_BlockSource source(nullptr);
+        UsbBlockSource source(nullptr);
         cycle = std::make_shared<U3V_ImageCycle>(source, count, size, transferSize);
         payload = handover.Begin(cycle);
     }

@@ -1,25 +1,8 @@
 #pragma once
 
-#include <libusb.h>
-#include <memory>
+#include "usb_owners.h"
+
 #include <utility>
-
-// Owners of libusb resources. Each deleter is the one libusb call that ends the resource.
-
-struct UsbConfigDeleter
-{
-    void operator()(libusb_config_descriptor* config) const
-    {
-        libusb_free_config_descriptor(config);
-    }
-};
-using UsbConfigPtr = std::unique_ptr<libusb_config_descriptor, UsbConfigDeleter>;
-
-struct UsbTransferDeleter
-{
-    void operator()(libusb_transfer* transfer) const { libusb_free_transfer(transfer); }
-};
-using UsbTransferPtr = std::unique_ptr<libusb_transfer, UsbTransferDeleter>;
 
 // libusb's default context. Shared by everything that libusb made in it, so libusb_exit can never
 // run while a device or a handle is left, in whatever order a caller closes things.
@@ -40,9 +23,7 @@ private:
     UsbContext() = default;
 };
 
-// An open device. Shared: a transfer that the bus never gave back keeps its handle open.
-using UsbHandlePtr = std::shared_ptr<libusb_device_handle>;
-
+// An open device, which keeps its context.
 inline UsbHandlePtr UsbOwnHandle(libusb_device_handle* handle, std::shared_ptr<UsbContext> context)
 {
     if (handle == nullptr) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "usb_handles.h"
+#include "usb_owners.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -11,15 +11,15 @@
 
 // A block of fixed size that a transfer reads into or an image is kept in. The one place where such
 // memory comes from. A block of 0 bytes is a block too.
-class U3V_Block
+class UsbBlock
 {
 public:
-    U3V_Block() = default;
-    U3V_Block(U3V_Block&& other) noexcept
+    UsbBlock() = default;
+    UsbBlock(UsbBlock&& other) noexcept
         : m_data(std::move(other.m_data)), m_size(std::exchange(other.m_size, 0))
     {
     }
-    U3V_Block& operator=(U3V_Block&& other) noexcept
+    UsbBlock& operator=(UsbBlock&& other) noexcept
     {
         m_data = std::move(other.m_data);
         m_size = std::exchange(other.m_size, 0);
@@ -27,12 +27,14 @@ public:
     }
 
     // Allocation failure is std::bad_alloc.
-    static U3V_Block Allocate(size_t size);
-    static U3V_Block AllocateZeroed(size_t size);
+    static UsbBlock Allocate(size_t size);
+    static UsbBlock AllocateZeroed(size_t size);
+    // Begins on a page, as device memory does.
+    static UsbBlock AllocatePages(size_t size);
     // Memory that the kernel lets the bus write to directly, where ordinary memory costs a copy by
-    // the kernel. Without Data() when libusb, the kernel or the memory set aside for USB gives
-    // none. Keeps the device open until it is freed.
-    static U3V_Block AllocateForDevice(const UsbHandlePtr& device, size_t size);
+    // the kernel; it begins on a page. Without Data() when libusb, the kernel or the memory set
+    // aside for USB gives none. Keeps the device open until it is freed.
+    static UsbBlock AllocateForDevice(const UsbHandlePtr& device, size_t size);
 
     uint8_t* Data() const { return m_data.get(); }
     size_t Size() const { return m_size; }
@@ -50,7 +52,7 @@ private:
         size_t size;
     };
 
-    U3V_Block(void* data, size_t size);
+    UsbBlock(void* data, size_t size);
 
     std::unique_ptr<uint8_t[], Free> m_data;
     size_t m_size = 0;
@@ -62,17 +64,17 @@ private:
 // (usbfs_memory_mb, 16 MiB by default), and so does each transfer into ordinary memory while it is
 // in flight. A reserve stays free for those: a camera that is greedy would keep the next one from
 // starting.
-class U3V_BlockSource
+class UsbBlockSource
 {
 public:
     // For as long as it exists, the reserve is taken.
-    explicit U3V_BlockSource(UsbHandlePtr device);
+    explicit UsbBlockSource(UsbHandlePtr device);
 
-    U3V_Block Allocate(size_t size);
-    U3V_Block AllocateOrdinary(size_t size) { return U3V_Block::Allocate(size); }
+    UsbBlock Allocate(size_t size);
+    UsbBlock AllocateOrdinary(size_t size) { return UsbBlock::Allocate(size); }
 
 private:
     const UsbHandlePtr m_device;
     bool m_bDeviceMemory = true; // none was refused so far
-    std::vector<U3V_Block> m_reserve;
+    std::vector<UsbBlock> m_reserve;
 };

@@ -1,8 +1,10 @@
-#include "u3v_block.h"
+#include "usb_block.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <new>
+#include <unistd.h>
 
 // Newer than the rest of what is called here. Weak, so that the library loads, and works with
 // ordinary memory, where libusb or what stands in for it lacks them.
@@ -22,14 +24,14 @@ bool HasDeviceMemory()
 
 } // namespace
 
-U3V_Block::U3V_Block(void* data, size_t size) : m_data(static_cast<uint8_t*>(data)), m_size(size)
+UsbBlock::UsbBlock(void* data, size_t size) : m_data(static_cast<uint8_t*>(data)), m_size(size)
 {
     if (data == nullptr) {
         throw std::bad_alloc();
     }
 }
 
-void U3V_Block::Free::operator()(uint8_t* data) const
+void UsbBlock::Free::operator()(uint8_t* data) const
 {
     if (device == nullptr) {
         std::free(data);
@@ -41,19 +43,29 @@ void U3V_Block::Free::operator()(uint8_t* data) const
 }
 
 // At least one byte is asked for: malloc(0) may answer null, which means out of memory here.
-U3V_Block U3V_Block::Allocate(size_t size)
+UsbBlock UsbBlock::Allocate(size_t size)
 {
     return {std::malloc(std::max<size_t>(size, 1)), size};
 }
 
-U3V_Block U3V_Block::AllocateZeroed(size_t size)
+UsbBlock UsbBlock::AllocateZeroed(size_t size)
 {
     return {std::calloc(std::max<size_t>(size, 1), 1), size};
 }
 
-U3V_Block U3V_Block::AllocateForDevice(const UsbHandlePtr& device, size_t size)
+UsbBlock UsbBlock::AllocatePages(size_t size)
 {
-    U3V_Block block;
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    if (size > SIZE_MAX - page) {
+        throw std::bad_alloc();
+    }
+    const size_t pages = std::max<size_t>((size + page - 1) / page, 1);
+    return {std::aligned_alloc(page, pages * page), size};
+}
+
+UsbBlock UsbBlock::AllocateForDevice(const UsbHandlePtr& device, size_t size)
+{
+    UsbBlock block;
     if (device == nullptr || size == 0 || !HasDeviceMemory()) {
         return block;
     }
@@ -64,23 +76,22 @@ U3V_Block U3V_Block::AllocateForDevice(const UsbHandlePtr& device, size_t size)
     return block;
 }
 
-U3V_BlockSource::U3V_BlockSource(UsbHandlePtr device) : m_device(std::move(device))
+UsbBlockSource::UsbBlockSource(UsbHandlePtr device) : m_device(std::move(device))
 {
     m_reserve.reserve(kReserveBlocks);
     while (m_bDeviceMemory && m_reserve.size() < kReserveBlocks) {
-        m_reserve.push_back(U3V_Block::AllocateForDevice(m_device, kReserveBlockSize));
+        m_reserve.push_back(UsbBlock::AllocateForDevice(m_device, kReserveBlockSize));
         m_bDeviceMemory = m_reserve.back().Data() != nullptr;
     }
 }
 
-U3V_Block U3V_BlockSource::Allocate(size_t size)
+UsbBlock UsbBlockSource::Allocate(size_t size)
 {
     if (m_bDeviceMemory) {
-        if (U3V_Block block = U3V_Block::AllocateForDevice(m_device, size);
-            block.Data() != nullptr) {
+        if (UsbBlock block = UsbBlock::AllocateForDevice(m_device, size); block.Data() != nullptr) {
             return block;
         }
         m_bDeviceMemory = size == 0; // the rest is as good as taken
     }
-    return U3V_Block::Allocate(size);
+    return UsbBlock::Allocate(size);
 }
