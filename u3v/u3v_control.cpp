@@ -3,22 +3,16 @@
 #include "u3v_common.h"
 
 #include "registers.h"
+#include "zip_reader.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <miniz.h>
-#include <new>
 #include <zr_u3v_tl/zr_logging.h>
 
 namespace wire = control_wire;
 
 namespace {
-
-// No description file comes near this; an archive that claims more is not believed.
-constexpr uint64_t kMaximumXmlSize = 256U << 20U;
 
 // Answers to earlier commands that one exchange reads away before it counts as misanswered.
 constexpr unsigned kMaximumLateAnswers = 16;
@@ -441,7 +435,7 @@ uint16_t U3V_Control::MaximumDeviceResponseTime(uint32_t* milliseconds) const
     return U3V_STATUS_SUCCESS;
 }
 
-void U3V_Control::StoreXmlFile(UsbBlock file)
+void U3V_Control::StoreXmlFile(std::vector<uint8_t> file)
 {
     Locker lock(m_Mutex);
     m_XmlFile = std::move(file);
@@ -450,114 +444,10 @@ void U3V_Control::StoreXmlFile(UsbBlock file)
 std::vector<uint8_t> U3V_Control::XmlFile()
 {
     Locker lock(m_Mutex);
-    const auto bytes = m_XmlFile.Bytes();
-    return {bytes.begin(), bytes.end()};
+    return m_XmlFile;
 }
 
 namespace {
-
-// The memory of an archive's directory. miniz looks at an entry's extra fields before it knows
-// that they lie within the directory: name and extra fields may reach 64 KiB each behind the end.
-// That much follows every block, and reads as zero.
-class DirectoryMemory
-{
-public:
-    static void* Allocate(void* opaque, size_t items, size_t size)
-    {
-        return Reallocate(opaque, nullptr, items, size);
-    }
-    static void* Reallocate(void* /*opaque*/, void* block, size_t items, size_t size)
-    {
-        if (size != 0 && items > kMaximum / size) {
-            return nullptr;
-        }
-        auto* const grown = static_cast<uint8_t*>(std::realloc(block, items * size + kBeyond));
-        if (grown != nullptr) {
-            std::memset(grown + items * size, 0, kBeyond);
-        }
-        return grown;
-    }
-    static void Free(void* /*opaque*/, void* block) { std::free(block); }
-
-private:
-    static constexpr size_t kBeyond = size_t{3} * 0x10000;
-    // No archive of a description file has a directory like that; the sizes are the camera's word.
-    static constexpr size_t kMaximum = size_t{16} << 20U;
-};
-
-// An archive held in memory, closed with the scope.
-class ZipReader
-{
-public:
-    explicit ZipReader(std::span<const uint8_t> file) : m_file(file)
-    {
-        m_archive.m_pRead = _read;
-        m_archive.m_pIO_opaque = this;
-        m_archive.m_pAlloc = DirectoryMemory::Allocate;
-        m_archive.m_pRealloc = DirectoryMemory::Reallocate;
-        m_archive.m_pFree = DirectoryMemory::Free;
-        m_open = mz_zip_reader_init(&m_archive, file.size(), 0) != MZ_FALSE;
-    }
-    ~ZipReader()
-    {
-        if (m_open) {
-            mz_zip_reader_end(&m_archive);
-        }
-    }
-    ZipReader(const ZipReader&) = delete;
-    ZipReader& operator=(const ZipReader&) = delete;
-
-    bool IsOpen() const { return m_open; }
-    bool StatFirst(mz_zip_archive_file_stat& stat)
-    {
-        return mz_zip_reader_file_stat(&m_archive, 0, &stat) != MZ_FALSE;
-    }
-    // The member in a block of its own; an empty block when it cannot be had.
-    // The size is the archive's claim; miniz checks it against the data, but only after we have
-    // allocated it.
-    bool Extract(const mz_zip_archive_file_stat& stat, UsbBlock& out)
-    {
-        if (stat.m_uncomp_size > kMaximumXmlSize || !_canExpand(stat)) {
-            return false;
-        }
-        // Zeroed: of a directory, and of a member without data, nothing is written at all.
-        UsbBlock block = UsbBlock::AllocateZeroed(static_cast<size_t>(stat.m_uncomp_size));
-        if (mz_zip_reader_extract_file_to_mem(&m_archive, stat.m_filename, block.Data(),
-                                              block.Size(), 0) == MZ_FALSE) {
-            return false;
-        }
-        out = std::move(block);
-        return true;
-    }
-
-private:
-    // Whether the data can become as large as is claimed. miniz reads zeros behind the data's end
-    // until the claimed size is reached: seconds of work for a few bytes.
-    bool _canExpand(const mz_zip_archive_file_stat& stat) const
-    {
-        constexpr uint64_t kDeflatesMost = 1032; // 258 bytes for two bits
-        const uint64_t data = std::min<uint64_t>(stat.m_comp_size, m_file.size());
-        return stat.m_uncomp_size / kDeflatesMost <= data;
-    }
-
-    // Offsets are the archive's word and may lie anywhere: miniz's own reader for memory computes
-    // addresses with them before it looks.
-    static size_t _read(void* opaque, mz_uint64 offset, void* buffer, size_t size)
-    {
-        const std::span<const uint8_t> file = static_cast<ZipReader*>(opaque)->m_file;
-        if (offset >= file.size()) {
-            return 0;
-        }
-        const auto rest = file.subspan(offset);
-        const size_t count = std::min(size, rest.size());
-        std::memcpy(buffer, rest.data(), count);
-        return count;
-    }
-
-    std::span<const uint8_t> m_file;
-    mz_zip_archive m_archive = {};
-    bool m_open = false;
-};
 
 uint16_t UnzipFailed(const char* text)
 {
@@ -571,18 +461,13 @@ uint16_t U3V_Control::UnzipXmlFile()
 {
     Locker lock(m_Mutex);
     // Quirk Q63: the texts name other calls than the ones that fail; logs are searched for them.
-    ZipReader zip(m_XmlFile.Bytes());
-    if (!zip.IsOpen()) {
-        return UnzipFailed("mz_zip_reader_init_file() failed!");
+    std::vector<uint8_t> content;
+    switch (ExtractFirstMember(m_XmlFile, content)) {
+    case ZipResult::NoArchive: return UnzipFailed("mz_zip_reader_init_file() failed!");
+    case ZipResult::NoMember: return UnzipFailed("mz_zip_reader_file_stat() failed!");
+    case ZipResult::Damaged: return UnzipFailed("mz_zip_reader_extract_file_to_heap() failed!");
+    case ZipResult::Extracted: break;
     }
-    mz_zip_archive_file_stat stat{};
-    if (!zip.StatFirst(stat)) {
-        return UnzipFailed("mz_zip_reader_file_stat() failed!");
-    }
-    UsbBlock extracted;
-    if (!zip.Extract(stat, extracted)) {
-        return UnzipFailed("mz_zip_reader_extract_file_to_heap() failed!");
-    }
-    m_XmlFile = std::move(extracted);
+    m_XmlFile = std::move(content);
     return U3V_STATUS_SUCCESS;
 }

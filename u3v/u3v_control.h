@@ -88,7 +88,7 @@ public:
 
     // The slot for the camera's description file. Nothing here fills it; UnzipXmlFile replaces a
     // zip archive in it by the archive's first member, or leaves it as it is.
-    void StoreXmlFile(UsbBlock file) ZR_EXCLUDES(m_Mutex);
+    void StoreXmlFile(std::vector<uint8_t> file) ZR_EXCLUDES(m_Mutex);
     std::vector<uint8_t> XmlFile() ZR_EXCLUDES(m_Mutex);
     uint16_t UnzipXmlFile() ZR_EXCLUDES(m_Mutex);
 
@@ -153,6 +153,6 @@ private:
     Capability m_Capability ZR_GUARDED_BY(m_Mutex) = {};
     bool m_bWrittenLength ZR_GUARDED_BY(m_Mutex) = false;
     std::atomic<uint32_t> m_nTimeout; // ms, as the camera names it
-    UsbBlock m_XmlFile ZR_GUARDED_BY(m_Mutex);
+    std::vector<uint8_t> m_XmlFile ZR_GUARDED_BY(m_Mutex);
     std::atomic<uint64_t> m_nSbrmAddress = 0;
 };

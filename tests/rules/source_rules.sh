@@ -80,7 +80,7 @@ may_include_foreign()
 {
     case "$2" in
         libusb*) [[ $1 == usb || $1 == u3v || $1 == u3v_host || $1 == virtual_camera || $1 == bench ]] ;;
-        miniz*) [[ $1 == archive || $1 == u3v || $1 == virtual_camera ]] ;;
+        miniz*) [[ $1 == archive || $1 == virtual_camera ]] ;;
         png*) [[ $1 == demo || $1 == zr_u3v_tool ]] ;;
         nlohmann/*) [[ $1 == zr_u3v_tool || $1 == bench ]] ;;
         zip.h | tiff* | SDL* | CLI/*) [[ $1 == zr_u3v_tool ]] ;;
