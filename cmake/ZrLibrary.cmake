@@ -1,7 +1,7 @@
 # The product: one shared library out of the folders' objects, the .cti link under which consumers
 # find it, and the console client that is nothing but a start of the library's own main.
 
-set(ZR_LIBRARY_FOLDERS zr_base zr_logging zr_gentl zr_usb zr_archive zr_u3v zr_xml zr_u3v_tl_objects zr_client)
+set(ZR_LIBRARY_FOLDERS zr_base zr_logging zr_info zr_gentl zr_usb zr_archive zr_u3v zr_xml zr_u3v_tl_objects zr_client)
 set(ZR_EXPORTS_MAP "${CMAKE_SOURCE_DIR}/u3v_tl/exports.map")
 
 add_library(zr_u3v_tl SHARED)

@@ -1,44 +1,12 @@
 #include "zr_gentl_util.h"
 
+#include "copy_info.h"
+
 #include <array>
 #include <cstdlib>
 #include <cstring>
 
 namespace {
-
-// The rule: without a size pointer nothing can be answered; the type is stored when asked for; the
-// required size is always stored, also when the call fails for want of room; no buffer makes it a
-// size query; too small a buffer is left untouched.
-GC_ERROR CopyInfoBytes(int32_t type, const void* data, size_t length, int* piType, void* pBuffer,
-                       size_t* piSize)
-{
-    if (piSize == nullptr) {
-        return GC_ERR_INVALID_PARAMETER;
-    }
-    const size_t capacity = *piSize;
-    if (piType != nullptr) {
-        *piType = type;
-    }
-    // Also when the copy fails for want of room, so that the caller knows what to come back with.
-    *piSize = length;
-    if (pBuffer == nullptr) {
-        return GC_ERR_SUCCESS;
-    }
-    if (capacity < length) {
-        return GC_ERR_BUFFER_TOO_SMALL;
-    }
-    // memcpy is not even to be called with NULL.
-    if (data != nullptr && length != 0) {
-        memcpy(pBuffer, data, length);
-    }
-    return GC_ERR_SUCCESS;
-}
-
-template <class T>
-GC_ERROR CopyInfoValue(int32_t type, const T& value, int* piType, void* pBuffer, size_t* piSize)
-{
-    return CopyInfoBytes(type, &value, sizeof value, piType, pBuffer, piSize);
-}
 
 constexpr char kHexDigits[] = "0123456789ABCDEF";
 
@@ -59,76 +27,66 @@ int HexValue(char digit)
 
 } // namespace
 
-// The terminating zero counts and is copied, whether or not one follows the characters.
 GC_ERROR ZrGenTLUtil::CopyInfoString(std::string_view value, int* piType, void* pBuffer,
                                      size_t* piSize)
 {
-    const size_t capacity = piSize != nullptr ? *piSize : 0;
-    const GC_ERROR status =
-        CopyInfoBytes(INFO_DATATYPE_STRING, nullptr, value.size() + 1, piType, pBuffer, piSize);
-    if (status == GC_ERR_SUCCESS && pBuffer != nullptr && capacity > value.size()) {
-        auto* const text = static_cast<char*>(pBuffer);
-        text[value.copy(text, value.size())] = '\0';
-    }
-    return status;
+    return info::CopyString(value, piType, pBuffer, piSize);
 }
 
 GC_ERROR ZrGenTLUtil::CopyInfoInt16(int16_t value, int* piType, void* pBuffer, size_t* piSize)
 {
-    return CopyInfoValue(INFO_DATATYPE_INT16, value, piType, pBuffer, piSize);
+    return info::CopyValue(INFO_DATATYPE_INT16, value, piType, pBuffer, piSize);
 }
 
 GC_ERROR ZrGenTLUtil::CopyInfoUint16(uint16_t value, int* piType, void* pBuffer, size_t* piSize)
 {
-    return CopyInfoValue(INFO_DATATYPE_UINT16, value, piType, pBuffer, piSize);
+    return info::CopyValue(INFO_DATATYPE_UINT16, value, piType, pBuffer, piSize);
 }
 
 GC_ERROR ZrGenTLUtil::CopyInfoInt32(int32_t value, int* piType, void* pBuffer, size_t* piSize)
 {
-    return CopyInfoValue(INFO_DATATYPE_INT32, value, piType, pBuffer, piSize);
+    return info::CopyValue(INFO_DATATYPE_INT32, value, piType, pBuffer, piSize);
 }
 
 GC_ERROR ZrGenTLUtil::CopyInfoUint32(uint32_t value, int* piType, void* pBuffer, size_t* piSize)
 {
-    return CopyInfoValue(INFO_DATATYPE_UINT32, value, piType, pBuffer, piSize);
+    return info::CopyValue(INFO_DATATYPE_UINT32, value, piType, pBuffer, piSize);
 }
 
 GC_ERROR ZrGenTLUtil::CopyInfoInt64(int64_t value, int* piType, void* pBuffer, size_t* piSize)
 {
-    return CopyInfoValue(INFO_DATATYPE_INT64, value, piType, pBuffer, piSize);
+    return info::CopyValue(INFO_DATATYPE_INT64, value, piType, pBuffer, piSize);
 }
 
 GC_ERROR ZrGenTLUtil::CopyInfoUint64(uint64_t value, int* piType, void* pBuffer, size_t* piSize)
 {
-    return CopyInfoValue(INFO_DATATYPE_UINT64, value, piType, pBuffer, piSize);
+    return info::CopyValue(INFO_DATATYPE_UINT64, value, piType, pBuffer, piSize);
 }
 
 GC_ERROR ZrGenTLUtil::CopyInfoFloat64(double value, int* piType, void* pBuffer, size_t* piSize)
 {
-    return CopyInfoValue(INFO_DATATYPE_FLOAT64, value, piType, pBuffer, piSize);
+    return info::CopyValue(INFO_DATATYPE_FLOAT64, value, piType, pBuffer, piSize);
 }
 
 GC_ERROR ZrGenTLUtil::CopyInfoPtr(void* value, int* piType, void* pBuffer, size_t* piSize)
 {
-    return CopyInfoValue(INFO_DATATYPE_PTR, value, piType, pBuffer, piSize);
+    return info::CopyValue(INFO_DATATYPE_PTR, value, piType, pBuffer, piSize);
 }
 
 GC_ERROR ZrGenTLUtil::CopyInfoBool(bool value, int* piType, void* pBuffer, size_t* piSize)
 {
-    // One byte whatever the compiler makes of bool.
-    const uint8_t byte = value ? 1 : 0;
-    return CopyInfoValue(INFO_DATATYPE_BOOL8, byte, piType, pBuffer, piSize);
+    return info::CopyBool(value, piType, pBuffer, piSize);
 }
 
 GC_ERROR ZrGenTLUtil::CopyInfoSizeT(size_t value, int* piType, void* pBuffer, size_t* piSize)
 {
-    return CopyInfoValue(INFO_DATATYPE_SIZET, value, piType, pBuffer, piSize);
+    return info::CopyValue(INFO_DATATYPE_SIZET, value, piType, pBuffer, piSize);
 }
 
 GC_ERROR ZrGenTLUtil::CopyInfoBuffer(const void* data, size_t length, int* piType, void* pBuffer,
                                      size_t* piSize)
 {
-    return CopyInfoBytes(INFO_DATATYPE_BUFFER, data, length, piType, pBuffer, piSize);
+    return info::CopyBytes(INFO_DATATYPE_BUFFER, data, length, piType, pBuffer, piSize);
 }
 
 void ZrGenTLUtil::ClearInfoBuffer(void* pBuffer, const size_t* piSize)

@@ -7,8 +7,8 @@
 
 #include <zr_u3v_tl/gentl.h>
 
-// Static helpers that every module shares. The CopyInfo family is the one convention by which an
-// information query hands a value to the caller: see CopyInfoBytes in the source for the rule.
+// Static helpers that every module shares. The CopyInfo family hands a value to the caller of an
+// information query by the rule of copy_info.h.
 class ZrGenTLUtil
 {
 public:
