@@ -125,12 +125,27 @@ gate_clang()
 gate_vm()
 {
     local output status=0
-    build_preset release || return 1
+    build_preset release zr_vm || return 1
     output=$("$root/tests/vm/run" --build "$root/build/release") || status=$?
     printf '%s\n' "$output"
     [ "$status" -eq "$cannot_run" ] && return "$cannot_run"
     read -r counted_passed counted_failed < <(tail -n 1 <<<"$output" |
         sed -nE 's/^([0-9]+) passed, ([0-9]+) failed.*/\1 \2/p')
+    return "$status"
+}
+
+# The README's commands on a machine that has nothing yet. With ZR_FRESH=short the second one runs the emulated
+# machine only: continuous integration runs the rest outside.
+gate_fresh()
+{
+    local output status=0 commands=()
+    [ "${ZR_FRESH:-}" = short ] && commands=(tools/demo 'tools/test vm')
+    output=$("$root/tests/fresh/run" "${commands[@]}") || status=$?
+    printf '%s\n' "$output"
+    [ "$status" -eq "$cannot_run" ] && return "$cannot_run"
+    read -r counted_passed counted_failed < <(awk '
+        /^ok: / { good++ } /^not ok: / { bad++ } /^[0-9]+ passed, [0-9]+ failed$/ { good += $1; bad += $3 }
+        END { print good + 0, bad + 0 }' <<<"$output")
     return "$status"
 }
 

@@ -69,6 +69,12 @@ STUB
     echo "$looked_at; '$(command -v ctest)' --test-dir '$build' -N \"\$@\" | grep -E '^Total Tests: [1-9]'"
 } | stub ctest
 if [ "$in_machine" = yes ]; then
+    # The kernel lists a port a moment after the attachment; whoever types is slower.
+    usbip=$(command -v usbip) || { fail "the program usbip is missing (package usbip)"; finish; }
+    stub usbip <<STUB
+'$usbip' "\$@" || exit
+case "\$1" in attach) for i in {1..300}; do '$usbip' port 2>/dev/null | grep -q '^Port' && exit; sleep 0.1; done; exit 1 ;; esac
+STUB
     # The machine has loaded its modules before its files were there.
     echo "[ \"\$*\" = vhci-hcd ] && $looked_at && [ -d /sys/module/vhci_hcd ]" | stub modprobe
 else
