@@ -121,11 +121,13 @@ gate_clang()
     (cd "$root" && cmake --build --preset clang -j "$jobs")
 }
 
-# The library over the kernel's own USB stack, in an emulated machine. Counts its own checks.
+# The library over the kernel's own USB stack, in an emulated machine. Counts its own checks. It runs beside other
+# gates, and two builds of one tree at a time would spoil it: what it needs is built before.
+prepare_vm() { build_preset release zr_vm; }
 gate_vm()
 {
     local output status=0
-    build_preset release zr_vm || return 1
+    [ "$prepared" -eq 0 ] || { say "the release preset does not build"; return 1; }
     output=$("$root/tests/vm/run" --build "$root/build/release") || status=$?
     printf '%s\n' "$output"
     [ "$status" -eq "$cannot_run" ] && return "$cannot_run"
@@ -284,19 +286,30 @@ collect_gate()
     table+=("$(printf '%-12s %-40s %6d s' "$1" "$result" "$seconds")")
 }
 
-# Every gate, also after a failed one; then the table, what was skipped, and the count alone on the
-# last line. The emulated machine keeps one core at most busy and needs the release build only: it
-# runs beside the gates that follow it.
+# Gates that leave a core to others and share no build with them: they run beside those that follow.
+beside=(vm fresh)
+
+start_gate()
+{
+    local name=$1
+    prepared=0
+    if ! [[ " ${beside[*]} " == *" $name "* ]]; then
+        run_gate "$name"
+        return
+    fi
+    if declare -F "prepare_$name" >/dev/null; then "prepare_$name" >"$logs/$name.build.log" 2>&1 </dev/null || prepared=$?; fi
+    run_gate "$name" &
+}
+
+# Every gate, also after a failed one; then the table, what was skipped, and the count alone on the last line.
 run_gates()
 {
-    local name row
+    local name row prepared
     mkdir -p "$logs"
     for name in "$@"; do
         declare -F "gate_$name" >/dev/null || die "no gate '$name'"
     done
-    for name in "$@"; do
-        if [ "$name" = vm ]; then run_gate vm & else run_gate "$name"; fi
-    done
+    for name in "$@"; do start_gate "$name"; done
     wait
     for name in "$@"; do collect_gate "$name"; done
     say ""
