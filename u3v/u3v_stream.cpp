@@ -144,6 +144,7 @@ uint16_t U3V_Stream::AcquisitionStart(uint32_t imagesToAcquire)
         return status;
     }
     _programStream(plan);
+    _clearHalt();
     // Before the stream is enabled: what cannot be allocated must not leave the camera streaming.
     _makeSession(plan, imagesToAcquire);
     if ((status = _enableStream(true)) != U3V_STATUS_SUCCESS) {
@@ -152,6 +153,13 @@ uint16_t U3V_Stream::AcquisitionStart(uint32_t imagesToAcquire)
     }
     _write(kCameraAcquisition, uint32_t{1});
     return U3V_StatusFromUsb(_runSession());
+}
+
+// Whatever the endpoint was left in, by us, by another process or by the camera itself. Without a
+// transfer in flight and with the stream disabled only.
+void U3V_Stream::_clearHalt()
+{
+    libusb_clear_halt(m_pDevice->Handle(), m_pDevice->StreamEndpoint);
 }
 
 uint16_t U3V_Stream::_planStream(U3V_StreamPlan& plan)
@@ -275,6 +283,7 @@ uint16_t U3V_Stream::AcquisitionStop(uint64_t* imagesAcquired, uint64_t* lostCou
 
     _write(kCameraAcquisition, uint32_t{0});
     const uint16_t status = _enableStream(false); // reads and writes, so the camera must answer
+    _clearHalt();
     if (status != U3V_STATUS_SUCCESS) {
         return status; // still acquiring: the caller may try again
     }

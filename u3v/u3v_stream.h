@@ -56,6 +56,7 @@ private:
     uint16_t _write(Register<T> reg, T value);
     uint16_t _readStreamInterface() ZR_REQUIRES(m_StateMutex);
     uint16_t _enableStream(bool enable) ZR_REQUIRES(m_StateMutex);
+    void _clearHalt() ZR_REQUIRES(m_StateMutex);
     uint16_t _planStream(U3V_StreamPlan& plan) ZR_REQUIRES(m_StateMutex);
     void _programStream(const U3V_StreamPlan& plan) ZR_REQUIRES(m_StateMutex);
     void _makeSession(const U3V_StreamPlan& plan, uint32_t imagesToAcquire)

@@ -40,7 +40,25 @@ Orphans& TheOrphans()
 
 } // namespace
 
-U3V_StreamSession::U3V_StreamSession(Setup setup, uint32_t bufferCount) : m_Setup(std::move(setup))
+std::chrono::milliseconds U3V_RetryPause::Next(bool overflow)
+{
+    if (overflow && m_nOverflows < m_nPacketsOfImage) {
+        ++m_nOverflows;
+        return std::chrono::milliseconds(0);
+    }
+    const auto pause = std::min(m_Next, m_Longest);
+    m_Next = 2 * pause;
+    return pause;
+}
+
+void U3V_RetryPause::Reset()
+{
+    m_Next = kFirst;
+    m_nOverflows = 0;
+}
+
+U3V_StreamSession::U3V_StreamSession(Setup setup, uint32_t bufferCount)
+    : m_Setup(std::move(setup)), m_RetryPause(m_Setup.timings.retryPause, m_Setup.plan.payload)
 {
     _allocate(bufferCount);
     m_Payload = m_Setup.handover->Begin(m_Cycle);
@@ -88,19 +106,29 @@ int U3V_StreamSession::Submit(libusb_transfer_cb_fn callback)
 
 bool U3V_StreamSession::_mustServe() const
 {
-    return !m_bAbandoned && (!m_bStop || m_bInFlight);
+    // In this order: a pause begins before a stop only, and nobody is abandoned before the stop.
+    return (!m_bAbandoned && (!m_bStop || m_bInFlight)) || m_bPaused;
 }
 
 void U3V_StreamSession::ServeEvents()
 {
     while (_mustServe()) {
-        timeval wait{};
-        wait.tv_sec = static_cast<time_t>(m_Setup.timings.eventWait / 1000);
-        wait.tv_usec = static_cast<suseconds_t>(m_Setup.timings.eventWait % 1000 * 1000);
-        if (libusb_handle_events_timeout(nullptr, &wait) < 0) {
-            // A bus that fails at once must not cost a whole processor.
-            std::this_thread::sleep_for(std::chrono::milliseconds(m_Setup.timings.eventPause));
+        if (m_bPaused) {
+            _recover();
+        } else {
+            _serveOnce();
         }
+    }
+}
+
+void U3V_StreamSession::_serveOnce()
+{
+    timeval wait{};
+    wait.tv_sec = static_cast<time_t>(m_Setup.timings.eventWait / 1000);
+    wait.tv_usec = static_cast<suseconds_t>(m_Setup.timings.eventWait % 1000 * 1000);
+    if (libusb_handle_events_timeout(nullptr, &wait) < 0) {
+        // A bus that fails at once must not cost a whole processor.
+        std::this_thread::sleep_for(std::chrono::milliseconds(m_Setup.timings.eventPause));
     }
 }
 
@@ -122,22 +150,27 @@ void U3V_StreamSession::_noteWritten()
 void U3V_StreamSession::_complete()
 {
     _noteWritten();
+    bool failed = false;
     switch (m_Transfer->status) {
-    case LIBUSB_TRANSFER_CANCELLED:
-        m_Transfer.reset();
-        std::puts("Cancelled");
-        _end();
-        return;
-    case LIBUSB_TRANSFER_NO_DEVICE:
-        m_Transfer.reset();
-        std::puts("No Device");
-        _end();
-        return;
-    case LIBUSB_TRANSFER_COMPLETED: _advance(); break;
+    case LIBUSB_TRANSFER_CANCELLED: _endWith("Cancelled"); return;
+    case LIBUSB_TRANSFER_NO_DEVICE: _endWith("No Device"); return;
+    case LIBUSB_TRANSFER_COMPLETED:
+        m_RetryPause.Reset();
+        _advance();
+        break;
     case LIBUSB_TRANSFER_TIMED_OUT: std::puts("Timeout (normal)"); break;
-    default: std::printf("Unknown transfer code: %d\n", static_cast<int>(m_Transfer->status));
+    default:
+        std::printf("Unknown transfer code: %d\n", static_cast<int>(m_Transfer->status));
+        failed = true;
     }
-    _resubmitOrStop();
+    _goOn(failed);
+}
+
+void U3V_StreamSession::_endWith(const char* text)
+{
+    m_Transfer.reset();
+    std::puts(text);
+    _end();
 }
 
 // Bytes that arrived, at most what was asked for.
@@ -213,7 +246,7 @@ void U3V_StreamSession::_takeTrailer()
     _read(m_LeaderBlock.Bytes(), m_LeaderBlock.Size());
 }
 
-void U3V_StreamSession::_resubmitOrStop()
+void U3V_StreamSession::_goOn(bool failed)
 {
     // Quirk Q67: compared after every completion, so with 0 images to acquire the first one ends
     // the acquisition, whatever it was. Without a limit there is nothing to reach: a line may run
@@ -221,6 +254,41 @@ void U3V_StreamSession::_resubmitOrStop()
     if (m_Setup.imagesToAcquire != kNoLimit && m_nNumImagesAcquired == m_Setup.imagesToAcquire) {
         m_bStop = true;
     }
+    if (!failed || !_pause()) {
+        _resubmitOrStop();
+    }
+}
+
+// Leaves the transfer to the event thread; false when there is nothing left to go on with. The flag
+// is set under the lock of the stop, which therefore either is seen here or sees the event thread
+// at it.
+bool U3V_StreamSession::_pause()
+{
+    {
+        Locker lock(m_DoneMutex);
+        if (m_bStop) {
+            return false;
+        }
+        m_bPaused = true;
+    }
+    // From here on the session is the event thread's. It may be waiting for libusb's next event.
+    libusb_interrupt_event_handler(nullptr);
+    return true;
+}
+
+// A halt stays until it is cleared, also for the next process, and a transfer into it fails at
+// once: without the pause that would be all that a processor does.
+void U3V_StreamSession::_recover()
+{
+    const bool overflow = m_Transfer->status == LIBUSB_TRANSFER_OVERFLOW;
+    std::this_thread::sleep_for(m_RetryPause.Next(overflow));
+    libusb_clear_halt(m_Setup.handle.get(), m_Setup.endpoint);
+    m_bPaused = false;
+    _resubmitOrStop();
+}
+
+void U3V_StreamSession::_resubmitOrStop()
+{
     if (m_bStop) {
         _finish();
         return;

@@ -8,6 +8,7 @@
 #include "zr_sync.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -21,10 +22,36 @@ struct U3V_StreamTimings
     int32_t lastResort = 5000; // ms after a stop, when transfer and event thread are done with
     unsigned eventWait = 1000; // ms, of one turn of the event loop
     unsigned eventPause = 10;  // ms, after a turn that failed at once
+    unsigned retryPause = 50;  // ms, what the pause after a failed completion grows to
 
     // ms after a stop, when the transfer counts as lost by the bus: what remains until the last
     // resort is the last turn of the event thread, which has to be joined.
     int32_t TransferWait() const { return lastResort - static_cast<int32_t>(eventWait); }
+};
+
+// How long to wait after a completion that failed: a moment first, twice as long each time.
+//
+// An overflow has taken a packet off the endpoint: after a lost leader the rest of an image goes by
+// in this way, packet by packet. So many are let pass without a wait as an image may have.
+class U3V_RetryPause
+{
+public:
+    U3V_RetryPause(unsigned longest_ms, uint64_t imageSize)
+        : m_Longest(longest_ms), m_nPacketsOfImage(imageSize / kSmallestPacket + 1)
+    {
+    }
+
+    std::chrono::milliseconds Next(bool overflow);
+    void Reset();
+
+private:
+    static constexpr std::chrono::milliseconds kFirst{1};
+    static constexpr uint64_t kSmallestPacket = 512; // bytes, of a bulk endpoint at high speed
+
+    const std::chrono::milliseconds m_Longest;
+    const uint64_t m_nPacketsOfImage;
+    std::chrono::milliseconds m_Next = kFirst;
+    uint64_t m_nOverflows = 0;
 };
 
 // One acquisition from start to its last completion: the plan, the one transfer that cycles through
@@ -36,7 +63,8 @@ struct U3V_StreamTimings
 // Completions may come on any thread that serves libusb's one default context: the event thread of
 // any stream, but also a consumer's or the discovery worker's inside a synchronous transfer. libusb
 // lets one thread at a time do so, hence the fields without a lock. A completion must neither wait
-// nor take a lock that is held across a libusb call.
+// nor take a lock that is held across a libusb call: after one that failed, the event thread waits,
+// clears the halt and sends the transfer out again.
 class U3V_StreamSession : public std::enable_shared_from_this<U3V_StreamSession>
 {
 public:
@@ -82,7 +110,9 @@ public:
 
 private:
     void _allocate(uint32_t bufferCount);
+    void _serveOnce();
     void _complete();
+    void _endWith(const char* text) ZR_EXCLUDES(m_DoneMutex);
     void _noteWritten();
     void _advance();
     void _takeLeader();
@@ -90,6 +120,9 @@ private:
     void _takeTrailer();
     void _read(std::span<uint8_t> block, uint64_t length);
     void _readPayload(uint64_t offset, uint64_t length);
+    void _goOn(bool failed) ZR_EXCLUDES(m_DoneMutex);
+    bool _pause() ZR_EXCLUDES(m_DoneMutex);
+    void _recover();
     void _resubmitOrStop();
     void _finish() ZR_EXCLUDES(m_DoneMutex);
     void _end() ZR_EXCLUDES(m_DoneMutex);
@@ -109,11 +142,13 @@ private:
     std::optional<uint64_t> m_nPayloadOffset; // of the read in flight, if it is one of payload
     IMAGE_HEADER m_Leader = {};               // of the image being received
     bool m_bLeaderPending = false;            // no trailer since the leader
+    U3V_RetryPause m_RetryPause;
 
     std::atomic<uint64_t> m_nNumImagesAcquired = 0;
     std::atomic<bool> m_bStop = false;
     std::atomic<bool> m_bAbandoned = false; // the event thread is let go
     std::atomic<bool> m_bInFlight = false;
+    std::atomic<bool> m_bPaused = false; // in flight as before, but with the event thread
 
     Mutex m_DoneMutex;
     Condition m_Done;  // end of streaming after a stop

@@ -27,6 +27,7 @@ U3V_StreamTimings ShortTimings()
     timings.lastResort = 2000;
     timings.eventWait = 5;
     timings.eventPause = 1;
+    timings.retryPause = 0;
     return timings;
 }
 

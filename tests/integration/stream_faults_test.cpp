@@ -69,6 +69,90 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"transfer-overflow@9*1", 1}),
     CaseName);
 
+class EndpointStall : public StreamFault, public ::testing::WithParamInterface<const char*>
+{
+};
+
+// This camera has its data still, once the halt is cleared.
+TEST_P(EndpointStall, EveryThirtyImages_EveryImageComesExact)
+{
+    const std::string fault = GetParam();
+    const vusb::Camera camera("width=64,height=64,faults=" + fault + "@29*1+" + fault + "@59*1+" +
+                              fault + "@89*1");
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize(), 16);
+    const Triggers triggers(opened);
+    stream.Start();
+    ExpectExactImages(stream, camera, 0, 120, &triggers);
+    EXPECT_EQ(camera.Stats().faults_played, 3u);
+    stream.Stop();
+}
+
+INSTANTIATE_TEST_SUITE_P(Places, EndpointStall,
+                         ::testing::Values("stream-stall", "stream-stall-payload",
+                                           "stream-stall-trailer"),
+                         [](const auto& tested) {
+                             std::string name = tested.param;
+                             std::erase(name, '-');
+                             return name;
+                         });
+
+class EndlessFailure : public StreamFault, public ::testing::WithParamInterface<const char*>
+{
+};
+
+// Twenty attempts a second at last, not as many as a processor makes.
+TEST_P(EndlessFailure, CostsNoProcessorAndTheNextStartWorks)
+{
+    const vusb::Camera camera("width=64,height=64");
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize());
+    camera.SetFaults(GetParam());
+    const uint64_t before = vusb_call_count("libusb_submit_transfer");
+    const auto begin = std::chrono::steady_clock::now();
+    stream.Start();
+    while (vusb_call_count("libusb_submit_transfer") - before < 57) {
+        EXPECT_FALSE(stream.Next(100));
+    }
+    EXPECT_GT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    const auto stopping = std::chrono::steady_clock::now();
+    stream.Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::seconds(3));
+    camera.SetFaults("");
+    stream.Rewind();
+    stream.Start();
+    EXPECT_TRUE(stream.Next());
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, EndlessFailure,
+                         ::testing::Values("transfer-stall", "transfer-overflow", "transfer-error"),
+                         [](const auto& tested) {
+                             std::string name = tested.param;
+                             std::erase(name, '-');
+                             return name;
+                         });
+
+// The camera is left with its endpoint halted, as by a process that was killed.
+TEST_F(StreamFault, HaltLeftBehind_TheNextStartClearsIt)
+{
+    const vusb::Camera camera("width=64,height=64,faults=stream-stall@2*1");
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize());
+    ASSERT_EQ(vusb_fail_call("libusb_clear_halt", 0, 0, -1), 0);
+    stream.Start();
+    while (const auto image = stream.Next(300)) {
+        stream.Queue(image->buffer);
+    }
+    stream.Stop();
+    vusb_clear_scripts();
+    stream.Rewind();
+    stream.Start();
+    EXPECT_TRUE(stream.Next());
+}
+
 class TerminalFault : public StreamFault, public ::testing::WithParamInterface<Case>
 {
 };

@@ -113,6 +113,9 @@ void FakeUsb::Reset()
     m_completions.clear();
     m_pending = nullptr;
     m_lastSubmitted = {};
+    m_stall = false;
+    m_interrupted = false;
+    blockedInCompletion = false;
     initResult = 0;
     listResult = 0;
     failAllocTransfer = false;
@@ -198,6 +201,13 @@ bool FakeUsb::AwaitPending(int milliseconds)
                               [&] { return m_pending != nullptr; });
 }
 
+void FakeUsb::StallForEver(bool stall)
+{
+    const std::lock_guard lock(m_mutex);
+    m_stall = stall;
+    m_changed.notify_all();
+}
+
 void FakeUsb::FailNextSubmit(int result)
 {
     const std::lock_guard lock(m_mutex);
@@ -230,7 +240,18 @@ struct FakeCalls
              int* transferred);
     int Send(libusb_device& device, const uint8_t* data, int length, int* transferred);
     int Receive(libusb_device& device, uint8_t* data, int length, int* transferred);
+    void NoteBlocking()
+    {
+        if (usb.m_completing && usb.m_completer == std::this_thread::get_id()) {
+            usb.blockedInCompletion = true;
+        }
+    }
     int HandleEvents(std::chrono::milliseconds wait);
+    void Interrupt()
+    {
+        usb.m_interrupted = true;
+        usb.m_changed.notify_all();
+    }
     int Submit(libusb_transfer* transfer);
     void List(libusb_device** list)
     {
@@ -338,12 +359,13 @@ int FakeCalls::HandleEvents(std::chrono::milliseconds wait)
         return usb.handleEventsResult;
     }
     const auto end = Clock::now() + wait;
-    while (Clock::now() < end) {
+    while (Clock::now() < end && !std::exchange(usb.m_interrupted, false)) {
         const bool late = usb.m_pending != nullptr && usb.transferTimesOutAfter > 0 &&
                           Clock::now() - usb.m_pendingSince >=
                               std::chrono::milliseconds(usb.transferTimesOutAfter);
-        if (usb.m_pending != nullptr && (late || !usb.m_completions.empty())) {
-            FakeUsb::Completion completion{LIBUSB_TRANSFER_TIMED_OUT, {}, -1};
+        if (usb.m_pending != nullptr && (late || usb.m_stall || !usb.m_completions.empty())) {
+            FakeUsb::Completion completion{
+                usb.m_stall ? LIBUSB_TRANSFER_STALL : LIBUSB_TRANSFER_TIMED_OUT, {}, -1};
             if (!usb.m_completions.empty()) {
                 completion = usb.m_completions.front();
                 usb.m_completions.pop_front();
@@ -356,6 +378,7 @@ int FakeCalls::HandleEvents(std::chrono::milliseconds wait)
             transfer->actual_length =
                 completion.actual >= 0 ? completion.actual : static_cast<int>(size);
             usb.m_completing = true;
+            usb.m_completer = std::this_thread::get_id();
             lock.unlock();
             transfer->callback(transfer);
             lock.lock();
@@ -605,6 +628,7 @@ int libusb_clear_halt(libusb_device_handle* handle, unsigned char endpoint)
     FakeCalls calls;
     calls.Check(handle);
     calls.Note("clear_halt ep=0x%02x", endpoint);
+    calls.NoteBlocking();
     return 0;
 }
 
@@ -634,6 +658,13 @@ int libusb_submit_transfer(libusb_transfer* transfer)
     FakeCalls calls;
     calls.Check(transfer->dev_handle);
     return calls.Submit(transfer);
+}
+
+void libusb_interrupt_event_handler(libusb_context* context)
+{
+    FakeCalls calls;
+    calls.Note("interrupt_event_handler context=%s", context == nullptr ? "null" : "set");
+    calls.Interrupt();
 }
 
 int libusb_handle_events_timeout(libusb_context* context, timeval* wait)

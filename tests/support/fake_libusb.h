@@ -93,6 +93,7 @@ public:
     void CompleteLying(Bytes bytes, int actualLength); // reports another length than it copies
     bool AwaitDrained(int milliseconds = 3000);        // every queued completion has been taken
     bool AwaitPending(int milliseconds = 3000);        // a transfer is in flight
+    void StallForEver(bool stall); // every transfer completes as stalled, at once
     void FailNextSubmit(int result);
     libusb_transfer LastSubmitted(); // its fields at submission
 
@@ -113,6 +114,7 @@ public:
     bool IsDeviceMemory(const uint8_t* data, size_t length);
     std::atomic<bool> deviceMemoryMisused = false; // freed twice, with another size, or too late
     std::function<void()> onCall;                  // runs on each bulk transfer, without the lock
+    std::atomic<bool> blockedInCompletion = false; // a call that blocks, made by a completion
 
     // The calls themselves.
     friend struct FakeCalls;
@@ -134,6 +136,9 @@ private:
     std::deque<Completion> m_completions;
     std::deque<int> m_submitResults; // then 0
     bool m_completing = false;
+    std::thread::id m_completer; // while completing
+    bool m_stall = false;
+    bool m_interrupted = false;
     libusb_transfer* m_pending = nullptr;
     std::chrono::steady_clock::time_point m_pendingSince;
     libusb_transfer m_lastSubmitted = {};

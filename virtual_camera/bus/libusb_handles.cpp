@@ -227,6 +227,10 @@ int ClearHalt(libusb_device_handle* handle, unsigned char endpoint)
         if (handle->device->attachment->configuration.InterfaceOf(endpoint) < 0) {
             return LIBUSB_ERROR_NOT_FOUND;
         }
+        const libusb_context& context = *handle->device->context;
+        if (context.eventDepth != 0 && context.eventOwner == std::this_thread::get_id()) {
+            Violate("sync-in-callback"); // the real one does it, and holds up every other transfer
+        }
     }
     std::vector<std::uint8_t> none;
     return ControlRequest(

@@ -130,6 +130,7 @@ TEST(StreamTimings, Defaults_AreTheProducts)
     EXPECT_EQ(timings.stopWait, 3000);
     EXPECT_EQ(timings.lastResort, 5000);
     EXPECT_EQ(timings.eventWait, 1000U);
+    EXPECT_EQ(timings.retryPause, 50U);
     // Longer than the transfer's own time-out, and with the event thread's last turn not beyond the
     // last resort.
     EXPECT_EQ(timings.TransferWait(), 4000);
@@ -513,6 +514,189 @@ TEST_F(StreamTest, TimeoutAndUnknownStatus_ArePrintedAndKeepThePlan)
     EXPECT_EQ(NextRequest(), "400");
     EXPECT_EQ(GetCapturedStdout(), "Timeout (normal)\nUnknown transfer code: 4\n"
                                    "Unknown transfer code: 6\nUnknown transfer code: 1\n");
+}
+
+TEST(RetryPause, GrowsToTheLongestAndBeginsAnew)
+{
+    U3V_RetryPause pause(50, 1000);
+    for (const int expected : {1, 2, 4, 8, 16, 32, 50, 50, 50}) {
+        EXPECT_EQ(pause.Next(false).count(), expected);
+    }
+    pause.Reset();
+    EXPECT_EQ(pause.Next(false).count(), 1);
+    EXPECT_EQ(pause.Next(false).count(), 2);
+    U3V_RetryPause none(0, 1000);
+    EXPECT_EQ(none.Next(false).count(), 0);
+    EXPECT_EQ(none.Next(false).count(), 0);
+}
+
+// The rest of an image whose leader was lost comes as overflows.
+TEST(RetryPause, AsManyOverflowsAsAnImageHasPackets_CostNoTime)
+{
+    U3V_RetryPause pause(50, 1024);
+    EXPECT_EQ(pause.Next(false).count(), 1);
+    for (const int expected : {0, 0, 0, 2, 4}) {
+        EXPECT_EQ(pause.Next(true).count(), expected);
+    }
+    pause.Reset();
+    for (const int expected : {0, 0, 0, 1, 2}) {
+        EXPECT_EQ(pause.Next(true).count(), expected);
+    }
+}
+
+TEST_F(StreamTest, FailedCompletion_HaltIsClearedBeforeTheTransferGoesOutAgain)
+{
+    Start();
+    for (const auto status :
+         {LIBUSB_TRANSFER_STALL, LIBUSB_TRANSFER_OVERFLOW, LIBUSB_TRANSFER_ERROR}) {
+        ASSERT_TRUE(usb.AwaitPending());
+        usb.ClearJournal();
+        CaptureStdout();
+        usb.Complete(status);
+        ASSERT_TRUE(usb.AwaitDrained());
+        ASSERT_TRUE(usb.AwaitPending());
+        GetCapturedStdout();
+        auto journal = usb.Journal();
+        std::erase_if(journal, [](const auto& line) { return line.starts_with("handle_events"); });
+        EXPECT_THAT(journal,
+                    ElementsAre("interrupt_event_handler context=null", "clear_halt ep=0x83",
+                                "submit_transfer ep=0x83 length=65536 timeout=3000"));
+    }
+}
+
+TEST_F(StreamTest, Timeout_IsNoFailure)
+{
+    Start();
+    usb.ClearJournal();
+    CaptureStdout();
+    usb.Complete(LIBUSB_TRANSFER_TIMED_OUT);
+    ASSERT_TRUE(usb.AwaitDrained());
+    ASSERT_TRUE(usb.AwaitPending());
+    GetCapturedStdout();
+    EXPECT_EQ(Submitted().size(), 1U);
+    EXPECT_EQ(usb.Count("clear_halt"), 0U);
+}
+
+TEST_F(StreamTest, StallsBetweenThePackets_LoseNothing)
+{
+    Start();
+    CaptureStdout();
+    for (uint8_t id = 1; id < 4; ++id) {
+        usb.Complete(LIBUSB_TRANSFER_STALL);
+        usb.Complete(LIBUSB_TRANSFER_COMPLETED, Leader(id));
+        usb.Complete(LIBUSB_TRANSFER_STALL);
+        usb.Complete(LIBUSB_TRANSFER_COMPLETED, Bytes(400, id));
+        usb.Complete(LIBUSB_TRANSFER_COMPLETED, Bytes(400, id));
+        usb.Complete(LIBUSB_TRANSFER_STALL);
+        usb.Complete(LIBUSB_TRANSFER_STALL);
+        usb.Complete(LIBUSB_TRANSFER_COMPLETED, Bytes(192, id));
+        usb.Complete(LIBUSB_TRANSFER_STALL);
+        usb.Complete(LIBUSB_TRANSFER_COMPLETED, Bytes(32));
+        EXPECT_EQ(Get(), 0);
+        EXPECT_EQ(header.nBlockId & 0xFF, id);
+        EXPECT_EQ(Bytes(image.begin(), image.begin() + 992), Bytes(992, id));
+    }
+    GetCapturedStdout();
+}
+
+// 1, 2, 4, 8, 16, 32 and then 50 ms: what a bus that stalls for ever may cost.
+TEST_F(StreamTest, StallForEver_IsTriedTwentyTimesASecond)
+{
+    Start();
+    CaptureStdout();
+    usb.ClearJournal();
+    const auto begin = std::chrono::steady_clock::now();
+    usb.StallForEver(true);
+    while (Submitted().size() < 12) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(63 + 6 * 50));
+    EXPECT_GE(usb.Count("clear_halt"), 12U);
+    usb.StallForEver(false);
+    GetCapturedStdout();
+}
+
+TEST_F(StreamTest, Stop_WhileStalling_EndsWithTheNextCompletion)
+{
+    for (const bool paused : {false, true}) {
+        Start();
+        CaptureStdout();
+        usb.StallForEver(paused);
+        while (paused && Submitted().size() < 4) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        usb.StallForEver(true);
+        EXPECT_EQ(stream->AcquisitionStop(&acquired, &lost), 0);
+        usb.StallForEver(false);
+        EXPECT_THAT(GetCapturedStdout(),
+                    testing::MatchesRegex("(Unknown transfer code: 4\n)+\n\n"));
+        EXPECT_EQ(usb.liveTransfers.load(), 0);
+        EXPECT_EQ(stream->AcquisitionStart(kForEver), 0); // and it streams again
+        PlayImage(1);
+        EXPECT_EQ(Get(), 0);
+        EXPECT_EQ(Stop(), 0);
+    }
+}
+
+TEST_F(StreamTest, Close_WhileStalling_LeavesNothing)
+{
+    Start();
+    CaptureStdout();
+    usb.StallForEver(true);
+    stream.reset();
+    usb.StallForEver(false);
+    GetCapturedStdout();
+    EXPECT_EQ(usb.liveTransfers.load(), 0);
+}
+
+TEST_F(StreamTest, LimitReachedByAFailedCompletion_EndsWithoutAPause)
+{
+    Start(0);
+    CaptureStdout();
+    usb.Complete(LIBUSB_TRANSFER_STALL);
+    EXPECT_TRUE(usb.AwaitDrained());
+    GetCapturedStdout();
+    EXPECT_EQ(usb.liveTransfers.load(), 0);
+    EXPECT_EQ(usb.Count("interrupt_event_handler"), 0U);
+}
+
+TEST_F(StreamTest, StartAndStop_ClearTheHaltWhileTheStreamIsDisabled)
+{
+    Start();
+    auto journal = usb.Journal();
+    std::erase_if(journal, [](const auto& line) { return line.starts_with("handle_events"); });
+    const auto place = [&](size_t from, const std::string& beginning) {
+        const auto found =
+            std::find_if(journal.begin() + static_cast<std::ptrdiff_t>(from), journal.end(),
+                         [&](const std::string& line) { return line.starts_with(beginning); });
+        return static_cast<size_t>(found - journal.begin());
+    };
+    // Between the plan's last write and the one that enables the stream.
+    const size_t cleared = place(0, "clear_halt ep=0x83");
+    ASSERT_LT(cleared, journal.size());
+    EXPECT_THAT(journal[cleared - 2], HasSubstr("2c 00 02 00 00 00 00 00 20 00 00 00"));
+    EXPECT_THAT(journal[cleared + 1], HasSubstr("04 00 02 00 00 00 00 00 00 00 04 00"));
+    EXPECT_LT(cleared, place(0, "submit_transfer"));
+    EXPECT_EQ(usb.Count("clear_halt"), 1U);
+
+    usb.ClearJournal();
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_EQ(usb.Journal().back(), "clear_halt ep=0x83");
+    EXPECT_EQ(usb.Count("clear_halt"), 1U);
+}
+
+TEST_F(StreamTest, Stop_DisableRefused_HaltIsClearedAllTheSame)
+{
+    Start();
+    camera.refusal = {{kSirm + 0x04, 0x8007}};
+    EXPECT_EQ(Stop(), 0x8007);
+    EXPECT_EQ(usb.Journal().back(), "clear_halt ep=0x83");
+}
+
+TEST_F(StreamTest, Start_NotOpened_ClearsNoHalt)
+{
+    EXPECT_EQ(stream->AcquisitionStart(1), 0xC016);
+    EXPECT_EQ(usb.Count("clear_halt"), 0U);
 }
 
 TEST_F(StreamTest, CancelledAndNoDevice_ArePrintedAndEndSilently)

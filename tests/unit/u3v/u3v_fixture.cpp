@@ -55,6 +55,7 @@ void UsbTest::TearDown()
 {
     EXPECT_FALSE(usb.nullHandleSeen);
     EXPECT_FALSE(usb.deviceMemoryMisused);
+    EXPECT_FALSE(usb.blockedInCompletion);
     if (!expectLeftovers) {
         EXPECT_EQ(usb.liveTransfers.load(), 0);
         EXPECT_EQ(usb.liveLists.load(), 0);

@@ -279,6 +279,29 @@ TEST_F(BusTransfers, Synchronous_FromWithinACallback_Busy)
     libusb_free_transfer(transfer);
 }
 
+TEST_F(BusTransfers, ClearHaltInCallback_IsDoneButAViolation)
+{
+    m_expectClean = false;
+    struct Case
+    {
+        libusb_device_handle* handle;
+        int cleared = -1;
+    } result{Streaming("faults=stream-stall@0")};
+    libusb_transfer* transfer = libusb_alloc_transfer(0);
+    unsigned char buffer[1024];
+    const auto callback = [](libusb_transfer* done) {
+        auto& self = *static_cast<Case*>(done->user_data);
+        self.cleared = libusb_clear_halt(self.handle, kStreamIn);
+    };
+    libusb_fill_bulk_transfer(transfer, result.handle, kStreamIn, buffer, sizeof buffer, callback,
+                              &result, 1000);
+    libusb_submit_transfer(transfer);
+    HandleFor(500ms);
+    EXPECT_EQ(0, result.cleared);
+    EXPECT_EQ(1U, vusb_violations("sync-in-callback"));
+    libusb_free_transfer(transfer);
+}
+
 TEST_F(BusTransfers, ControlTransfer_DescriptorsAndRefusals)
 {
     vusb::Camera camera;
