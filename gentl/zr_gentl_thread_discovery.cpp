@@ -1,5 +1,6 @@
 #include "zr_gentl_thread_discovery.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cxxabi.h>
 #include <pthread.h>
@@ -16,6 +17,13 @@ uint64_t NowMs()
 }
 
 constexpr uint32_t kAllBits = 0xFFFFFFFFu;
+
+// Quirk Q27: how long a requester waits are the low 32 bits of the time, as a signed value; one
+// without end does not wait at all.
+int32_t WaitOf(uint64_t time_ms)
+{
+    return static_cast<int32_t>(time_ms);
+}
 
 } // namespace
 
@@ -77,27 +85,26 @@ void ZrGenTLThreadDiscovery::Run()
 
 void ZrGenTLThreadDiscovery::_serveRequest()
 {
-    uint64_t request = 0;
-    uint64_t time_ms = 0;
-    {
-        Locker lock(m_mutex);
-        // Bit, number and time are one set: taken together, so that a newer request's time is never
-        // used for an older number.
-        m_requestEvent.ResetEvent(kRequestBit);
-        request = m_requestNumber;
-        time_ms = m_discoveryTime;
-    }
+    const uint64_t time_ms = _takeRequest();
     const uint64_t start = NowMs();
-    if (time_ms != 0) {
-        // At least one pass, however short the time; then as many as fit. A pass is never cut
-        // short.
-        do {
-            if (_discoverOnce()) {
-                _notePass(request);
-            }
-        } while (NowMs() - start < time_ms && _isWanted(request));
-    }
-    _noteServed(request);
+    bool completed = false;
+    // At least one pass, however short the time; then as many as fit. A pass is never cut short.
+    do {
+        if (_discoverOnce() && !completed) {
+            completed = true;
+            _noteFirstPass();
+        }
+    } while (_goesOn(time_ms, NowMs() - start));
+    // Quirk Q28: it stays set until a requester finds it, whichever request it was for.
+    m_doneEvent.SetEvent(kDoneBit);
+}
+
+// Bit and time are one set: taken together, or a newer request's time could be lost.
+uint64_t ZrGenTLThreadDiscovery::_takeRequest()
+{
+    Locker lock(m_mutex);
+    m_requestEvent.ResetEvent(kRequestBit);
+    return m_discoveryTime;
 }
 
 // No exception may leave the thread. No lock is held here: a pass takes the interface's own.
@@ -113,75 +120,59 @@ bool ZrGenTLThreadDiscovery::_discoverOnce()
     }
 }
 
-void ZrGenTLThreadDiscovery::_notePass(uint64_t request)
+void ZrGenTLThreadDiscovery::_noteFirstPass()
 {
     Locker lock(m_mutex);
-    if (request == m_requestNumber) {
-        m_firstDiscoveryCompleted = true;
-    }
+    ++m_firstPasses;
 }
 
-bool ZrGenTLThreadDiscovery::_isWanted(uint64_t request)
+bool ZrGenTLThreadDiscovery::_goesOn(uint64_t time_ms, uint64_t elapsed_ms)
 {
     Locker lock(m_mutex);
-    return !m_exiting && request == m_requestNumber;
-}
-
-void ZrGenTLThreadDiscovery::_noteServed(uint64_t request)
-{
-    Locker lock(m_mutex);
-    if (request == m_requestNumber) {
-        m_servedNumber = request;
-        m_doneEvent.SetEvent(kDoneBit);
+    if (m_exiting || elapsed_ms >= time_ms) {
+        return false;
     }
+    // A request for longer than its requester waits, as one without end is, would keep the worker
+    // from every later one: it makes way. Others are served to their end.
+    const bool awaited = elapsed_ms < static_cast<uint64_t>(std::max(WaitOf(time_ms), 0));
+    return awaited || m_requestEvent.WaitForEvent(-1) != kRequestBit;
 }
 
 uint64_t ZrGenTLThreadDiscovery::_postRequest(uint64_t time_ms)
 {
     Locker lock(m_mutex);
-    m_discoveryTime = time_ms;
-    // An earlier request's result must not answer this one: neither its flag nor its done bit.
-    m_firstDiscoveryCompleted = false;
-    m_doneEvent.ResetEvent(kDoneBit); // an earlier request's
-    if (time_ms == 0 || m_exiting) {
-        m_requestEvent.ResetEvent(kRequestBit);
-    } else {
+    m_firstPassesBefore = m_firstPasses;
+    // Nothing is asked of the worker for no time, and a set request bit would keep it from its end.
+    if (time_ms != 0 && !m_exiting) {
+        m_discoveryTime = time_ms;
         m_requestEvent.SetEvent(kRequestBit);
     }
-    return ++m_requestNumber;
+    return m_firstPasses;
 }
 
 bool ZrGenTLThreadDiscovery::RequestAndWaitDiscovery(uint64_t time_ms)
 {
-    const uint64_t request = _postRequest(time_ms);
+    const uint64_t passesBefore = _postRequest(time_ms);
     if (time_ms == 0) {
         return true;
     }
-    // Quirk Q27: the wait takes the low 32 bits of the time, as a signed value: a request without
-    // end does not wait at all.
-    return _resultOf(request, m_doneEvent.WaitForEvent(static_cast<int32_t>(time_ms)));
+    if (m_doneEvent.WaitForEvent(WaitOf(time_ms)) == kDoneBit) {
+        m_doneEvent.ResetEvent(kDoneBit);
+        return true;
+    }
+    return _firstPassSince(passesBefore);
 }
 
-bool ZrGenTLThreadDiscovery::_resultOf(uint64_t request, uint32_t doneBits)
+bool ZrGenTLThreadDiscovery::_firstPassSince(uint64_t passes)
 {
     Locker lock(m_mutex);
-    // Time-out, or released by RequestExit: what counts is whether this time a pass was completed.
-    if (doneBits != kDoneBit) {
-        return m_firstDiscoveryCompleted;
-    }
-    if (request == m_requestNumber) {
-        m_doneEvent.ResetEvent(kDoneBit);
-    } else if (m_servedNumber == m_requestNumber) {
-        // The wake-up was meant for the newer request's waiter: it is passed on.
-        m_doneEvent.SetEvent(kDoneBit);
-    }
-    return m_servedNumber >= request || m_firstDiscoveryCompleted;
+    return m_firstPasses != passes;
 }
 
 bool ZrGenTLThreadDiscovery::IsFirstDiscoveryCompleted()
 {
     Locker lock(m_mutex);
-    return m_firstDiscoveryCompleted;
+    return m_firstPasses != m_firstPassesBefore;
 }
 
 void ZrGenTLThreadDiscovery::RequestExit()

@@ -7,8 +7,11 @@
 
 // The worker that repeats a discovery routine for a requested time. One per open Interface. It
 // polls its request event (a negative wait returns at once) and gives way on each turn:
-// _waitForRequest is the one place that decides how it waits. One requester at a time is served: a
-// newer request takes an older one's place.
+// _waitForRequest is the one place that decides how it waits.
+//
+// The done event is manual: what one request's passes have set, the next requester may find and
+// take. Several requesters at once are not mixed up, but share the worker: what the first one asked
+// for is done first.
 class ZrGenTLThreadDiscovery : public ZrGenTLThreadBase
 {
 public:
@@ -25,10 +28,11 @@ public:
     // Slot after Run: one discovery pass, on the worker thread.
     virtual void DoDiscovery() = 0;
 
-    // Requests discovery for `time_ms` and waits as long; true when it has been done for the whole
-    // time, or at least one pass of this request was completed when the wait ended. 0 runs no pass
-    // and is true. Never answers with an earlier request's result.
+    // Requests discovery for `time_ms` and waits as long for the end of one that was requested,
+    // this one or an earlier one; true when it came, or when the first pass of a request was
+    // completed during the wait. 0 runs no pass and is true.
     bool RequestAndWaitDiscovery(uint64_t time_ms);
+    // A first pass was completed since the newest request.
     bool IsFirstDiscoveryCompleted();
     // Tells the worker to end after the pass it is in, and releases a requester that waits.
     void RequestExit();
@@ -45,20 +49,17 @@ private:
     void _reset() ZR_REQUIRES(m_mutex);
     // One request, pass after pass until its time is over.
     void _serveRequest();
+    uint64_t _takeRequest();
     bool _discoverOnce();
-    // The pass counts for the request, unless a newer one has taken its place.
-    void _notePass(uint64_t request);
-    // The worker is to go on with this request.
-    bool _isWanted(uint64_t request);
-    void _noteServed(uint64_t request);
+    void _noteFirstPass();
+    // The worker goes on with a request for `time_ms` that it took up `elapsed_ms` ago.
+    bool _goesOn(uint64_t time_ms, uint64_t elapsed_ms);
     uint64_t _postRequest(uint64_t time_ms);
-    bool _resultOf(uint64_t request, uint32_t doneBits);
+    bool _firstPassSince(uint64_t passes);
 
-    bool m_firstDiscoveryCompleted ZR_GUARDED_BY(m_mutex) = false;
     uint64_t m_discoveryTime ZR_GUARDED_BY(m_mutex) = 0; // ms
-    // Number of the newest request, and of the newest one that was served to its end. The done bit
-    // always belongs to the newest request.
-    uint64_t m_requestNumber ZR_GUARDED_BY(m_mutex) = 0;
-    uint64_t m_servedNumber ZR_GUARDED_BY(m_mutex) = 0;
+    // First passes that were completed so far, and how many of them when the newest request came.
+    uint64_t m_firstPasses ZR_GUARDED_BY(m_mutex) = 0;
+    uint64_t m_firstPassesBefore ZR_GUARDED_BY(m_mutex) = 0;
     bool m_exiting ZR_GUARDED_BY(m_mutex) = false;
 };

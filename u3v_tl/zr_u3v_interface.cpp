@@ -154,7 +154,7 @@ void ZrU3VInterface::_discoverDevices(std::vector<_ZR_U3V_DEVICE_INFO>& list)
 
 GC_ERROR ZrU3VInterface::UpdateDeviceList(bool* changed, uint64_t timeout)
 {
-    Locker<Mutex> updating(m_updateMutex);
+    // No lock is held while waiting: another caller's update waits for its own time only.
     if (!m_pDiscovery->RequestAndWaitDiscovery(timeout)) {
         return ZR_FAIL(GC_ERR_TIMEOUT, "%s GC_ERR_TIMEOUT", __func__);
     }

@@ -37,7 +37,8 @@ public:
     // One discovery pass into the discovered list; on the worker thread.
     void DiscoverDevices();
 
-    // Has the worker discover for `timeout` ms and takes its list over. GC_ERR_TIMEOUT leaves list
+    // Has the worker discover for `timeout` ms, waits as long for the end of passes and takes the
+    // list of the latest pass over. Several callers wait side by side. GC_ERR_TIMEOUT leaves list
     // and flag as they were.
     GC_ERROR UpdateDeviceList(bool* changed, uint64_t timeout);
     GC_ERROR GetNumDevices(uint32_t* count);
@@ -70,9 +71,8 @@ private:
     const std::string m_version;
     const ZrRegisterDocument m_document;
 
-    // One update, and one opening or closing at a time; each may take seconds and is never entered
-    // with m_mutex held.
-    Mutex m_updateMutex;
+    // One opening or closing at a time; each may take seconds and is never entered with m_mutex
+    // held.
     Mutex m_openDeviceMutex;
     bool m_bOpen ZR_GUARDED_BY(m_mutex) = false;
     std::vector<_ZR_U3V_DEVICE_INFO> m_deviceList ZR_GUARDED_BY(m_mutex);

@@ -684,11 +684,18 @@ GC_API IFGetDeviceID(IF_HANDLE hIface, uint32_t iIndex, char* sIDeviceID, size_t
 /** Looks for cameras for the whole time of iTimeout, in ms, and updates the list; 200 to 500 ms
  * find what is plugged in.
  *
- * With 0 it returns at once with what an earlier search has found, with GENTL_INFINITE as well
- * (the low 32 bits count, signed). The first camera of the bus is listed whatever its maker, later
- * ones only of the vendor "ZRK-ORVANE GmbH". pbChanged [out] may be NULL.
+ * With 0 it returns at once with what an earlier search has found. GENTL_INFINITE does not wait
+ * either (the low 32 bits count, signed): it answers GC_ERR_TIMEOUT, unless an earlier search has
+ * ended and nobody has asked since; the search goes on until the next call or IFClose. The same
+ * holds for other times: a search that ended after its caller had given up answers the next call at
+ * once, with what it has found. To see a camera that was just plugged in, update until it is
+ * listed. Several threads may call side by side; each waits for its own time at most.
  *
- * @return GC_ERR_TIMEOUT when no search was finished in time: call it again. */
+ * The first camera of the bus is listed whatever its maker, later ones only of the vendor
+ * "ZRK-ORVANE GmbH". pbChanged [out] may be NULL.
+ *
+ * @return GC_ERR_TIMEOUT when no search was finished in time; the list is as before. A search that
+ * takes longer than iTimeout goes on, so that the second or third call succeeds. */
 GC_API IFUpdateDeviceList(IF_HANDLE hIface, bool8_t* pbChanged, uint64_t iTimeout);
 
 /** Asks about a listed camera, open or not: an information query of DEVICE_INFO_CMD_LIST.

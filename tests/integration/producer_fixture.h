@@ -46,7 +46,7 @@ inline consumer::Session OpenSession()
 {
     return consumer::Session(Gentl(), {.update_ms = kUpdateTime});
 }
-// Runs an update; whether the list changed.
+// Brings the list up to date; whether it changed.
 bool Update(const consumer::Session& session);
 int32_t AccessStatus(const consumer::Session& session, const std::string& id);
 // The status of opening the camera; it is closed again.

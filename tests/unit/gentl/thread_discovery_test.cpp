@@ -36,7 +36,7 @@ public:
             ++passes;
             throw std::bad_alloc();
         }
-        std::this_thread::sleep_for(1ms);
+        std::this_thread::sleep_for(passTime);
         ++passes;
     }
     void WaitForEntered(int count) const
@@ -52,6 +52,7 @@ public:
     std::atomic<int> entered{0};
     std::atomic<int> passes{0};
     std::atomic<int> turns{0};
+    std::chrono::milliseconds passTime = 1ms;
     std::atomic<int> allowed{INT_MAX}; // passes that may end; later ones are held
     std::atomic<bool> release{false};
     std::atomic<bool> fail{false};
@@ -66,7 +67,9 @@ protected:
 
 void WaitUntil(const std::function<bool()>& condition)
 {
+    const auto start = Clock::now();
     while (!condition()) {
+        ASSERT_LT(Clock::now() - start, 60s);
         std::this_thread::sleep_for(1ms);
     }
 }
@@ -199,7 +202,7 @@ TEST(Discovery, Request_TimeBeyond32Bits_WaitsTheLowBits)
     EXPECT_LT(Clock::now() - start, 10s);
 }
 
-TEST(Discovery, NewRequest_WhileTheOldOneRuns_TakesItsPlace)
+TEST(Discovery, NewRequest_WhileOneWithoutEndRuns_EndsIt)
 {
     TestDiscovery discovery;
     ASSERT_TRUE(discovery.Start());
@@ -207,60 +210,66 @@ TEST(Discovery, NewRequest_WhileTheOldOneRuns_TakesItsPlace)
     discovery.WaitForEntered(1);
     EXPECT_TRUE(discovery.RequestAndWaitDiscovery(200));
     const int turns = discovery.turns;
-    WaitUntil([&] { return discovery.turns > turns + 5; }); // polling again: the old one is over
+    WaitUntil([&] { return discovery.turns > turns + 5; }); // polling again: both are over
     const int passes = discovery.passes;
     std::this_thread::sleep_for(20ms);
     EXPECT_EQ(discovery.passes, passes);
 }
 
-TEST(Discovery, NewRequest_OldPassStillRunning_DoesNotAnswerWithItsResult)
+TEST(Discovery, NewRequest_WhileALongOneRuns_IsServedAfterIt)
 {
     TestDiscovery discovery;
-    discovery.allowed = 0;
     ASSERT_TRUE(discovery.Start());
-    EXPECT_FALSE(discovery.RequestAndWaitDiscovery(5));
-    discovery.WaitForEntered(1);
-    std::thread releaser([&] {
-        std::this_thread::sleep_for(20ms);
-        discovery.allowed = 1;
+    const auto start = Clock::now();
+    std::thread first([&] {
+        EXPECT_TRUE(discovery.RequestAndWaitDiscovery(400));
+        EXPECT_GE(Clock::now() - start, 395ms);
     });
-    // The old pass ends within the wait; it belongs to the old request, and the new one's is held.
-    EXPECT_FALSE(discovery.RequestAndWaitDiscovery(300));
-    EXPECT_EQ(discovery.passes, 1);
-    EXPECT_EQ(discovery.m_doneEvent.WaitForEvent(0), 0u);
-    releaser.join();
+    discovery.WaitForEntered(2); // the first pass is over: what follows does not count for others
+    EXPECT_FALSE(discovery.RequestAndWaitDiscovery(20));
+    EXPECT_LT(Clock::now() - start, 350ms); // within its own time, not in the other one's
+    first.join();
+    WaitUntil([&] { return discovery.m_requestEvent.WaitForEvent(0) == 0; }); // its turn has come
 }
 
-TEST(Discovery, LateDoneBit_OfATimedOutRequest_IsDropped)
+TEST(Discovery, TimeBelowAPass_Repeated_SucceedsWithThePassThatEndsMeanwhile)
 {
     TestDiscovery discovery;
     discovery.allowed = 0;
     ASSERT_TRUE(discovery.Start());
     EXPECT_FALSE(discovery.RequestAndWaitDiscovery(5));
     discovery.WaitForEntered(1);
-    std::this_thread::sleep_for(
-        10ms); // the time of the request is over, its first pass is its last
+    EXPECT_FALSE(discovery.RequestAndWaitDiscovery(5));
+    discovery.allowed = INT_MAX;
+    EXPECT_TRUE(discovery.RequestAndWaitDiscovery(20'000)); // the pass of the first request
+}
+
+TEST(Discovery, TimeBelowAPass_BackToBack_SucceedsAgainAndAgain)
+{
+    TestDiscovery discovery;
+    discovery.passTime = 40ms;
+    ASSERT_TRUE(discovery.Start());
+    const auto start = Clock::now();
+    for (int succeeded = 0; succeeded < 4 && Clock::now() - start < 20s;) {
+        succeeded += discovery.RequestAndWaitDiscovery(15) ? 1 : 0;
+    }
+    EXPECT_LT(Clock::now() - start, 20s);
+}
+
+TEST(Discovery, DoneBit_OfAnEarlierRequest_IsFoundAndTaken)
+{
+    TestDiscovery discovery;
+    discovery.allowed = 0;
+    ASSERT_TRUE(discovery.Start());
+    EXPECT_FALSE(discovery.RequestAndWaitDiscovery(5));
+    discovery.WaitForEntered(1);
+    std::this_thread::sleep_for(10ms); // the request's time is over: its first pass is its last
     discovery.allowed = 1;
     WaitUntil([&] { return discovery.m_doneEvent.WaitForEvent(0) == 16; });
-    const auto start = Clock::now();
-    EXPECT_FALSE(discovery.RequestAndWaitDiscovery(50));
-    EXPECT_GE(Clock::now() - start, 45ms); // the old bit did not cut the wait short
-}
-
-TEST(Discovery, DoneBit_OfNoServedRequest_IsTakenBackAndIsNoSuccess)
-{
-    TestDiscovery discovery;
-    discovery.allowed = 0;
-    ASSERT_TRUE(discovery.Start());
-    std::thread stranger([&] {
-        discovery.WaitForEntered(1);
-        discovery.m_doneEvent.SetEvent(16);
-    });
-    const auto start = Clock::now();
-    EXPECT_FALSE(discovery.RequestAndWaitDiscovery(20'000)); // not one pass completed
-    EXPECT_LT(Clock::now() - start, 10s);
+    EXPECT_TRUE(discovery.RequestAndWaitDiscovery(20'000));
+    EXPECT_EQ(discovery.passes, 1); // its own passes have only begun
     EXPECT_EQ(discovery.m_doneEvent.WaitForEvent(0), 0u);
-    stranger.join();
+    EXPECT_FALSE(discovery.RequestAndWaitDiscovery(20)); // taken once, by one request
 }
 
 TEST(Discovery, RequestExit_LeavesExactlyTheKillBits)

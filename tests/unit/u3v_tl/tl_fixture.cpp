@@ -118,9 +118,19 @@ void InterfaceTest::SetUp()
 
 GC_ERROR InterfaceTest::UpdateUntilDone(bool8_t* changed)
 {
+    // With two more begun, one of them began after this and is over.
+    const size_t enough = FakeU3V::Instance().CountOf("U3V_DiscoveryDevices") + 2;
+    bool anyChange = false;
     GC_ERROR status = GC_ERR_TIMEOUT;
-    for (int attempt = 0; attempt < 200 && status == GC_ERR_TIMEOUT; ++attempt) {
-        status = IFUpdateDeviceList(m_iface, changed, 5);
+    bool fresh = false;
+    for (int attempt = 0; attempt < 1000 && (status == GC_ERR_TIMEOUT || !fresh); ++attempt) {
+        fresh = FakeU3V::Instance().CountOf("U3V_DiscoveryDevices") >= enough;
+        bool8_t change = false;
+        status = IFUpdateDeviceList(m_iface, &change, 5);
+        anyChange = anyChange || change;
+    }
+    if (changed != nullptr) {
+        *changed = anyChange;
     }
     return status;
 }

@@ -93,8 +93,8 @@ class InterfaceTest : public SystemTest
 protected:
     void SetUp() override;
 
-    // An update, repeated while a busy machine does not get a pass done within its 5 ms: an update
-    // that times out changes nothing.
+    // Updates until the list is that of a pass that began after the call: one update may take the
+    // end of earlier passes, or find none done within its 5 ms. `changed`: by any of them.
     GC_ERROR UpdateUntilDone(bool8_t* changed);
     // Takes the bus over into the device list.
     void UpdateDevices();
