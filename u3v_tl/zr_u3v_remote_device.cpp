@@ -66,15 +66,13 @@ int32_t MapAccessPrivilege(uint32_t privilege)
 ZrU3VRemoteDevice::ZrU3VRemoteDevice(const _ZR_U3V_DEVICE_INFO& info, ZrGenTLModuleBase* parent)
     : ZrGenTLModuleBase(info.id, parent), m_deviceInfo(info)
 {
-    // Quirk Q40: vendor and model stand in this order, and the TL type carries the kind: consumers
-    // in the field read them so.
+    // Quirk Q40: vendor and model stand in this order, the TL type carries the kind, version and
+    // port name are empty: consumers in the field read them so.
     m_portInfo.id = Producer::kId;
     m_portInfo.vendor = Producer::kModel;
     m_portInfo.model = Producer::kVendor;
     m_portInfo.tlType = kKindName;
     m_portInfo.module = kKindName;
-    // Consumers connect the camera's node map by this name.
-    m_portInfo.portName = "Device";
 }
 
 ZrU3VRemoteDevice::~ZrU3VRemoteDevice()

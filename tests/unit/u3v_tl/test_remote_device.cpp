@@ -53,7 +53,7 @@ TEST_F(RemoteDeviceTest, Construction_PortIdentity_HasVendorAndModelSwapped)
     EXPECT_EQ(PortText(m_remote, PORT_INFO_TLTYPE), "Device");
     EXPECT_EQ(PortText(m_remote, PORT_INFO_MODULE), "Device");
     EXPECT_EQ(PortText(m_remote, PORT_INFO_VERSION), "");
-    EXPECT_EQ(PortText(m_remote, PORT_INFO_PORTNAME), "Device");
+    EXPECT_EQ(PortText(m_remote, PORT_INFO_PORTNAME), "");
     EXPECT_TRUE(m_remote.IsPortImplemented());
     EXPECT_EQ(m_remote.GetId(), "GUID-A");
 }
