@@ -33,63 +33,76 @@ constinit ZrU3VController& g_Controller = g_storage.controller;
 
 GC_ERROR ZrU3VController::Init()
 {
-    WriteLocker lock(m_lifeCycle);
+    Locker<Mutex> oneAtATime(m_initCloseMutex);
     if (IsInitialized()) {
         return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
     }
+    WriteLocker lock(m_lifeCycle);
     m_pSystem = std::make_unique<ZrU3VSystem>();
     m_bInitialized.store(true, std::memory_order_release);
     return GC_ERR_SUCCESS;
 }
 
+// The flag is asked before any lock, and cleared before those who are inside are waited for:
+// whoever comes while the library closes is answered at once.
 GC_ERROR ZrU3VController::Close()
 {
-    WriteLocker lock(m_lifeCycle);
     if (!IsInitialized()) {
         return ZR_FAIL(GC_ERR_NOT_INITIALIZED, "%s GC_ERR_NOT_INITIALIZED", __func__);
     }
-    m_bInitialized.store(false, std::memory_order_release);
+    Locker<Mutex> oneAtATime(m_initCloseMutex);
+    if (!m_bInitialized.exchange(false)) {
+        return ZR_FAIL(GC_ERR_NOT_INITIALIZED, "%s GC_ERR_NOT_INITIALIZED", __func__);
+    }
+    WriteLocker lock(m_lifeCycle);
     m_pSystem.reset();
     UnregisterAllModule();
     return GC_ERR_SUCCESS;
 }
 
+// Asked once more under the lock: the library may have been closed just before.
+template <class Operation>
+GC_ERROR ZrU3VController::_onSystem(const char* function, Operation&& operation)
+{
+    if (IsInitialized()) {
+        ReadLocker lock(m_lifeCycle);
+        if (IsInitialized()) {
+            return operation(*m_pSystem);
+        }
+    }
+    return ZR_FAIL(GC_ERR_NOT_INITIALIZED, "%s GC_ERR_NOT_INITIALIZED", function);
+}
+
 GC_ERROR ZrU3VController::GetInfo(int iInfoCmd, int* piType, void* pBuffer, size_t* piSize)
 {
-    ReadLocker lock(m_lifeCycle);
-    if (!IsInitialized()) {
-        return ZR_FAIL(GC_ERR_NOT_INITIALIZED, "%s GC_ERR_NOT_INITIALIZED", __func__);
-    }
-    return m_pSystem->GetInfo(iInfoCmd, piType, pBuffer, piSize);
+    return _onSystem(__func__, [&](ZrU3VSystem& system) {
+        return system.GetInfo(iInfoCmd, piType, pBuffer, piSize);
+    });
 }
 
 GC_ERROR ZrU3VController::OpenSystemModule(void** phSystem)
 {
-    ReadLocker lock(m_lifeCycle);
-    if (!IsInitialized()) {
-        return ZR_FAIL(GC_ERR_NOT_INITIALIZED, "%s GC_ERR_NOT_INITIALIZED", __func__);
-    }
-    if (phSystem == nullptr) {
-        return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s Failed: GC_ERR_INVALID_PARAMETER", __func__);
-    }
-    if (*phSystem != nullptr) {
-        return ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s Failed: GC_ERR_INVALID_HANDLE", __func__);
-    }
-    const GC_ERROR status = m_pSystem->Open();
-    if (status == GC_ERR_SUCCESS) {
-        *phSystem = m_pSystem.get();
-    }
-    return status;
+    return _onSystem(__func__, [&, function = __func__](ZrU3VSystem& system) -> GC_ERROR {
+        if (phSystem == nullptr) {
+            return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s Failed: GC_ERR_INVALID_PARAMETER",
+                           function);
+        }
+        if (*phSystem != nullptr) {
+            return ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s Failed: GC_ERR_INVALID_HANDLE", function);
+        }
+        const GC_ERROR status = system.Open();
+        if (status == GC_ERR_SUCCESS) {
+            *phSystem = &system;
+        }
+        return status;
+    });
 }
 
 GC_ERROR ZrU3VController::CloseSystemModule(void* hSystem)
 {
-    ReadLocker lock(m_lifeCycle);
-    if (!IsInitialized()) {
-        return ZR_FAIL(GC_ERR_NOT_INITIALIZED, "%s GC_ERR_NOT_INITIALIZED", __func__);
-    }
-    if (hSystem != m_pSystem.get()) {
-        return ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s Failed: GC_ERR_INVALID_HANDLE", __func__);
-    }
-    return m_pSystem->Close();
+    return _onSystem(__func__, [&, function = __func__](ZrU3VSystem& system) -> GC_ERROR {
+        return hSystem == &system
+                   ? system.Close()
+                   : ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s Failed: GC_ERR_INVALID_HANDLE", function);
+    });
 }

@@ -11,8 +11,9 @@
 // One instance, g_Controller, exists for as long as the library is loaded; it is not destroyed at
 // the end of the process, when threads may still be inside.
 //
-// GCInitLib and GCCloseLib exclude every other life-cycle call, so that no thread uses a System
-// that is being destroyed.
+// GCInitLib and GCCloseLib exclude each other, and wait for the other life-cycle calls that are
+// inside, so that no thread uses a System that is being destroyed. Calls that come while the
+// library closes are answered GC_ERR_NOT_INITIALIZED at once; a GCInitLib waits for the end.
 class ZrU3VController : public ZrGenTLController
 {
 public:
@@ -31,9 +32,14 @@ public:
     GC_ERROR CloseSystemModule(void* hSystem);
 
 private:
+    // An operation of the System while the library is initialised.
+    template <class Operation>
+    GC_ERROR _onSystem(const char* function, Operation&& operation);
+
     std::atomic<bool> m_bInitialized{false};
     std::unique_ptr<ZrU3VSystem> m_pSystem ZR_GUARDED_BY(m_lifeCycle);
-    RwLock m_lifeCycle;
+    Mutex m_initCloseMutex; // one initialising or closing at a time
+    RwLock m_lifeCycle;     // read by the calls that use the System
 };
 
 extern ZrU3VController& g_Controller;

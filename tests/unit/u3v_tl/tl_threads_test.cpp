@@ -262,6 +262,92 @@ TEST_F(Threads, CloseLib_OnTwoThreads_OneCloses)
     }
 }
 
+// Holds every call of `function` until it is released.
+class Held
+{
+public:
+    explicit Held(const char* function)
+    {
+        FakeU3V::Instance().OnCall(function, [this] {
+            m_entered = true;
+            while (!m_released) {
+                std::this_thread::sleep_for(milliseconds(1));
+            }
+        });
+    }
+    ~Held() { Release(); }
+    Held(const Held&) = delete;
+    Held& operator=(const Held&) = delete;
+
+    void AwaitCall() const
+    {
+        while (!m_entered) {
+            std::this_thread::sleep_for(milliseconds(1));
+        }
+    }
+    void Release() { m_released = true; }
+
+private:
+    std::atomic<bool> m_entered{false};
+    std::atomic<bool> m_released{false};
+};
+
+// The calls that ask the library itself; a closing library keeps none of them waiting.
+void ExpectNotInitialized(TL_HANDLE tl)
+{
+    INFO_DATATYPE type = 0;
+    size_t size = 0;
+    EXPECT_EQ(GCGetInfo(TL_INFO_VENDOR, &type, nullptr, &size), -1002);
+    TL_HANDLE another = nullptr;
+    EXPECT_EQ(TLOpen(&another), -1002);
+    EXPECT_EQ(TLClose(tl), -1002);
+    EXPECT_EQ(GCCloseLib(), -1002);
+    uint32_t count = 0;
+    EXPECT_EQ(TLGetNumInterfaces(tl, &count), -1002);
+}
+
+TEST_F(Threads, CloseLib_WhileItRuns_OthersAreAnsweredAtOnce)
+{
+    Held closing("U3V_DiscoveryClose");
+    std::thread closer([] { EXPECT_EQ(GCCloseLib(), 0); });
+    closing.AwaitCall();
+    ExpectNotInitialized(m_tl);
+    closing.Release();
+    closer.join();
+}
+
+TEST_F(Threads, CloseLib_WaitingForACallInside_OthersAreAnsweredAtOnce)
+{
+    Held closing("U3V_DiscoveryClose");
+    std::thread inside([tl = m_tl] { EXPECT_EQ(TLClose(tl), 0); });
+    closing.AwaitCall();
+    std::thread closer([] { EXPECT_EQ(GCCloseLib(), 0); });
+    INFO_DATATYPE type = 0;
+    size_t size = 0;
+    while (GCGetInfo(TL_INFO_VENDOR, &type, nullptr, &size) == 0) {
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+    ExpectNotInitialized(m_tl);
+    closing.Release();
+    inside.join();
+    closer.join();
+}
+
+TEST_F(Threads, InitLib_WhileTheLibraryCloses_ComesAfterIt)
+{
+    Held closing("U3V_DiscoveryClose");
+    std::thread closer([] { EXPECT_EQ(GCCloseLib(), 0); });
+    closing.AwaitCall();
+    std::thread opener([] { EXPECT_EQ(GCInitLib(), 0); });
+    std::this_thread::sleep_for(milliseconds(20));
+    ExpectNotInitialized(m_tl); // not yet
+    closing.Release();
+    closer.join();
+    opener.join();
+    TL_HANDLE tl = nullptr;
+    EXPECT_EQ(TLOpen(&tl), 0);
+}
+
 // ---- an object is closed to its end before its successor is opened
 
 // Holds `function` back for a while, so that another thread comes in between.
