@@ -6,7 +6,6 @@
 // camera in first and compares what arrives with what was sent. On the real bus it takes the first
 // camera it finds, and has nothing to compare with.
 
-#include <array>
 #include <charconv>
 #include <chrono>
 #include <cstdint>
@@ -18,16 +17,21 @@
 #include <string>
 #include <vector>
 
-#include "gentl_api.h"
+#include "acquisition.h"
+#include "camera_features.h"
 #include "png_image.h"
 
 namespace {
 
-constexpr uint64_t kDiscoveryMs = 200;
+using consumer::Acquisition;
+using consumer::Camera;
+using consumer::DataStream;
+using consumer::Image;
+using consumer::Producer;
+using consumer::Session;
+
 constexpr uint64_t kImageWaitMs = 5000;
 constexpr size_t kBuffers = 16;
-// The camera's own registers.
-constexpr uint64_t kPayloadSizeRegister = 0x5000C;
 
 struct Options
 {
@@ -40,11 +44,11 @@ struct Options
 // The simulated bus below the producer, if that is what it runs on.
 struct VirtualBus
 {
-    explicit VirtualBus(const GenTL& api)
-        : AddCamera(api.FindBelow<int (*)(const char*)>("vusb_add_camera")),
+    explicit VirtualBus(const Producer& producer)
+        : AddCamera(producer.Symbol<int(const char*)>("vusb_add_camera")),
           CompareImage(
-              api.FindBelow<int64_t (*)(int, uint64_t, const void*, size_t)>("vusb_compare_image")),
-          DescriptionFile(api.FindBelow<size_t (*)(int, void*, size_t)>("vusb_description_file"))
+              producer.Symbol<int64_t(int, uint64_t, const void*, size_t)>("vusb_compare_image")),
+          DescriptionFile(producer.Symbol<size_t(int, void*, size_t)>("vusb_description_file"))
     {
     }
     bool IsThere() const { return AddCamera != nullptr && CompareImage != nullptr; }
@@ -55,67 +59,32 @@ struct VirtualBus
     int camera = -1;
 };
 
-struct Camera
+void PrintProducer(const Producer& producer)
 {
-    TL_HANDLE system = nullptr;
-    IF_HANDLE interface = nullptr;
-    DEV_HANDLE device = nullptr;
-    PORT_HANDLE remote = nullptr;
-    DS_HANDLE stream = nullptr;
-    EVENT_HANDLE newBuffer = nullptr;
-    std::string id;
-};
-
-std::string DeviceText(const GenTL& api, const Camera& camera, DEVICE_INFO_CMD command)
-{
-    std::array<char, 256> text{};
-    size_t size = text.size();
-    INFO_DATATYPE type = 0;
-    DEMO_CALL(api, IFGetDeviceInfo, camera.interface, camera.id.c_str(), command, &type,
-              text.data(), &size);
-    return text.data();
+    const auto text = [&](TL_INFO_CMD command) {
+        return producer.Text("GCGetInfo", [&](INFO_DATATYPE* type, void* buffer, size_t* size) {
+            return producer.GCGetInfo(command, type, buffer, size);
+        });
+    };
+    std::printf("producer     %s %s\n", text(TL_INFO_DISPLAYNAME).c_str(),
+                text(TL_INFO_VERSION).c_str());
 }
 
-void PrintProducer(const GenTL& api)
+// Lists all cameras; the id of the first one, which is listed last.
+std::string ListCameras(const Session& session)
 {
-    std::array<char, 256> name{};
-    std::array<char, 256> version{};
-    size_t nameSize = name.size();
-    size_t versionSize = version.size();
-    INFO_DATATYPE type = 0;
-    DEMO_CALL(api, GCGetInfo, TL_INFO_DISPLAYNAME, &type, name.data(), &nameSize);
-    DEMO_CALL(api, GCGetInfo, TL_INFO_VERSION, &type, version.data(), &versionSize);
-    std::printf("producer     %s %s\n", name.data(), version.data());
-}
-
-// Lists all cameras, the first one last, and opens that.
-void OpenCamera(const GenTL& api, Camera& camera)
-{
-    std::array<char, 256> id{};
-    size_t size = id.size();
-    uint32_t count = 0;
-    DEMO_CALL(api, TLOpen, &camera.system);
-    DEMO_CALL(api, TLUpdateInterfaceList, camera.system, nullptr, 0);
-    DEMO_CALL(api, TLGetInterfaceID, camera.system, 0, id.data(), &size);
-    DEMO_CALL(api, TLOpenInterface, camera.system, id.data(), &camera.interface);
-    std::printf("interface    %s\n", id.data());
-    DEMO_CALL(api, IFUpdateDeviceList, camera.interface, nullptr, kDiscoveryMs);
-    DEMO_CALL(api, IFGetNumDevices, camera.interface, &count);
-    for (uint32_t i = count; i > 0; i--) {
-        size = id.size();
-        DEMO_CALL(api, IFGetDeviceID, camera.interface, i - 1, id.data(), &size);
-        camera.id = id.data();
+    std::printf("interface    %s\n", session.InterfaceId().c_str());
+    const std::vector<std::string> ids = session.CameraIds();
+    for (auto id = ids.rbegin(); id != ids.rend(); ++id) {
         std::printf("camera       %s, %s, serial %s, id %s\n",
-                    DeviceText(api, camera, DEVICE_INFO_VENDOR).c_str(),
-                    DeviceText(api, camera, DEVICE_INFO_MODEL).c_str(),
-                    DeviceText(api, camera, DEVICE_INFO_SERIAL_NUMBER).c_str(), id.data());
+                    session.CameraText(*id, DEVICE_INFO_VENDOR).c_str(),
+                    session.CameraText(*id, DEVICE_INFO_MODEL).c_str(),
+                    session.CameraText(*id, DEVICE_INFO_SERIAL_NUMBER).c_str(), id->c_str());
     }
-    if (count == 0) {
+    if (ids.empty()) {
         throw std::runtime_error("no camera on the bus");
     }
-    DEMO_CALL(api, IFOpenDevice, camera.interface, camera.id.c_str(), DEVICE_ACCESS_EXCLUSIVE,
-              &camera.device);
-    DEMO_CALL(api, DevGetPort, camera.device, &camera.remote);
+    return ids.front();
 }
 
 // "local:<name>;<address>;<length>", both numbers hexadecimal.
@@ -139,17 +108,14 @@ struct DescriptionUrl
     }
 };
 
-void FetchDescription(const GenTL& api, const Camera& camera, const VirtualBus& bus,
-                      const std::string& folder)
+void FetchDescription(const Camera& camera, const VirtualBus& bus, const std::string& folder)
 {
-    std::array<char, 1024> text{};
-    size_t size = text.size();
-    INFO_DATATYPE type = 0;
-    DEMO_CALL(api, GCGetPortURLInfo, camera.remote, 0, URL_INFO_URL, &type, text.data(), &size);
-    const DescriptionUrl url(text.data());
+    const DescriptionUrl url(
+        camera.Api().Text("GCGetPortURLInfo", [&](INFO_DATATYPE* type, void* text, size_t* size) {
+            return camera.Api().GCGetPortURLInfo(camera.Port(), 0, URL_INFO_URL, type, text, size);
+        }));
     std::vector<char> file(url.length);
-    size = file.size();
-    DEMO_CALL(api, GCReadPort, camera.remote, url.address, file.data(), &size);
+    camera.Read(url.address, file.data(), file.size());
     if (bus.IsThere()) {
         std::vector<char> original(bus.DescriptionFile(bus.camera, nullptr, 0));
         bus.DescriptionFile(bus.camera, original.data(), original.size());
@@ -165,16 +131,6 @@ void FetchDescription(const GenTL& api, const Camera& camera, const VirtualBus& 
     std::printf("description  %s, %zu bytes\n", path.c_str(), file.size());
 }
 
-template <class T>
-T BufferInfo(const GenTL& api, const Camera& camera, BUFFER_HANDLE buffer, BUFFER_INFO_CMD command)
-{
-    T value{};
-    size_t size = sizeof value;
-    INFO_DATATYPE type = 0;
-    DEMO_CALL(api, DSGetBufferInfo, camera.stream, buffer, command, &type, &value, &size);
-    return value;
-}
-
 // What arrived, image by image.
 struct Tally
 {
@@ -188,103 +144,76 @@ struct Tally
     bool IsPerfect() const { return lost == 0 && incomplete == 0 && different == 0; }
 };
 
-void Judge(const GenTL& api, const Camera& camera, const VirtualBus& bus, BUFFER_HANDLE buffer,
-           Tally& tally)
+void Judge(const Image& image, const VirtualBus& bus, Tally& tally)
 {
-    const auto frame = BufferInfo<uint64_t>(api, camera, buffer, BUFFER_INFO_FRAMEID);
-    const auto filled = BufferInfo<size_t>(api, camera, buffer, BUFFER_INFO_SIZE_FILLED);
-    const auto* const base = BufferInfo<const void*>(api, camera, buffer, BUFFER_INFO_BASE);
     if (tally.images > 0) {
-        tally.lost += static_cast<unsigned>(frame - tally.lastFrame - 1);
+        tally.lost += static_cast<unsigned>(image.frameId - tally.lastFrame - 1);
     }
-    if (BufferInfo<bool8_t>(api, camera, buffer, BUFFER_INFO_IS_INCOMPLETE)) {
+    if (image.isIncomplete) {
         tally.incomplete++;
     }
     // -1: equal in every byte.
-    if (bus.IsThere() && bus.CompareImage(bus.camera, frame, base, filled) != -1) {
+    if (bus.IsThere() &&
+        bus.CompareImage(bus.camera, image.frameId, image.bytes.data(), image.bytes.size()) != -1) {
         tally.different++;
     }
-    tally.lastFrame = frame;
+    tally.lastFrame = image.frameId;
     tally.images++;
-    tally.bytes += filled;
+    tally.bytes += image.bytes.size();
 }
 
-void KeepAsPng(const GenTL& api, const Camera& camera, BUFFER_HANDLE buffer,
-               const std::string& path)
+void KeepAsPng(const Image& image, const std::string& path)
 {
-    WritePng(path, BufferInfo<const uint8_t*>(api, camera, buffer, BUFFER_INFO_BASE),
-             BufferInfo<size_t>(api, camera, buffer, BUFFER_INFO_WIDTH),
-             BufferInfo<size_t>(api, camera, buffer, BUFFER_INFO_HEIGHT),
-             BufferInfo<uint64_t>(api, camera, buffer, BUFFER_INFO_PIXELFORMAT));
+    WritePng(path, image.bytes.data(), image.width, image.height, image.pixelFormat);
     std::printf("picture      %s\n", path.c_str());
 }
 
-// Memory of the program's own, one block per buffer.
-using Memory = std::vector<std::vector<uint8_t>>;
-
-void OpenStream(const GenTL& api, Camera& camera, Memory& memory)
-{
-    std::array<char, 64> id{};
-    size_t size = id.size();
-    DEMO_CALL(api, DevGetDataStreamID, camera.device, 0, id.data(), &size);
-    DEMO_CALL(api, DevOpenDataStream, camera.device, id.data(), &camera.stream);
-    DEMO_CALL(api, GCRegisterEvent, camera.stream, EVENT_NEW_BUFFER, &camera.newBuffer);
-    uint32_t payload = 0;
-    size = sizeof payload;
-    DEMO_CALL(api, GCReadPort, camera.remote, kPayloadSizeRegister, &payload, &size);
-    memory.assign(kBuffers, std::vector<uint8_t>(payload));
-    for (auto& block : memory) {
-        BUFFER_HANDLE buffer = nullptr;
-        DEMO_CALL(api, DSAnnounceBuffer, camera.stream, block.data(), block.size(), nullptr,
-                  &buffer);
-        DEMO_CALL(api, DSQueueBuffer, camera.stream, buffer);
-    }
-    std::printf("buffers      %zu of %u bytes announced\n", kBuffers, payload);
-}
-
-Tally StreamImages(const GenTL& api, const Camera& camera, const VirtualBus& bus,
-                   const Options& options)
+Tally TakeImages(Acquisition& acquisition, const VirtualBus& bus, const Options& options)
 {
     Tally tally;
     const auto started = std::chrono::steady_clock::now();
-    DEMO_CALL(api, DSStartAcquisition, camera.stream, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE);
+    acquisition.Start();
     while (tally.images < options.images) {
-        EVENT_NEW_BUFFER_DATA data{};
-        size_t size = sizeof data;
-        DEMO_CALL(api, EventGetData, camera.newBuffer, &data, &size, kImageWaitMs);
-        BUFFER_HANDLE const buffer = data.BufferHandle;
-        Judge(api, camera, bus, buffer, tally);
-        if (tally.images == options.images) {
-            KeepAsPng(api, camera, buffer, options.folder + "/demo.png");
+        const auto image = acquisition.Next(kImageWaitMs);
+        if (!image) {
+            throw std::runtime_error("no image within " + std::to_string(kImageWaitMs) + " ms");
         }
-        DEMO_CALL(api, DSQueueBuffer, camera.stream, buffer);
+        Judge(*image, bus, tally);
+        if (tally.images == options.images) {
+            KeepAsPng(*image, options.folder + "/demo.png");
+        }
+        acquisition.Queue(image->buffer);
     }
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
-    DEMO_CALL(api, DSStopAcquisition, camera.stream, ACQ_STOP_FLAGS_DEFAULT);
+    acquisition.Stop();
     std::printf("\nimages       %u in %.1f s, %.1f MB\n", tally.images, seconds.count(),
                 static_cast<double>(tally.bytes) / 1e6);
     return tally;
 }
 
-void CloseCamera(const GenTL& api, const Camera& camera)
+// From the camera's opening to its close.
+Tally UseCamera(const Session& session, const VirtualBus& bus, const Options& options)
 {
-    DEMO_CALL(api, DSFlushQueue, camera.stream, ACQ_QUEUE_ALL_DISCARD);
-    DEMO_CALL(api, GCUnregisterEvent, camera.stream, EVENT_NEW_BUFFER);
-    DEMO_CALL(api, DSClose, camera.stream);
-    DEMO_CALL(api, DevClose, camera.device);
-    DEMO_CALL(api, IFClose, camera.interface);
-    DEMO_CALL(api, TLClose, camera.system);
+    const Camera camera(session, ListCameras(session));
+    FetchDescription(camera, bus, options.folder);
+    const DataStream stream(camera);
+    const auto payload = camera.Read<uint32_t>(camera_features::kPayloadSize);
+    Acquisition acquisition(stream, payload, kBuffers);
+    std::printf("buffers      %zu of %u bytes announced\n", kBuffers, payload);
+    return TakeImages(acquisition, bus, options);
 }
 
 bool Run(const Options& options)
 {
-    // Outlives the producer, which may write to announced memory until it is unloaded.
-    Memory memory;
-    const GenTL api(options.producer);
-    VirtualBus bus(api);
-    Camera camera;
+    Producer producer(options.producer);
+    bool isClosed = true;
+    producer.OnFailedClose([&isClosed](const std::exception& problem) {
+        std::fprintf(stderr, "error: %s\n", problem.what());
+        isClosed = false;
+    });
+    VirtualBus bus(producer);
     std::filesystem::create_directories(options.folder);
-    PrintProducer(api);
+    PrintProducer(producer);
     if (bus.IsThere()) {
         bus.camera = bus.AddCamera(options.camera.c_str());
         std::printf("bus          simulated, with a camera %s\n", options.camera.c_str());
@@ -292,16 +221,12 @@ bool Run(const Options& options)
             throw std::runtime_error("these are no camera options");
         }
     }
-    OpenCamera(api, camera);
-    FetchDescription(api, camera, bus, options.folder);
-    OpenStream(api, camera, memory);
-    const Tally tally = StreamImages(api, camera, bus, options);
-    CloseCamera(api, camera);
+    const Tally tally = UseCamera(Session(producer), bus, options);
     std::printf("lost %u, incomplete %u, %s\n", tally.lost, tally.incomplete,
                 !bus.IsThere()         ? "bytes not compared: the real bus tells no reference"
                 : tally.different == 0 ? "every byte of every image compared: all equal"
                                        : "images that differ from what was sent");
-    return tally.IsPerfect();
+    return tally.IsPerfect() && isClosed;
 }
 
 bool Parse(int count, char** arguments, Options& options)
