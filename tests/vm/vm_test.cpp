@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -15,20 +16,23 @@
 #include <memory>
 
 #include "camera_layout.h"
+#include "checked_camera.h"
 #include "description_file.h"
-#include "producer_session.h"
 #include "usb_camera.h"
 
 namespace {
 
 using namespace vmtest;
 
-constexpr int kFindSeconds = 30;
+// One pass over the emulated machine's sixteen root hubs takes that long, and sometimes longer.
+constexpr std::uint64_t kUpdateMs = 700;
+constexpr std::chrono::seconds kFindSeconds{30};
 constexpr std::uint64_t kImageMs = 10000;
 constexpr unsigned kBuffers = 8;
 constexpr std::uint64_t kEndless = GENTL_INFINITE;
 
 int failures = 0;
+const char* producerFile = nullptr;
 
 bool Check(bool good, const std::string& text)
 {
@@ -38,19 +42,43 @@ bool Check(bool good, const std::string& text)
     return good;
 }
 
-std::string OnlyCamera(Bus& bus)
+// The library, initialised, and its list with so many cameras.
+struct Bus
 {
-    const std::vector<std::string> ids = bus.Find(1, kFindSeconds);
-    if (ids.size() != 1) {
-        throw Failure(std::to_string(ids.size()) + " cameras instead of one");
+    explicit Bus(std::size_t cameras = 1)
+        : producer(producerFile),
+          session(producer, {.update_ms = kUpdateMs, .cameras = cameras, .patience = kFindSeconds}),
+          ids(session.CameraIds())
+    {
+        std::sort(ids.begin(), ids.end());
     }
-    return ids[0];
+    const std::string& OnlyCamera() const
+    {
+        if (ids.size() != 1) {
+            throw consumer::Error(std::to_string(ids.size()) + " cameras instead of one");
+        }
+        return ids[0];
+    }
+
+    consumer::Producer producer;
+    consumer::Session session;
+    std::vector<std::string> ids;
+};
+
+bool Succeeds(const std::function<void()>& call)
+{
+    try {
+        call();
+        return true;
+    } catch (const consumer::GenTLError&) {
+        return false;
+    }
 }
 
-unsigned Take(Camera& camera, Tally& tally, unsigned images)
+unsigned Take(CheckedCamera& camera, Tally& tally, unsigned images)
 {
     unsigned taken = 0;
-    while (taken < images && camera.Next(tally, kImageMs) == GC_ERR_SUCCESS) {
+    while (taken < images && camera.Next(tally, kImageMs)) {
         ++taken;
     }
     return taken;
@@ -77,25 +105,26 @@ double Seconds(std::chrono::steady_clock::duration duration)
 void Discovery(const std::string&)
 {
     Bus bus;
-    const std::string id = OnlyCamera(bus);
+    const std::string id = bus.OnlyCamera();
+    const std::string vendor = bus.session.CameraText(id, DEVICE_INFO_VENDOR);
+    const std::string model = bus.session.CameraText(id, DEVICE_INFO_MODEL);
     const vcam::CameraConfig wanted;
     Check(id.find(wanted.guid) != std::string::npos, "discovery finds the camera: " + id);
-    Check(bus.Info(id, DEVICE_INFO_VENDOR) == wanted.vendor &&
-              bus.Info(id, DEVICE_INFO_MODEL) == wanted.model,
-          "vendor and model from its descriptors: " + bus.Info(id, DEVICE_INFO_VENDOR) + ", " +
-              bus.Info(id, DEVICE_INFO_MODEL));
-    Camera camera(bus, id, 1);
-    const auto vendor = camera.Read(vcam::abrm::kManufacturer, 64);
-    Check(wanted.vendor == reinterpret_cast<const char*>(vendor.data()),
+    Check(vendor == wanted.vendor && model == wanted.model,
+          "vendor and model from its descriptors: " + vendor + ", " + model);
+    const CheckedCamera camera(bus.session, id, 1);
+    const auto manufacturer = camera.ReadBytes(vcam::abrm::kManufacturer, 64);
+    Check(wanted.vendor == reinterpret_cast<const char*>(manufacturer.data()),
           "the manufacturer register says the same");
-    char name[64] = "line 7, top";
-    Check(camera.Write(vcam::abrm::kUserDefinedName, name, sizeof name) == GC_ERR_SUCCESS,
-          "the user-defined name is written");
-    Check(std::memcmp(camera.Read(vcam::abrm::kUserDefinedName, 64).data(), name, 64) == 0,
+    const char name[64] = "line 7, top";
+    const auto write = [&](std::uint64_t address, std::size_t size) {
+        return Succeeds([&] { camera.Write(address, name, size); });
+    };
+    Check(write(vcam::abrm::kUserDefinedName, sizeof name), "the user-defined name is written");
+    Check(std::memcmp(camera.ReadBytes(vcam::abrm::kUserDefinedName, 64).data(), name, 64) == 0,
           "and read back");
-    Check(camera.Write(vcam::abrm::kManufacturer, name, 4) != GC_ERR_SUCCESS,
-          "a write to a read-only register fails");
-    Check(camera.ReadNumber(vcam::abrm::kGenCPVersion.address) != 0,
+    Check(!write(vcam::abrm::kManufacturer, 4), "a write to a read-only register fails");
+    Check(camera.Read<std::uint32_t>(vcam::abrm::kGenCPVersion.address) != 0,
           "and the control channel goes on");
 }
 
@@ -103,7 +132,7 @@ void FirstImage(const std::string& started)
 {
     constexpr long kLimit = 60;
     Bus bus;
-    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    CheckedCamera camera(bus.session, bus.OnlyCamera(), kBuffers);
     Tally tally;
     camera.Start(kEndless);
     const unsigned taken = Take(camera, tally, 1);
@@ -118,10 +147,10 @@ void FirstImage(const std::string& started)
 void Description(const std::string& kind)
 {
     Bus bus;
-    Camera camera(bus, OnlyCamera(bus), 1);
+    CheckedCamera camera(bus.session, bus.OnlyCamera(), 1);
     vcam::CameraConfig config;
-    config.width = camera.ReadNumber(vcam::cam::kSensorWidth.address);
-    config.height = camera.ReadNumber(vcam::cam::kSensorHeight.address);
+    config.width = camera.Read<std::uint32_t>(vcam::cam::kSensorWidth.address);
+    config.height = camera.Read<std::uint32_t>(vcam::cam::kSensorHeight.address);
     config.zip = kind == "zipped";
     const std::vector<std::uint8_t> served = camera.DescriptionFile();
     const std::vector<std::uint8_t> wanted = vcam::UsbCamera(config).DescriptionFile();
@@ -133,7 +162,7 @@ void Images(const std::string& argument)
 {
     const auto wanted = static_cast<unsigned>(std::stoul(argument));
     Bus bus;
-    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    CheckedCamera camera(bus.session, bus.OnlyCamera(), kBuffers);
     Tally tally;
     camera.Start(kEndless, true);
     const auto start = std::chrono::steady_clock::now();
@@ -151,11 +180,11 @@ void Limited(const std::string&)
 {
     constexpr unsigned kImages = 10;
     Bus bus;
-    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    CheckedCamera camera(bus.session, bus.OnlyCamera(), kBuffers);
     Tally tally;
     camera.Start(kImages);
     Take(camera, tally, kImages);
-    const bool silent = camera.Next(tally, 500) == GC_ERR_TIMEOUT;
+    const bool silent = !camera.Next(tally, 500);
     camera.Stop();
     CheckTally(tally, kImages, "limited acquisition");
     Check(silent, "and no image more");
@@ -165,7 +194,7 @@ void Restarts(const std::string& argument)
 {
     const auto rounds = static_cast<unsigned>(std::stoul(argument));
     Bus bus;
-    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    CheckedCamera camera(bus.session, bus.OnlyCamera(), kBuffers);
     Tally tally;
     for (unsigned round = 0; round < rounds; ++round) {
         camera.Start(kEndless);
@@ -183,14 +212,14 @@ void Replug(const std::string& argument)
     Tally tally;
     {
         Bus bus;
-        Camera camera(bus, OnlyCamera(bus), kBuffers);
+        CheckedCamera camera(bus.session, bus.OnlyCamera(), kBuffers);
         camera.Start(kEndless);
-        while (camera.Next(tally, 1500) == GC_ERR_SUCCESS) {
+        while (camera.Next(tally, 1500)) {
         }
         const auto start = std::chrono::steady_clock::now();
         try {
             camera.Stop();
-        } catch (const Failure& error) {
+        } catch (const consumer::Error& error) {
             std::printf("# stopping without a camera: %s\n", error.what());
         }
         const double seconds = Seconds(std::chrono::steady_clock::now() - start);
@@ -203,7 +232,7 @@ void Replug(const std::string& argument)
           "unplugged while streaming: " + std::to_string(tally.images) +
               " images before, every byte right");
     Bus bus;
-    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    CheckedCamera camera(bus.session, bus.OnlyCamera(), kBuffers);
     Tally after;
     camera.Start(kEndless);
     Take(camera, after, 20);
@@ -214,13 +243,12 @@ void Replug(const std::string& argument)
 void Two(const std::string& argument)
 {
     const auto wanted = static_cast<unsigned>(std::stoul(argument));
-    Bus bus;
-    const std::vector<std::string> ids = bus.Find(2, kFindSeconds);
-    if (!Check(ids.size() == 2, "two cameras are found")) {
+    Bus bus(2);
+    if (!Check(bus.ids.size() == 2, "two cameras are found")) {
         return;
     }
-    Camera first(bus, ids[0], kBuffers);
-    Camera second(bus, ids[1], kBuffers);
+    CheckedCamera first(bus.session, bus.ids[0], kBuffers);
+    CheckedCamera second(bus.session, bus.ids[1], kBuffers);
     Tally tallies[2];
     first.Start(kEndless, true);
     second.Start(kEndless, true);
@@ -238,7 +266,7 @@ void Two(const std::string& argument)
 [[noreturn]] void StreamForEver(int ready)
 {
     Bus bus;
-    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    CheckedCamera camera(bus.session, bus.OnlyCamera(), kBuffers);
     Tally tally;
     camera.Start(kEndless);
     Take(camera, tally, 20);
@@ -255,7 +283,7 @@ void Killed(const std::string&)
 {
     int ends[2];
     if (pipe(ends) != 0) {
-        throw Failure("no pipe");
+        throw consumer::Error("no pipe");
     }
     const pid_t child = fork();
     if (child == 0) {
@@ -271,8 +299,9 @@ void Killed(const std::string&)
     Check(ready && WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL,
           "a process dies by SIGKILL in the middle of streaming");
     Bus bus;
-    Camera camera(bus, OnlyCamera(bus), kBuffers);
-    Check((camera.ReadNumber(vcam::sirm::kControl.address) & vcam::sirm::kStreamEnable) != 0,
+    CheckedCamera camera(bus.session, bus.OnlyCamera(), kBuffers);
+    Check((camera.Read<std::uint32_t>(vcam::sirm::kControl.address) & vcam::sirm::kStreamEnable) !=
+              0,
           "the camera still streams to nobody");
     Tally tally;
     camera.Start(kEndless);
@@ -317,15 +346,12 @@ Usage Now()
 void OpenStreamClose(unsigned rounds, Tally& tally)
 {
     constexpr unsigned kAnew = 20; // the whole library every so many rounds
-    std::unique_ptr<Bus> bus;
-    std::string id;
+    std::optional<Bus> bus;
     for (unsigned round = 0; round < rounds; ++round) {
         if (round % kAnew == 0) {
-            bus.reset();
-            bus = std::make_unique<Bus>();
-            id = OnlyCamera(*bus);
+            bus.emplace();
         }
-        Camera camera(*bus, id, 3);
+        CheckedCamera camera(bus->session, bus->OnlyCamera(), 3);
         camera.Start(kEndless);
         Take(camera, tally, 1);
         camera.Stop();
@@ -371,8 +397,8 @@ int main(int count, char** arguments)
         std::fprintf(stderr, "usage: %s CTI SCENARIO [ARGUMENT]\n", arguments[0]);
         return 2;
     }
+    producerFile = arguments[1];
     try {
-        Load(arguments[1]);
         scenario->second(count > 3 ? arguments[3] : "");
     } catch (const std::exception& error) {
         Check(false, scenario->first + ": " + error.what());

@@ -1,0 +1,129 @@
+#include "checked_camera.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include <camera_features.h>
+
+#include "camera_layout.h"
+
+namespace vmtest {
+
+namespace {
+
+constexpr std::size_t kAhead = 4; // images asked for ahead; fewer than there are buffers
+
+} // namespace
+
+CheckedCamera::CheckedCamera(const consumer::Session& session, const std::string& id,
+                             unsigned buffers)
+    : Camera(session, id), m_stream(*this),
+      m_expected(Read<std::uint32_t>(camera_features::kPayloadSize)),
+      m_acquisition(m_stream, m_expected.size(), buffers, consumer::BufferMemory::OfProducer)
+{
+    // A camera's seed counts on with its serial number.
+    const std::vector<std::uint8_t> serial = ReadBytes(vcam::abrm::kSerialNumber, 64);
+    const auto* text = reinterpret_cast<const char*>(serial.data());
+    const auto seed = static_cast<std::uint32_t>(std::strtoul(text + 2, nullptr, 10));
+    m_pattern.Configure(_Geometry(), vcam::Pattern::Bytes, seed);
+}
+
+vcam::ImageGeometry CheckedCamera::_Geometry() const
+{
+    vcam::ImageGeometry geometry;
+    geometry.width = Read<std::uint32_t>(vcam::cam::kWidth.address);
+    geometry.height = Read<std::uint32_t>(vcam::cam::kHeight.address);
+    geometry.format = vcam::FindPixelFormat(Read<std::uint32_t>(vcam::cam::kPixelFormat.address));
+    if (geometry.format == nullptr || geometry.Payload() != Payload()) {
+        throw consumer::Error("the camera's registers do not fit its payload size");
+    }
+    return geometry;
+}
+
+std::vector<std::uint8_t> CheckedCamera::ReadBytes(std::uint64_t address, std::size_t size) const
+{
+    std::vector<std::uint8_t> data(size);
+    Read(address, data.data(), size);
+    return data;
+}
+
+// "local:NAME;ADDRESS;LENGTH", both hexadecimal.
+std::vector<std::uint8_t> CheckedCamera::DescriptionFile() const
+{
+    const std::string url =
+        Api().Text("GCGetPortURLInfo", [&](INFO_DATATYPE* type, void* text, std::size_t* size) {
+            return Api().GCGetPortURLInfo(Port(), 0, URL_INFO_URL, type, text, size);
+        });
+    const char* const numbers = std::strchr(url.c_str(), ';');
+    if (!url.starts_with("local:") || numbers == nullptr) {
+        throw consumer::Error("strange URL " + url);
+    }
+    char* rest = nullptr;
+    const std::uint64_t address = std::strtoull(numbers + 1, &rest, 16);
+    const std::uint64_t length = std::strtoull(rest + 1, nullptr, 16);
+    return ReadBytes(address, length);
+}
+
+void CheckedCamera::Start(std::uint64_t images, bool onDemand)
+{
+    m_onDemand = onDemand;
+    Write<std::uint32_t>(camera_features::kTriggerMode, onDemand ? 1 : 0);
+    m_acquisition.Rewind();
+    m_hasLast = false;
+    m_acquisition.Start(images);
+    for (std::size_t i = 0; onDemand && i < kAhead; ++i) {
+        Write<std::uint32_t>(camera_features::kTriggerSoftware, 1);
+    }
+}
+
+void CheckedCamera::Stop()
+{
+    if (m_onDemand) {
+        // Nothing may be left of it when the next one wants the camera's own rate.
+        Write<std::uint32_t>(camera_features::kTriggerMode, 0);
+    }
+    m_acquisition.Stop();
+}
+
+bool CheckedCamera::Next(Tally& tally, std::uint64_t timeoutMs)
+{
+    const auto image = m_acquisition.Next(timeoutMs);
+    if (!image) {
+        return false;
+    }
+    if (m_onDemand) {
+        Write<std::uint32_t>(camera_features::kTriggerSoftware, 1);
+    }
+    _Compare(*image, tally);
+    m_acquisition.Queue(image->buffer);
+    return true;
+}
+
+// An image has to be, byte for byte, the frame whose number it carries.
+void CheckedCamera::_Compare(const consumer::Image& image, Tally& tally)
+{
+    ++tally.images;
+    if (m_hasLast && image.frameId <= m_last) {
+        ++tally.disorder;
+    } else if (m_hasLast) {
+        tally.skipped += static_cast<unsigned>(image.frameId - m_last - 1);
+    }
+    m_hasLast = true;
+    m_last = image.frameId;
+    m_pattern.Fill(image.frameId, 0, m_expected.data(), m_expected.size());
+    if (!image.isIncomplete && image.bytes.size() == m_expected.size() &&
+        std::memcmp(image.bytes.data(), m_expected.data(), m_expected.size()) == 0) {
+        return;
+    }
+    if (tally.wrong++ == 0) {
+        const auto differs =
+            std::mismatch(image.bytes.begin(), image.bytes.end(), m_expected.begin()).first;
+        tally.first = "frame " + std::to_string(image.frameId) + ", filled " +
+                      std::to_string(image.bytes.size()) + ", incomplete " +
+                      std::to_string(image.isIncomplete) + ", first difference at " +
+                      std::to_string(differs - image.bytes.begin());
+    }
+}
+
+} // namespace vmtest
