@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Counts what the steady state's operations execute and compares with what they executed before:
-#   instruction_guard.sh PROGRAM BASELINE [--update]
+#   instruction_guard.sh PROGRAM PRODUCER BASELINE [--update]
 #
 # Instructions, not time: the same on a busy machine. A count may grow to one and a half times its baseline before it
 # counts as a mistake, and a baseline that is twice too high counts as one as well: then it guards nothing. 77: this
@@ -9,8 +9,9 @@ set -u
 export LC_ALL=C
 
 program=${1:?program}
-baseline=${2:?file with the baseline}
-mode=${3:-}
+producer=${2:?producer}
+baseline=${3:?file with the baseline}
+mode=${4:-}
 more=150 # per cent
 less=50
 
@@ -27,7 +28,7 @@ for function in "${functions[@]}"; do toggles+=("--toggle-collect=$function"); d
 
 # Fair: otherwise the discovery worker, which polls, keeps the others from running.
 valgrind --tool=callgrind --fair-sched=try --collect-atstart=no "${toggles[@]}" --callgrind-out-file="$work/out" \
-    "$program" >"$work/log" 2>&1 || { tail -n 20 "$work/log"; exit 1; }
+    "$program" "$producer" >"$work/log" 2>&1 || { tail -n 20 "$work/log"; exit 1; }
 callgrind_annotate --auto=no --inclusive=yes --threshold=100 --show=Ir "$work/out" >"$work/annotated" || exit 1
 
 # Sets `count` to the inclusive instructions of a function.
@@ -55,7 +56,7 @@ for function in "${functions[@]}"; do
     percent=$((count * 100 / before))
     printf '%4d %% of the baseline: %s (%d instructions)\n' "$percent" "$function" "$count"
     if [ "$percent" -gt "$more" ] || [ "$percent" -lt "$less" ]; then
-        echo "too far from the baseline; if it is meant: $0 $program $baseline --update"
+        echo "too far from the baseline; if it is meant: $0 $program $producer $baseline --update"
         failed=1
     fi
 done

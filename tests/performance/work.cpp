@@ -4,19 +4,15 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <vector>
 
+#include <acquisition.h>
+#include <camera_features.h>
 #include <virtual_bus.h>
-#include <zr_u3v_tl/gentl.h>
 
 namespace {
 
 constexpr int kTimes = 200;
 constexpr size_t kBuffers = 4;
-constexpr uint64_t kTriggerMode = 0x501EC;
-constexpr uint64_t kTriggerSoftware = 0x501F4;
-constexpr uint64_t kCameraRegister = 0x50000;
 constexpr uint64_t kVirtualRegister = 0x80100;
 constexpr uint64_t kNoRegister = 0x12345;
 constexpr uint64_t kImageTimeout = 60000; // ms; under the counter everything is slow
@@ -29,126 +25,114 @@ void Need(GC_ERROR status, const char* call)
     }
 }
 
-struct Consumer
+// What the functions below use, looked up beforehand.
+struct Handles
 {
-    TL_HANDLE system = nullptr;
-    IF_HANDLE interface = nullptr;
-    DEV_HANDLE device = nullptr;
-    PORT_HANDLE port = nullptr;
-    DS_HANDLE stream = nullptr;
-    EVENT_HANDLE event = nullptr;
-    std::vector<BUFFER_HANDLE> buffers = std::vector<BUFFER_HANDLE>(kBuffers);
-
-    Consumer();
-    void Write(uint64_t address, uint32_t value) const
-    {
-        size_t size = sizeof(value);
-        Need(GCWritePort(port, address, &value, &size), "GCWritePort");
-    }
+    const consumer::Producer& gentl;
+    PORT_HANDLE camera;
+    DS_HANDLE stream;
+    BUFFER_HANDLE buffer;
+    EVENT_HANDLE event;
 };
-
-Consumer::Consumer()
-{
-    Need(GCInitLib(), "GCInitLib");
-    Need(TLOpen(&system), "TLOpen");
-    Need(TLUpdateInterfaceList(system, nullptr, 0), "TLUpdateInterfaceList");
-    Need(TLOpenInterface(system, "ZRK-USB-3-IF ID", &interface), "TLOpenInterface");
-    uint32_t devices = 0;
-    for (int i = 0; i < 100 && devices == 0; ++i) {
-        IFUpdateDeviceList(interface, nullptr, 20);
-        Need(IFGetNumDevices(interface, &devices), "IFGetNumDevices");
-    }
-    Need(IFOpenDevice(interface, "120900000001", DEVICE_ACCESS_EXCLUSIVE, &device), "IFOpenDevice");
-    Need(DevGetPort(device, &port), "DevGetPort");
-    Need(DevOpenDataStream(device, "0", &stream), "DevOpenDataStream");
-    Need(GCRegisterEvent(stream, EVENT_NEW_BUFFER, &event), "GCRegisterEvent");
-    uint32_t payload = 0;
-    size_t size = sizeof(payload);
-    Need(GCReadPort(port, 0x5000C, &payload, &size), "GCReadPort");
-    for (BUFFER_HANDLE& buffer : buffers) {
-        buffer = nullptr;
-        Need(DSAllocAndAnnounceBuffer(stream, payload, nullptr, &buffer), "DSAllocAndAnnounce");
-        Need(DSQueueBuffer(stream, buffer), "DSQueueBuffer");
-    }
-}
 
 } // namespace
 
 // Known by name, and not to be merged with their callers.
 #define GUARDED extern "C" __attribute__((noinline, visibility("default"))) void
 
-GUARDED guarded_camera_register(const Consumer& consumer);
-GUARDED guarded_virtual_register(const Consumer& consumer);
-GUARDED guarded_buffer_query(const Consumer& consumer);
-GUARDED guarded_failing_call(const Consumer& consumer);
-GUARDED guarded_image(const Consumer& consumer);
+GUARDED guarded_camera_register(const Handles& handles);
+GUARDED guarded_virtual_register(const Handles& handles);
+GUARDED guarded_buffer_query(const Handles& handles);
+GUARDED guarded_failing_call(const Handles& handles);
+GUARDED guarded_image(const Handles& handles);
 
-GUARDED guarded_camera_register(const Consumer& consumer)
+GUARDED guarded_camera_register(const Handles& handles)
 {
     uint32_t value = 0;
     size_t size = sizeof(value);
-    Need(GCReadPort(consumer.port, kCameraRegister, &value, &size), "GCReadPort");
+    Need(handles.gentl.GCReadPort(handles.camera, camera_features::kWidth, &value, &size),
+         "GCReadPort");
 }
 
-GUARDED guarded_virtual_register(const Consumer& consumer)
+GUARDED guarded_virtual_register(const Handles& handles)
 {
     uint32_t value = 0;
     size_t size = sizeof(value);
-    Need(GCReadPort(consumer.stream, kVirtualRegister, &value, &size), "GCReadPort");
+    Need(handles.gentl.GCReadPort(handles.stream, kVirtualRegister, &value, &size), "GCReadPort");
 }
 
-GUARDED guarded_buffer_query(const Consumer& consumer)
+GUARDED guarded_buffer_query(const Handles& handles)
 {
     size_t value = 0;
     size_t size = sizeof(value);
     INFO_DATATYPE type = 0;
-    Need(DSGetBufferInfo(consumer.stream, consumer.buffers[1], BUFFER_INFO_SIZE, &type, &value,
-                         &size),
+    Need(handles.gentl.DSGetBufferInfo(handles.stream, handles.buffer, BUFFER_INFO_SIZE, &type,
+                                       &value, &size),
          "DSGetBufferInfo");
 }
 
-GUARDED guarded_failing_call(const Consumer& consumer)
+GUARDED guarded_failing_call(const Handles& handles)
 {
     uint32_t value = 0;
     size_t size = sizeof(value);
-    if (GCReadPort(consumer.stream, kNoRegister, &value, &size) != GC_ERR_NOT_IMPLEMENTED) {
+    if (handles.gentl.GCReadPort(handles.stream, kNoRegister, &value, &size) !=
+        GC_ERR_NOT_IMPLEMENTED) {
         std::_Exit(1);
     }
 }
 
 // The consumer's part of an image; the library's threads are counted by their own functions.
-GUARDED guarded_image(const Consumer& consumer)
+GUARDED guarded_image(const Handles& handles)
 {
     EVENT_NEW_BUFFER_DATA data{};
     size_t size = sizeof(data);
-    Need(EventGetData(consumer.event, &data, &size, kImageTimeout), "EventGetData");
-    Need(DSQueueBuffer(consumer.stream, data.BufferHandle), "DSQueueBuffer");
+    Need(handles.gentl.EventGetData(handles.event, &data, &size, kImageTimeout), "EventGetData");
+    Need(handles.gentl.DSQueueBuffer(handles.stream, data.BufferHandle), "DSQueueBuffer");
 }
 
-int main()
+static void Work(const char* file)
 {
+    const vusb::Camera device("width=64,height=48,pattern=still");
+    const consumer::Producer producer(file);
+    const consumer::Session session(producer, {.cameras = 1});
+    const consumer::Camera camera(session, session.CameraIds().at(0));
+    const consumer::DataStream stream(camera);
+    consumer::Acquisition images(stream, device.PayloadSize(), kBuffers,
+                                 consumer::BufferMemory::OfProducer);
+    const Handles handles{producer, camera.Port(), stream.Handle(), images.Buffers()[1],
+                          images.NewBufferEvent()};
+    for (int i = 0; i < kTimes; ++i) {
+        guarded_camera_register(handles);
+        guarded_virtual_register(handles);
+        guarded_buffer_query(handles);
+        guarded_failing_call(handles);
+    }
+    camera.Write<uint32_t>(camera_features::kTriggerMode, 1);
+    images.Start();
+    for (int i = 0; i < kTimes; ++i) {
+        device.Poke<uint32_t>(camera_features::kTriggerSoftware, 1);
+        guarded_image(handles);
+    }
+    // For the stop, which waits for the transfer in flight.
+    camera.Write<uint32_t>(camera_features::kTriggerMode, 0);
+}
+
+int main(int count, char** arguments)
+{
+    if (count != 2) {
+        std::fprintf(stderr, "usage: %s <cti>\n", arguments[0]);
+        return 2;
+    }
     if (std::freopen("/dev/null", "w", stdout) == nullptr) { // the library's own texts
         return 2;
     }
     vusb_reset();
     vusb_journal_limit(16);
-    const vusb::Camera camera("width=64,height=48,pattern=still");
-    const Consumer consumer;
-    for (int i = 0; i < kTimes; ++i) {
-        guarded_camera_register(consumer);
-        guarded_virtual_register(consumer);
-        guarded_buffer_query(consumer);
-        guarded_failing_call(consumer);
+    try {
+        Work(arguments[1]);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
     }
-    consumer.Write(kTriggerMode, 1);
-    Need(DSStartAcquisition(consumer.stream, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
-         "DSStartAcquisition");
-    for (int i = 0; i < kTimes; ++i) {
-        camera.Poke<uint32_t>(kTriggerSoftware, 1);
-        guarded_image(consumer);
-    }
-    consumer.Write(kTriggerMode, 0); // for the stop, which waits for the transfer in flight
-    Need(DSStopAcquisition(consumer.stream, ACQ_STOP_FLAGS_DEFAULT), "DSStopAcquisition");
-    Need(GCCloseLib(), "GCCloseLib");
     return 0;
 }

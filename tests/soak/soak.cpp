@@ -2,7 +2,7 @@
 // doubled or torn while the consumer keeps up, whole ones for a consumer that does not,
 // every stop within its bound, and memory, threads and descriptors flat.
 //
-//     zr_soak <images> <cycles>
+//     zr_soak <cti> <images> <cycles>
 
 #include <algorithm>
 #include <chrono>
@@ -14,8 +14,10 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <acquisition.h>
+#include <camera_features.h>
 #include <virtual_bus.h>
-#include <zr_u3v_tl/gentl.h>
 
 namespace {
 
@@ -23,8 +25,6 @@ using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr uint64_t kTriggerMode = 0x501EC;
-constexpr uint64_t kTriggerSoftware = 0x501F4;
 constexpr size_t kBuffers = 8;
 constexpr uint64_t kImageTimeout = 20000; // ms
 // A stop waits up to 5 s for the bus and then switches the camera off.
@@ -42,13 +42,6 @@ void Demand(bool kept, const std::string& what)
 {
     if (!kept) {
         Fail(what);
-    }
-}
-
-void Succeeds(GC_ERROR status, const char* call)
-{
-    if (status != GC_ERR_SUCCESS) {
-        Fail(std::string(call) + " answered " + std::to_string(status));
     }
 }
 
@@ -100,7 +93,7 @@ struct Footprint
 class Soak
 {
 public:
-    Soak();
+    explicit Soak(const char* producer);
     ~Soak();
     Soak(const Soak&) = delete;
     Soak& operator=(const Soak&) = delete;
@@ -110,155 +103,113 @@ public:
     void Cycles(uint64_t cycles);
 
 private:
-    void _write(uint64_t address, uint32_t value) const;
-    void _start() const;
+    void _waitForTriggers(bool wait) const;
+    void _trigger() const;
+    void _start();
     void _stop();
-    void _rewind() const;
-    BUFFER_HANDLE _next() const;
-    uint64_t _check(BUFFER_HANDLE buffer) const;
-    template <class T>
-    T _info(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command) const;
+    consumer::Image _next() const;
 
-    vusb::Camera m_camera{"width=32,height=32"};
-    TL_HANDLE m_system = nullptr;
-    IF_HANDLE m_interface = nullptr;
-    DEV_HANDLE m_device = nullptr;
-    PORT_HANDLE m_port = nullptr;
-    DS_HANDLE m_stream = nullptr;
-    EVENT_HANDLE m_event = nullptr;
-    std::vector<std::vector<uint8_t>> m_memory;
-    std::vector<BUFFER_HANDLE> m_buffers;
+    const vusb::Camera m_device{"width=32,height=32"};
+    std::optional<consumer::Producer> m_producer;
+    std::optional<consumer::Session> m_session;
+    std::optional<consumer::Camera> m_camera;
+    std::optional<consumer::DataStream> m_stream;
+    std::optional<consumer::Acquisition> m_acquisition;
     milliseconds m_longestStop{0};
 };
 
-Soak::Soak()
+Soak::Soak(const char* producer) : m_producer(std::in_place, producer)
 {
-    Succeeds(GCInitLib(), "GCInitLib");
-    Succeeds(TLOpen(&m_system), "TLOpen");
-    Succeeds(TLUpdateInterfaceList(m_system, nullptr, 0), "TLUpdateInterfaceList");
-    Succeeds(TLOpenInterface(m_system, "ZRK-USB-3-IF ID", &m_interface), "TLOpenInterface");
-    uint32_t devices = 0;
-    for (int i = 0; i < 100 && devices == 0; ++i) {
-        IFUpdateDeviceList(m_interface, nullptr, 20);
-        Succeeds(IFGetNumDevices(m_interface, &devices), "IFGetNumDevices");
-    }
-    Succeeds(IFOpenDevice(m_interface, "120900000001", DEVICE_ACCESS_EXCLUSIVE, &m_device),
-             "IFOpenDevice");
-    Succeeds(DevGetPort(m_device, &m_port), "DevGetPort");
-    Succeeds(DevOpenDataStream(m_device, "0", &m_stream), "DevOpenDataStream");
-    Succeeds(GCRegisterEvent(m_stream, EVENT_NEW_BUFFER, &m_event), "GCRegisterEvent");
-    m_memory.assign(kBuffers, std::vector<uint8_t>(m_camera.PayloadSize()));
-    for (auto& memory : m_memory) {
-        BUFFER_HANDLE buffer = nullptr;
-        Succeeds(DSAnnounceBuffer(m_stream, memory.data(), memory.size(), nullptr, &buffer),
-                 "DSAnnounceBuffer");
-        m_buffers.push_back(buffer);
-    }
+    m_producer->OnFailedClose([](const std::exception& failure) { Fail(failure.what()); });
+    m_session.emplace(*m_producer, consumer::Search{.cameras = 1});
+    m_camera.emplace(*m_session, m_session->CameraIds().at(0));
+    m_stream.emplace(*m_camera);
+    m_acquisition.emplace(*m_stream, m_device.PayloadSize(), kBuffers);
 }
 
 Soak::~Soak()
 {
     std::fprintf(stderr, "longest stop %ld ms\n", long{m_longestStop.count()});
-    Succeeds(GCCloseLib(), "GCCloseLib");
+    m_acquisition.reset();
+    m_stream.reset();
+    m_camera.reset();
+    m_session.reset();
+    m_producer.reset();
     Demand(vusb::Violations().empty(), "a rule of libusb was broken: " + vusb::Violations());
 }
 
-void Soak::_write(uint64_t address, uint32_t value) const
+void Soak::_waitForTriggers(bool wait) const
 {
-    size_t size = sizeof(value);
-    Succeeds(GCWritePort(m_port, address, &value, &size), "GCWritePort");
+    m_camera->Write<uint32_t>(camera_features::kTriggerMode, wait ? 1 : 0);
 }
 
-void Soak::_start() const
+void Soak::_trigger() const
 {
-    Succeeds(DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
-             "DSStartAcquisition");
+    m_camera->Write<uint32_t>(camera_features::kTriggerSoftware, 1);
+}
+
+// With nothing undelivered and every buffer in the input list.
+void Soak::_start()
+{
+    m_acquisition->Rewind();
+    m_acquisition->Start();
 }
 
 void Soak::_stop()
 {
     const auto begin = steady_clock::now();
-    Succeeds(DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT), "DSStopAcquisition");
+    m_acquisition->Stop();
     const auto took = duration_cast<milliseconds>(steady_clock::now() - begin);
     m_longestStop = std::max(m_longestStop, took);
     Demand(took < kLongestStop, "a stop took " + std::to_string(took.count()) + " ms");
 }
 
-// Nothing undelivered, every buffer in the input list.
-void Soak::_rewind() const
+// The next image; every byte is that image's own.
+consumer::Image Soak::_next() const
 {
-    Succeeds(DSFlushQueue(m_stream, ACQ_QUEUE_ALL_DISCARD), "DSFlushQueue");
-    for (BUFFER_HANDLE buffer : m_buffers) {
-        Succeeds(DSQueueBuffer(m_stream, buffer), "DSQueueBuffer");
-    }
-}
-
-BUFFER_HANDLE Soak::_next() const
-{
-    EVENT_NEW_BUFFER_DATA data{};
-    size_t size = sizeof(data);
-    Succeeds(EventGetData(m_event, &data, &size, kImageTimeout), "EventGetData");
-    return data.BufferHandle;
-}
-
-template <class T>
-T Soak::_info(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command) const
-{
-    T value{};
-    size_t size = sizeof(value);
-    INFO_DATATYPE type = INFO_DATATYPE_UNKNOWN;
-    Succeeds(DSGetBufferInfo(m_stream, buffer, command, &type, &value, &size), "DSGetBufferInfo");
-    return value;
-}
-
-// The image's number; every byte is that image's own.
-uint64_t Soak::_check(BUFFER_HANDLE buffer) const
-{
-    const auto frame = _info<uint64_t>(buffer, BUFFER_INFO_FRAMEID);
-    Demand(!_info<bool8_t>(buffer, BUFFER_INFO_IS_INCOMPLETE), "an image is incomplete");
-    if (vusb_compare_image(m_camera.Id(), frame, _info<void*>(buffer, BUFFER_INFO_BASE),
-                           m_camera.PayloadSize()) != -1) {
-        Fail("image " + std::to_string(frame) + " is torn");
-    }
-    return frame;
+    const auto image = m_acquisition->Next(kImageTimeout);
+    Demand(image.has_value(), "no image");
+    Demand(!image->isIncomplete, "an image is incomplete");
+    Demand(image->bytes.size() == m_device.PayloadSize() &&
+               vusb_compare_image(m_device.Id(), image->frameId, image->bytes.data(),
+                                  image->bytes.size()) == -1,
+           "image " + std::to_string(image->frameId) + " is torn");
+    return *image;
 }
 
 // The camera sends one image per trigger, fewer ahead than there are buffers: a consumer that keeps
 // up gets each one once and in order.
 void Soak::EveryImageOnce(uint64_t images)
 {
-    _write(kTriggerMode, 1);
-    _rewind();
+    _waitForTriggers(true);
     _start();
     for (uint64_t i = 0; i < std::min<uint64_t>(images, kBuffers / 2); ++i) {
-        _write(kTriggerSoftware, 1);
+        _trigger();
     }
     for (uint64_t expected = 0; expected < images; ++expected) {
-        const BUFFER_HANDLE buffer = _next();
-        const uint64_t frame = _check(buffer);
-        if (frame != expected) {
-            Fail("image " + std::to_string(frame) + " instead of " + std::to_string(expected));
+        const consumer::Image image = _next();
+        if (image.frameId != expected) {
+            Fail("image " + std::to_string(image.frameId) + " instead of " +
+                 std::to_string(expected));
         }
-        Succeeds(DSQueueBuffer(m_stream, buffer), "DSQueueBuffer");
+        m_acquisition->Queue(image.buffer);
         if (expected + kBuffers / 2 < images) {
-            _write(kTriggerSoftware, 1);
+            _trigger();
         }
     }
     _stop();
-    _write(kTriggerMode, 0);
+    _waitForTriggers(false);
 }
 
 // A consumer slower than the camera: one buffer answers for several images then, so numbers repeat
 // and go back; but whatever comes is one whole image.
 void Soak::SlowConsumer(uint64_t images)
 {
-    _rewind();
     _start();
     for (uint64_t i = 0; i < images; ++i) {
-        const BUFFER_HANDLE buffer = _next();
-        _check(buffer);
+        const consumer::Image image = _next();
         std::this_thread::sleep_for(milliseconds(1));
-        Succeeds(DSQueueBuffer(m_stream, buffer), "DSQueueBuffer");
+        m_acquisition->Queue(image.buffer);
     }
     _stop();
 }
@@ -266,16 +217,15 @@ void Soak::SlowConsumer(uint64_t images)
 void Soak::Cycles(uint64_t cycles)
 {
     for (uint64_t cycle = 0; cycle < cycles; ++cycle) {
-        _rewind();
         _start();
-        _check(_next());
+        _next();
         _stop();
     }
 }
 
-void Run(uint64_t images, uint64_t cycles)
+void Run(const char* producer, uint64_t images, uint64_t cycles)
 {
-    Soak soak;
+    Soak soak(producer);
     // Warm, before anything is compared: caches of the C library, of the bus, of the threads.
     soak.EveryImageOnce(std::min<uint64_t>(images, 2000));
     soak.Cycles(std::min<uint64_t>(cycles, 20));
@@ -297,8 +247,8 @@ void Run(uint64_t images, uint64_t cycles)
 
 int main(int argc, char** argv)
 {
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: %s <images> <cycles>\n", argv[0]);
+    if (argc != 4) {
+        std::fprintf(stderr, "usage: %s <cti> <images> <cycles>\n", argv[0]);
         return 2;
     }
     if (std::freopen("/dev/null", "w", stdout) == nullptr) { // the library's own texts
@@ -306,7 +256,11 @@ int main(int argc, char** argv)
     }
     vusb_reset();
     vusb_journal_limit(16);
-    Run(std::strtoull(argv[1], nullptr, 10), std::strtoull(argv[2], nullptr, 10));
-    std::fprintf(stderr, "%s images, %s cycles: clean\n", argv[1], argv[2]);
+    try {
+        Run(argv[1], std::strtoull(argv[2], nullptr, 10), std::strtoull(argv[3], nullptr, 10));
+    } catch (const std::exception& error) {
+        Fail(error.what());
+    }
+    std::fprintf(stderr, "%s images, %s cycles: clean\n", argv[2], argv[3]);
     return 0;
 }
