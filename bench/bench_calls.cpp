@@ -53,25 +53,26 @@ struct Call
     std::function<void()> make;
 };
 
-std::vector<Call> CallsOf(const Camera& camera, BUFFER_HANDLE buffer)
+std::vector<Call> CallsOf(const OpenCamera& camera, BUFFER_HANDLE buffer)
 {
-    const DS_HANDLE stream = camera.Stream();
-    const auto read = [](PORT_HANDLE port, uint64_t address) {
+    const consumer::Producer& gentl = camera.Api();
+    const DS_HANDLE stream = camera.Stream().Handle();
+    const auto read = [&gentl](PORT_HANDLE port, uint64_t address) {
         char data[64];
         size_t size = sizeof(data);
-        benchmark::DoNotOptimize(GCReadPort(port, address, data, &size));
+        benchmark::DoNotOptimize(gentl.GCReadPort(port, address, data, &size));
     };
     return {
         {"read of a virtual number register", [=] { read(stream, kBufferCountRegister); }},
         {"read of a virtual text register",
          [=, &camera] { read(camera.Device(), kVendorRegister); }},
         {"buffer info query",
-         [=] {
+         [=, &gentl] {
              size_t value = 0;
              size_t size = sizeof(value);
              INFO_DATATYPE type = 0;
-             benchmark::DoNotOptimize(
-                 DSGetBufferInfo(stream, buffer, BUFFER_INFO_SIZE_FILLED, &type, &value, &size));
+             benchmark::DoNotOptimize(gentl.DSGetBufferInfo(stream, buffer, BUFFER_INFO_SIZE_FILLED,
+                                                            &type, &value, &size));
          }},
         {"failing call (no such register)", [=] { read(stream, kNoRegister); }},
         {"failing call (no such handle)", [=] { read(nullptr, kNoRegister); }},
@@ -85,9 +86,9 @@ void MeasureCalls(Report& report, const Effort& effort)
     vusb_reset();
     const vusb::Camera device;
     const Library library(1);
-    const Camera camera(library);
-    const Images images(camera, 2);
-    const std::vector<Call> calls = CallsOf(camera, images.First());
+    const OpenCamera camera(library);
+    Images images(camera, 2);
+    const std::vector<Call> calls = CallsOf(camera, images.Buffers().front());
     for (const Call& call : calls) {
         benchmark::RegisterBenchmark(call.name, [&call](benchmark::State& state) {
             for ([[maybe_unused]] auto step : state) {

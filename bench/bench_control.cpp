@@ -38,7 +38,7 @@ void MeasureControl(Report& report, const Effort& effort)
     const vusb::Camera first(padded);
     const vusb::Camera second(padded + ",guid=120900000002");
     const Library library(2);
-    const Camera camera(library, 0);
+    const OpenCamera camera(library, 0);
     UsbCamera bare(1);
     uint32_t value = 0;
     std::vector<uint8_t> file(kFileSize);

@@ -10,6 +10,7 @@
 #include "bench_consumer.h"
 #include "bench_figures.h"
 #include "bench_time.h"
+#include "camera_features.h"
 
 namespace bench {
 
@@ -134,10 +135,10 @@ public:
     }
 
 private:
-    void _trigger() const { m_device.Poke<uint32_t>(kTriggerSoftware, 1); }
+    void _trigger() const { m_device.Poke<uint32_t>(camera_features::kTriggerSoftware, 1); }
 
     const vusb::Camera& m_device;
-    Camera m_camera;
+    OpenCamera m_camera;
     Images m_images;
 };
 

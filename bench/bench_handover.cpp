@@ -12,6 +12,7 @@
 #include "bench_consumer.h"
 #include "bench_figures.h"
 #include "bench_time.h"
+#include "camera_features.h"
 #include "usb_tap.h"
 
 namespace bench {
@@ -112,7 +113,7 @@ void MeasureImages(const vusb::Camera& device, const Images& images, std::vector
         for (size_t i = 0; i < kImagesARound; ++i) {
             begin.Take();
             std::this_thread::sleep_for(kPause);
-            device.Poke<uint32_t>(kTriggerSoftware, 1);
+            device.Poke<uint32_t>(camera_features::kTriggerSoftware, 1);
         }
     });
     for (size_t i = 0; i < kImagesARound; ++i) {
@@ -132,8 +133,8 @@ void MeasureHandover(Report& report, const Effort& effort)
     vusb_reset();
     const vusb::Camera device("width=64,height=48,pattern=still");
     const Library library(1);
-    const Camera camera(library);
-    const Images images(camera, 4);
+    const OpenCamera camera(library);
+    Images images(camera, 4);
     camera.WaitForTriggers(true);
     usb_tap::Watch(kTrailerSize);
     images.Start();

@@ -12,6 +12,7 @@
 #include "bench_figures.h"
 #include "bench_time.h"
 #include "bench_usb.h"
+#include "camera_features.h"
 
 namespace bench {
 
@@ -31,13 +32,13 @@ double HeldBy(uint32_t width, uint32_t height, size_t buffers)
     const vusb::Camera device("width=" + std::to_string(width) +
                               ",height=" + std::to_string(height));
     const Library library(1);
-    const Camera camera(library);
-    const Images images(camera, buffers);
+    const OpenCamera camera(library);
+    Images images(camera, buffers);
     camera.WaitForTriggers(true);
     const double before = Taken();
     images.Start();
     for (size_t i = 0; i < buffers; ++i) {
-        device.Poke<uint32_t>(kTriggerSoftware, 1);
+        device.Poke<uint32_t>(camera_features::kTriggerSoftware, 1);
         images.Turn();
     }
     const double held = Taken() - before;
@@ -121,10 +122,10 @@ struct Times
 void MeasureOnce(const Library& library, Times& times)
 {
     times.bareOpen.push_back(MillisecondsOf([] { const UsbCamera bare(0); }));
-    std::unique_ptr<Camera> camera;
-    times.open.push_back(MillisecondsOf([&] { camera = std::make_unique<Camera>(library); }));
+    std::unique_ptr<OpenCamera> camera;
+    times.open.push_back(MillisecondsOf([&] { camera = std::make_unique<OpenCamera>(library); }));
     {
-        const Images images(*camera, 4);
+        Images images(*camera, 4);
         times.start.push_back(MillisecondsOf([&] { images.Start(); }));
         times.first.push_back(times.start.back() + MillisecondsOf([&] { images.Next(); }));
         times.stop.push_back(MillisecondsOf([&] { images.Stop(); }));
@@ -138,8 +139,8 @@ double SilentStop()
     vusb_reset();
     const vusb::Camera device("faults=stream-silent");
     const Library library(1);
-    const Camera camera(library);
-    const Images images(camera, 4);
+    const OpenCamera camera(library);
+    Images images(camera, 4);
     images.Start();
     return MillisecondsOf([&] { images.Stop(); });
 }
@@ -160,11 +161,11 @@ void MeasureIdle(Report& report, const Effort& effort)
         vusb_reset();
         const vusb::Camera device("pattern=still");
         const Library library(1);
-        const Camera camera(library);
+        const OpenCamera camera(library);
         report.Add({"open stream at rest, CPU per second", IdleMilliseconds(library.Worker(), 2),
                     "ms", "one millisecond", 1, Row::Goal::AtMost, 1});
         camera.WaitForTriggers(true);
-        const Images images(camera, 4);
+        Images images(camera, 4);
         images.Start();
         report.Add({"acquisition without images, CPU per second",
                     IdleMilliseconds(library.Worker(), 2), "ms", "one millisecond", 1,

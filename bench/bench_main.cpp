@@ -1,6 +1,6 @@
 // zr_bench: every figure on the virtual bus, one table.
 //
-//     zr_bench [--json FILE] [--add FILE] [--only NAME] [--quick]
+//     zr_bench --producer FILE [--json FILE] [--add FILE] [--only NAME] [--quick]
 
 #include <cstdio>
 #include <cstring>
@@ -41,7 +41,9 @@ bool Parse(int count, char** arguments, Options& options)
     for (int i = 1; i < count; ++i) {
         const std::string argument = arguments[i];
         const bool hasValue = i + 1 < count;
-        if (argument == "--quick") {
+        if (argument == "--producer" && hasValue) {
+            g_producer = arguments[++i];
+        } else if (argument == "--quick") {
             options.effort = {3, 0.15};
         } else if (argument == "--json" && hasValue) {
             options.json = arguments[++i];
@@ -53,7 +55,7 @@ bool Parse(int count, char** arguments, Options& options)
             return false;
         }
     }
-    return true;
+    return !g_producer.empty();
 }
 
 void Run(const Options& options)
@@ -79,7 +81,9 @@ int main(int count, char** arguments)
 {
     Options options;
     if (!Parse(count, arguments, options)) {
-        std::fprintf(stderr, "usage: %s [--json FILE] [--add FILE] [--only NAME] [--quick]\n",
+        std::fprintf(stderr,
+                     "usage: %s --producer FILE [--json FILE] [--add FILE] [--only NAME] "
+                     "[--quick]\n",
                      arguments[0]);
         return 2;
     }

@@ -4,8 +4,6 @@
 #include <cstring>
 #include <string>
 
-#include "bench_consumer.h"
-
 namespace bench {
 
 namespace {

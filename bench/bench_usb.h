@@ -3,10 +3,19 @@
 #include <cstdint>
 #include <libusb.h>
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 // A camera read by bare libusb calls, without the library: what the measurements compare with.
 namespace bench {
+
+// A measurement that cannot be made.
+class Failure : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
 
 // The default context, which the library shares.
 class UsbContext

@@ -1,5 +1,6 @@
-// zr_bench_vm CAMERA_PROGRAM JSON_FILE SECONDS: the library over the real libusb and the kernel's
-// USB stack against a bare reader of the same stream. Runs inside the emulated machine (tools/bench
+// zr_bench_vm PRODUCER CAMERA_PROGRAM JSON_FILE SECONDS: the library over the real libusb and the
+// kernel's USB stack against a bare reader of the same stream. Runs inside the emulated machine
+// (tools/bench
 // --vm).
 
 #include <atomic>
@@ -26,7 +27,8 @@ using namespace bench;
 
 constexpr size_t kBuffers = 4;
 constexpr int kRounds = 3;
-constexpr int kPatience = 300; // tenths of a second until the kernel has the camera
+constexpr uint64_t kUpdateMs = 700; // a pass over the emulated machine's root hubs takes long
+constexpr int kPatience = 300;      // tenths of a second until the kernel has the camera
 
 double g_seconds = 0; // of one measurement
 
@@ -188,9 +190,9 @@ void MeasureBare(Figures& figures, bool deviceMemory, Burden burden)
 void MeasureLibrary(Figures& figures, bool deviceMemory)
 {
     g_deviceMemory = deviceMemory;
-    const Library library(1);
-    const Camera camera(library);
-    const Images images(camera, kBuffers);
+    const Library library(1, kUpdateMs);
+    const OpenCamera camera(library);
+    Images images(camera, kBuffers);
     images.Start();
     figures.Measure(camera.Payload(), library.Worker(), [&] { images.Turn(); });
     images.Stop();
@@ -247,8 +249,8 @@ libusb_dev_mem_alloc(libusb_device_handle* handle, size_t length)
 
 int main(int count, char** arguments)
 {
-    if (count != 4 || (g_seconds = std::atof(arguments[3])) <= 0) {
-        std::fprintf(stderr, "usage: %s CAMERA_PROGRAM JSON_FILE SECONDS\n", arguments[0]);
+    if (count != 5 || (g_seconds = std::atof(arguments[4])) <= 0) {
+        std::fprintf(stderr, "usage: %s PRODUCER CAMERA_PROGRAM JSON_FILE SECONDS\n", arguments[0]);
         return 2;
     }
     try {
@@ -256,9 +258,10 @@ int main(int count, char** arguments)
             return 2;
         }
         Report report;
-        MeasureSize(report, arguments[1], "640x480");
-        MeasureSize(report, arguments[1], "2048x1536");
-        report.WriteJson(arguments[2]);
+        g_producer = arguments[1];
+        MeasureSize(report, arguments[2], "640x480");
+        MeasureSize(report, arguments[2], "2048x1536");
+        report.WriteJson(arguments[3]);
         std::fprintf(stderr, "\n%s", report.Table().c_str());
     } catch (const std::exception& error) {
         std::fprintf(stderr, "zr_bench_vm: %s\n", error.what());
