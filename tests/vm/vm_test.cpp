@@ -2,7 +2,10 @@
 // stack. One line for each check, "ok - ..." or "FAIL - ...".
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <linux/usbdevice_fs.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +22,7 @@
 #include "checked_camera.h"
 #include "description_file.h"
 #include "usb_camera.h"
+#include "usb_descriptors.h"
 
 namespace {
 
@@ -204,6 +208,63 @@ void Restarts(const std::string& argument)
     CheckTally(tally, 2 * rounds, "stop and restart " + argument + " times");
 }
 
+// The camera halts its stream endpoint now and then; nothing of its images is lost by that.
+void Stalls(const std::string& argument)
+{
+    const auto wanted = static_cast<unsigned>(std::stoul(argument));
+    Bus bus;
+    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    Tally tally;
+    camera.Start(kEndless, true);
+    Take(camera, tally, wanted);
+    camera.Stop();
+    CheckTally(tally, wanted, "the stream endpoint stalls now and then");
+}
+
+// The usbfs file of the camera.
+std::string DeviceFile()
+{
+    const std::string root = "/sys/bus/usb/devices/";
+    const std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(root.c_str()), closedir);
+    while (const dirent* entry = dir != nullptr ? readdir(dir.get()) : nullptr) {
+        const std::string device = root + entry->d_name;
+        std::string vendor;
+        unsigned bus = 0;
+        unsigned number = 0;
+        if (std::ifstream(device + "/idVendor") >> vendor && vendor == "1209" &&
+            std::ifstream(device + "/busnum") >> bus &&
+            std::ifstream(device + "/devnum") >> number) {
+            char path[64];
+            std::snprintf(path, sizeof path, "/dev/bus/usb/%03u/%03u", bus, number);
+            return path;
+        }
+    }
+    throw Failure("no camera in sysfs");
+}
+
+// The endpoint is halted before anybody streams, as a process that died may have left it.
+void Halted(const std::string&)
+{
+    constexpr unsigned char kToEndpoint = 0x02;
+    constexpr unsigned char kSetFeature = 3;
+    constexpr unsigned short kEndpointHalt = 0;
+    const int file = open(DeviceFile().c_str(), O_RDWR);
+    unsigned stream = 1; // the interface behind the control interface
+    usbdevfs_ctrltransfer halt{kToEndpoint, kSetFeature, kEndpointHalt, vcam::usb::kStreamIn,
+                               0,           1000,        nullptr};
+    const bool halted = file >= 0 && ioctl(file, USBDEVFS_CLAIMINTERFACE, &stream) == 0 &&
+                        ioctl(file, USBDEVFS_CONTROL, &halt) == 0;
+    close(file);
+    Check(halted, "somebody leaves the stream endpoint halted");
+    Bus bus;
+    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    Tally tally;
+    camera.Start(kEndless);
+    Take(camera, tally, 20);
+    camera.Stop();
+    CheckTally(tally, 20, "and the next one streams");
+}
+
 // The camera leaves after so many images and comes back by itself. A device that was listed before
 // is found again by an interface that is opened anew.
 void Replug(const std::string& argument)
@@ -386,6 +447,7 @@ const std::map<std::string, void (*)(const std::string&)> kScenarios = {
     {"limited", Limited},         {"restarts", Restarts},
     {"replug", Replug},           {"two", Two},
     {"killed", Killed},           {"rounds", Rounds},
+    {"stalls", Stalls},           {"halted", Halted},
 };
 
 } // namespace
