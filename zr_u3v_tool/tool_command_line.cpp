@@ -86,6 +86,8 @@ void AddXml(CLI::App& app, Options& options)
         ->type_name("");
     command->add_option("-o,--output", options.output, "A file, or a folder (ends with a slash)")
         ->type_name("PATH");
+    command->add_flag("--overwrite", options.overwrite,
+                      "In a folder, replace files that are there");
     command->add_flag("-u,--unzip", options.unzip, "Unpack a zipped document");
     command->add_flag("--url", options.onlyUrl, "Tell where the document is, without reading it");
 }

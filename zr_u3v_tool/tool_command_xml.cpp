@@ -1,5 +1,7 @@
+#include <cerrno>
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
+#include <memory>
 
 #include "tool_commands.h"
 #include "tool_description.h"
@@ -9,6 +11,12 @@
 namespace fs = std::filesystem;
 
 namespace {
+
+struct FileCloser
+{
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
 
 // A document of one port, as it is to be saved or told of. No contents where only the URL is
 // wanted.
@@ -57,31 +65,49 @@ std::vector<Document> FetchAll(const Options& options)
     return documents;
 }
 
-// A folder takes each document under its own name, anything else is the name of the one document.
-fs::path PathFor(const Options& options, const Document& document)
+// Where a document goes. A folder takes each one under its own name, which nobody but the camera
+// has chosen; anything else is the name of the one document.
+struct Target
+{
+    fs::path path;
+    bool isNamedByCamera = false;
+};
+
+Target TargetFor(const Options& options, const Document& document)
 {
     fs::path output(options.output);
     std::error_code ignored;
     const bool isFolder = fs::is_directory(output, ignored) || options.output.ends_with('/');
     if (!isFolder) {
-        return output;
+        return {output, false};
     }
-    // A name that is none (empty, "." or "..") must not become the folder or its parent.
-    const bool isName =
-        !document.name.empty() && document.name.find_first_not_of('.') != std::string::npos;
-    return output / (isName ? document.name : document.port + ".xml");
+    return {output / (document.name.empty() ? document.port + ".xml" : document.name), true};
 }
 
-void Save(const fs::path& path, const Document& document)
+// "x": only where nothing has that name yet, not even a link that leads nowhere.
+File Create(const Options& options, const Target& target)
+{
+    const bool mayReplace = options.overwrite || !target.isNamedByCamera;
+    File file(std::fopen(target.path.c_str(), mayReplace ? "wbe" : "wbxe"));
+    if (file == nullptr && errno == EEXIST) {
+        throw ToolError(ExitCode::Failure,
+                        target.path.string() + " exists: add --overwrite to replace it");
+    }
+    return file;
+}
+
+void Save(const Options& options, const Target& target, const std::string& contents)
 {
     std::error_code ignored;
-    if (path.has_parent_path()) {
-        fs::create_directories(path.parent_path(), ignored);
+    if (target.path.has_parent_path()) {
+        fs::create_directories(target.path.parent_path(), ignored);
     }
-    std::ofstream file(path, std::ios::binary);
-    file << document.contents;
-    if (!file.flush()) {
-        throw ToolError(ExitCode::Failure, "cannot write " + path.string());
+    File file = Create(options, target);
+    // Buffered data may fail as late as when it is closed.
+    if (file == nullptr ||
+        std::fwrite(contents.data(), 1, contents.size(), file.get()) != contents.size() ||
+        std::fclose(file.release()) != 0) {
+        throw ToolError(ExitCode::Failure, "cannot write " + target.path.string());
     }
 }
 
@@ -130,11 +156,11 @@ ExitCode RunXml(const Options& options, Console& console)
     for (const Document& document : documents) {
         Json entry = JsonOf(document);
         if (!options.output.empty() && !options.onlyUrl) {
-            const fs::path path = PathFor(options, document);
-            Save(path, document);
-            entry["file"] = path.string();
+            const Target target = TargetFor(options, document);
+            Save(options, target, document.contents);
+            entry["file"] = target.path.string();
             if (!options.json && !options.quiet) {
-                console.Print(Printable(path.string()) + "\n");
+                console.Print(Printable(target.path.string()) + "\n");
             }
         } else if (options.onlyUrl && !options.json) {
             console.Print(Printable(document.url) + "\n");

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -90,31 +89,63 @@ std::unique_ptr<zip_t, ArchiveDeleter> OpenArchive(const std::string& bytes)
 
 } // namespace
 
-DescriptionUrl ParseDescriptionUrl(const std::string& url)
+std::string SafeFileName(const std::string& name)
 {
-    const size_t colon = url.find(':');
-    const size_t first = url.find(';', colon == std::string::npos ? 0 : colon);
-    const size_t second = first == std::string::npos ? first : url.find(';', first + 1);
+    constexpr size_t kMaximum = 128;
+    constexpr std::string_view kHarmless = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                           "0123456789._-";
+    std::string safe = name.substr(name.find_last_of("/\\") + 1);
+    std::replace_if(
+        safe.begin(), safe.end(),
+        [&](char c) { return kHarmless.find(c) == std::string_view::npos; }, '_');
+    safe.erase(0, safe.size() - std::min(safe.size(), kMaximum));
+    return safe.erase(0, std::min(safe.size(), safe.find_first_not_of(".-")));
+}
+
+namespace {
+
+DescriptionUrl ParseFileUrl(const std::string& url)
+{
     DescriptionUrl parsed;
-    parsed.scheme = url.substr(0, colon);
-    if (parsed.scheme == "file" && url.compare(colon, 4, ":///") == 0) {
-        parsed.name = PercentDecoded(url.substr(colon + 4));
-        // Both "file:////a/b" and "file:///a/b" are met in the field.
-        parsed.name.insert(0, parsed.name.starts_with('/') ? "" : "/");
-        return parsed;
-    }
-    if (parsed.scheme != "local" || second == std::string::npos) {
+    parsed.scheme = "file";
+    parsed.path = PercentDecoded(url.substr(std::string_view("file:///").size()));
+    // Both "file:////a/b" and "file:///a/b" are met in the field.
+    parsed.path.insert(0, parsed.path.starts_with('/') ? "" : "/");
+    parsed.name = SafeFileName(parsed.path);
+    return parsed;
+}
+
+// Split from the back: behind the name nothing comes from the camera.
+DescriptionUrl ParseLocalUrl(const std::string& url)
+{
+    constexpr size_t kName = std::string_view("local:").size();
+    const size_t length = url.rfind(';');
+    const size_t address = length == std::string::npos ? length : url.rfind(';', length - 1);
+    if (address == std::string::npos || address < kName) {
         Refuse("unexpected URL " + Printable(url));
     }
-    // Some put "///" in front of the name; and a name is a name, never a way out of a folder.
-    parsed.name =
-        std::filesystem::path(url.substr(colon + 1, first - colon - 1)).filename().string();
-    parsed.address = Hexadecimal(url.substr(first + 1, second - first - 1), url);
-    parsed.length = Hexadecimal(url.substr(second + 1, url.find('?', second) - second - 1), url);
+    DescriptionUrl parsed;
+    parsed.scheme = "local";
+    parsed.name = SafeFileName(PercentDecoded(url.substr(kName, address - kName)));
+    parsed.address = Hexadecimal(url.substr(address + 1, length - address - 1), url);
+    parsed.length = Hexadecimal(url.substr(length + 1, url.find('?', length) - length - 1), url);
     if (parsed.length > kMaximumLength) {
         Refuse("the description file is said to have " + std::to_string(parsed.length) + " bytes");
     }
     return parsed;
+}
+
+} // namespace
+
+DescriptionUrl ParseDescriptionUrl(const std::string& url)
+{
+    if (url.starts_with("file:///")) {
+        return ParseFileUrl(url);
+    }
+    if (url.starts_with("local:")) {
+        return ParseLocalUrl(url);
+    }
+    Refuse("unexpected URL " + Printable(url));
 }
 
 std::string DescriptionUrlOf(const Producer& api, PORT_HANDLE port)
@@ -134,10 +165,10 @@ Description FetchDescription(const Producer& api, PORT_HANDLE port)
     Description description;
     description.url = DescriptionUrlOf(api, port);
     const DescriptionUrl url = ParseDescriptionUrl(description.url);
-    description.name = std::filesystem::path(url.name).filename().string();
+    description.name = url.name;
     description.address = url.address;
     if (url.scheme == "file") {
-        description.contents = ReadFile(url.name);
+        description.contents = ReadFile(url.path);
     } else {
         description.contents.resize(url.length);
         size_t size = url.length;

@@ -25,6 +25,7 @@ struct Options
     // xml
     bool unzip = false;
     bool onlyUrl = false;
+    bool overwrite = false;
     // xml, grab, view
     std::string output;
     // read, write

@@ -113,7 +113,7 @@ TEST_F(ToolTest, Xml_AllModulesIntoAFolder)
     const Result result = RunOn("zip=1", {"xml", "all", "-u", "-o", "docs/"});
     EXPECT_EQ(result.code, 0) << result.errors;
     for (const char* const name : {"ZrGenTLU3V_TL.xml", "ZrGenTLU3V_IF.xml", "ZrGenTLU3V_DEV.xml",
-                                   "ZrGenTLU3V_DS.xml", "Virtual U3V_v1.0.0.xml"}) {
+                                   "ZrGenTLU3V_DS.xml", "Virtual_U3V_v1.0.0.xml"}) {
         EXPECT_NE(Contents(File("docs") / name).find("RegisterDescription"), std::string::npos)
             << name;
     }
@@ -141,6 +141,46 @@ TEST_F(ToolTest, Xml_NameOfTheModelIsNoWayOutOfTheFolder)
     EXPECT_EQ(result.code, 0) << result.errors;
     EXPECT_EQ(result.output, "docs/x_v1.0.0.xml\n");
     EXPECT_TRUE(fs::exists(File("docs/x_v1.0.0.xml")));
+}
+
+TEST_F(ToolTest, Xml_ModelThatNamesAHiddenFile_DoesNotChooseIt)
+{
+    std::ofstream(File(".bashrc")) << "mine";
+    const Result result = RunOn("model=.bashrc?200,zip=0", {"xml", "-o", "./"});
+    EXPECT_EQ(result.code, 0) << result.errors;
+    EXPECT_EQ(result.output, "./bashrc_200_v1.0.0.xml\n");
+    EXPECT_NE(Contents(File("bashrc_200_v1.0.0.xml")).find("RegisterDescription"),
+              std::string::npos);
+    EXPECT_EQ(Contents(File(".bashrc")), "mine");
+}
+
+TEST_F(ToolTest, Xml_FileInTheFolder_IsReplacedWhenToldSoOnly)
+{
+    fs::create_directory(File("docs"));
+    std::ofstream(File("docs/x_v1.0.0.xml")) << "mine";
+    Result result = RunOn("model=x,zip=0", {"xml", "-o", "docs/"});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.errors, "zr-u3v: docs/x_v1.0.0.xml exists: add --overwrite to replace it\n");
+    EXPECT_EQ(Contents(File("docs/x_v1.0.0.xml")), "mine");
+    result = RunOn("model=x,zip=0", {"xml", "-o", "docs/", "--overwrite"});
+    EXPECT_EQ(result.code, 0) << result.errors;
+    EXPECT_NE(Contents(File("docs/x_v1.0.0.xml")).find("RegisterDescription"), std::string::npos);
+}
+
+TEST_F(ToolTest, Xml_LinkThatLeadsNowhere_IsNotFollowed)
+{
+    fs::create_directory(File("docs"));
+    fs::create_symlink(File("elsewhere"), File("docs/x_v1.0.0.xml"));
+    EXPECT_EQ(RunOn("model=x,zip=0", {"xml", "-o", "docs/"}).code, 1);
+    EXPECT_FALSE(fs::exists(File("elsewhere")));
+}
+
+// Who names a file means it.
+TEST_F(ToolTest, Xml_FileThatTheUserNames_IsReplaced)
+{
+    std::ofstream(File("camera.xml")) << "old";
+    EXPECT_EQ(RunOn("zip=0", {"xml", "-o", "camera.xml"}).code, 0);
+    EXPECT_EQ(Contents(File("camera.xml")), DescriptionOf("zip=0"));
 }
 
 // ---- registers --------------------------------------------------------------------------------
