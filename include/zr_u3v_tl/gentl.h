@@ -6,6 +6,9 @@
  * at GenTL 1.3; later functions and commands are declared with the standard's numbers so that one
  * header serves every consumer, and answer GC_ERR_NOT_IMPLEMENTED.
  *
+ * What is written here is the answer of zr_u3v_tl.cti. Functions marked "GenTL 1.6" are exported by
+ * zr_u3v_standard.cti only.
+ *
  * **Handles** are compared before they are followed: NULL, a closed one and one of another kind
  * answer GC_ERR_INVALID_HANDLE, and nothing happens. A handle ends with its object or with what
  * that was opened through. A variable that is to receive one starts as NULL.
@@ -309,6 +312,28 @@ enum BUFFER_PART_INFO_CMD_LIST
     BUFFER_PART_INFO_CUSTOM_ID = 1000,           /**< producers' own lie above; none here */
 };
 
+/** A value of FLOW_INFO_CMD_LIST. */
+typedef int32_t FLOW_INFO_CMD;
+/** Commands of DSGetFlowInfo; GenTL 1.6. */
+enum FLOW_INFO_CMD_LIST
+{
+    FLOW_INFO_SIZE = 0,         /**< SIZET: bytes of the flow */
+    FLOW_INFO_CUSTOM_ID = 1000, /**< producers' own commands lie above; none here */
+};
+
+/** A value of SEGMENT_INFO_CMD_LIST. */
+typedef int32_t SEGMENT_INFO_CMD;
+/** Commands of DSGetBufferSegmentInfo; GenTL 1.6. */
+enum SEGMENT_INFO_CMD_LIST
+{
+    SEGMENT_INFO_BASE = 0,          /**< PTR: the segment's memory */
+    SEGMENT_INFO_SIZE = 1,          /**< SIZET: its bytes */
+    SEGMENT_INFO_IS_INCOMPLETE = 2, /**< BOOL8: something of its data is missing */
+    SEGMENT_INFO_SIZE_FILLED = 3,   /**< SIZET: bytes that have come */
+    SEGMENT_INFO_DATA_SIZE = 4,     /**< SIZET: bytes that were to come */
+    SEGMENT_INFO_CUSTOM_ID = 1000,  /**< producers' own commands lie above; none here */
+};
+
 /** A value of PAYLOADTYPE_INFO_IDS. */
 typedef int32_t PAYLOADTYPE_INFO_ID;
 /** What a buffer holds. */
@@ -507,6 +532,27 @@ typedef struct S_SINGLE_CHUNK_DATA
     ptrdiff_t ChunkOffset; /**< bytes from the start of the buffer */
     size_t ChunkLength;    /**< bytes */
 } SINGLE_CHUNK_DATA;
+
+/** One question of DSGetBufferInfoStacked; GenTL 1.6. */
+typedef struct S_DS_BUFFER_INFO_STACKED
+{
+    BUFFER_INFO_CMD iInfoCmd; /**< [in] what is asked */
+    INFO_DATATYPE iType;      /**< [out] the answer's type */
+    void* pBuffer;            /**< [out] the answer; NULL asks for type and size only */
+    size_t iSize;             /**< [in] room in bytes, [out] bytes of the answer */
+    GC_ERROR iResult;         /**< [out] how this question went */
+} DS_BUFFER_INFO_STACKED;
+
+/** One question of DSGetBufferPartInfoStacked; GenTL 1.6. */
+typedef struct S_DS_BUFFER_PART_INFO_STACKED
+{
+    uint32_t iPartIndex;           /**< [in] of the part, from 0 */
+    BUFFER_PART_INFO_CMD iInfoCmd; /**< [in] what is asked */
+    GC_ERROR iResult;              /**< [out] how this question went */
+    INFO_DATATYPE iType;           /**< [out] the answer's type */
+    void* pBuffer;                 /**< [out] the answer; NULL asks for type and size only */
+    size_t iSize;                  /**< [in] room in bytes, [out] bytes of the answer */
+} DS_BUFFER_PART_INFO_STACKED;
 
 #pragma pack(pop)
 
@@ -896,6 +942,59 @@ GC_API ZrForceIPConfig(void);
  * @return always GC_ERR_NOT_IMPLEMENTED. */
 GC_API ZrSetIPConfig(void);
 
+/** GenTL 1.6: announces a buffer that is made of several pieces of the caller's memory.
+ *
+ * ppSegments and piSizes [in] have iNumSegments entries; pPrivate is the user pointer; phBuffer
+ * [out] receives the handle.
+ *
+ * @return always GC_ERR_NOT_IMPLEMENTED: images of USB3 Vision cameras come in one piece. */
+GC_API DSAnnounceCompositeBuffer(DS_HANDLE hDataStream, size_t iNumSegments, void** ppSegments,
+                                 size_t* piSizes, void* pPrivate, BUFFER_HANDLE* phBuffer);
+
+/** GenTL 1.6: asks several questions of DSGetBufferInfo in one call, and so about one image.
+ *
+ * pInfoStacked [in, out] has iNumInfos entries, each with a result of its own.
+ *
+ * @return success also when single questions failed; GC_ERR_INVALID_PARAMETER for a NULL
+ * pInfoStacked. */
+GC_API DSGetBufferInfoStacked(DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer,
+                              DS_BUFFER_INFO_STACKED* pInfoStacked, size_t iNumInfos);
+
+/** GenTL 1.6: asks several questions of DSGetBufferPartInfo in one call.
+ *
+ * pInfoStacked [in, out] has iNumInfos entries, each with a result of its own.
+ *
+ * @return success also when single questions failed; GC_ERR_INVALID_PARAMETER for a NULL
+ * pInfoStacked. */
+GC_API DSGetBufferPartInfoStacked(DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer,
+                                  DS_BUFFER_PART_INFO_STACKED* pInfoStacked, size_t iNumInfos);
+
+/** GenTL 1.6: how many flows the stream is sent in; piNumFlows [out] is 0, since USB3 Vision knows
+ * none.
+ *
+ * @return GC_ERR_INVALID_PARAMETER for a NULL piNumFlows. */
+GC_API DSGetNumFlows(DS_HANDLE hDataStream, uint32_t* piNumFlows);
+
+/** GenTL 1.6: an information query of FLOW_INFO_CMD_LIST about the flow iFlowIndex.
+ *
+ * @return GC_ERR_INVALID_INDEX, since there is no flow. */
+GC_API DSGetFlowInfo(DS_HANDLE hDataStream, uint32_t iFlowIndex, FLOW_INFO_CMD iInfoCmd,
+                     INFO_DATATYPE* piType, void* pBuffer, size_t* piSize);
+
+/** GenTL 1.6: how many segments a buffer is made of; piNumSegments [out] is 0, since no buffer is a
+ * composite one.
+ *
+ * @return GC_ERR_INVALID_PARAMETER for a NULL piNumSegments. */
+GC_API DSGetNumBufferSegments(DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer,
+                              uint32_t* piNumSegments);
+
+/** GenTL 1.6: an information query of SEGMENT_INFO_CMD_LIST about the segment iSegmentIndex.
+ *
+ * @return GC_ERR_INVALID_INDEX, since there is no segment. */
+GC_API DSGetBufferSegmentInfo(DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer, uint32_t iSegmentIndex,
+                              SEGMENT_INFO_CMD iInfoCmd, INFO_DATATYPE* piType, void* pBuffer,
+                              size_t* piSize);
+
 /** @name Function pointers
  * For consumers that load the producer with dlopen. @{ */
 /** The function whose name this is without the P. */
@@ -1008,6 +1107,27 @@ typedef GC_ERROR(GC_CALLTYPE* PDSGetBufferPartInfo)(DS_HANDLE hDataStream, BUFFE
                                                     size_t* piSize);
 typedef GC_ERROR(GC_CALLTYPE* PZrForceIPConfig)(void);
 typedef GC_ERROR(GC_CALLTYPE* PZrSetIPConfig)(void);
+typedef GC_ERROR(GC_CALLTYPE* PDSAnnounceCompositeBuffer)(DS_HANDLE hDataStream,
+                                                          size_t iNumSegments, void** ppSegments,
+                                                          size_t* piSizes, void* pPrivate,
+                                                          BUFFER_HANDLE* phBuffer);
+typedef GC_ERROR(GC_CALLTYPE* PDSGetBufferInfoStacked)(DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer,
+                                                       DS_BUFFER_INFO_STACKED* pInfoStacked,
+                                                       size_t iNumInfos);
+typedef GC_ERROR(GC_CALLTYPE* PDSGetBufferPartInfoStacked)(
+    DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer, DS_BUFFER_PART_INFO_STACKED* pInfoStacked,
+    size_t iNumInfos);
+typedef GC_ERROR(GC_CALLTYPE* PDSGetNumFlows)(DS_HANDLE hDataStream, uint32_t* piNumFlows);
+typedef GC_ERROR(GC_CALLTYPE* PDSGetFlowInfo)(DS_HANDLE hDataStream, uint32_t iFlowIndex,
+                                              FLOW_INFO_CMD iInfoCmd, INFO_DATATYPE* piType,
+                                              void* pBuffer, size_t* piSize);
+typedef GC_ERROR(GC_CALLTYPE* PDSGetNumBufferSegments)(DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer,
+                                                       uint32_t* piNumSegments);
+typedef GC_ERROR(GC_CALLTYPE* PDSGetBufferSegmentInfo)(DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer,
+                                                       uint32_t iSegmentIndex,
+                                                       SEGMENT_INFO_CMD iInfoCmd,
+                                                       INFO_DATATYPE* piType, void* pBuffer,
+                                                       size_t* piSize);
 /** @} */
 
 #endif

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Properties of the built library:  library_rules.sh <rule> <library> <source tree>
+# Properties of a built library:  library_rules.sh <rule> <library> <source tree> <exact|standard>
 set -u
 export LC_ALL=C
 
 rule=${1:?rule}
 library=${2:?library}
 tree=${3:?source tree}
-here=$tree/tests/rules
+producer=${4:?producer}
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 
 [ -f "$library" ] || { echo "$library is missing"; exit 1; }
 
@@ -20,7 +21,7 @@ dynamic() { readelf -dW "$library"; }
 # Exactly the public list, nothing more: anything else would be an interface by accident.
 exports()
 {
-    diff -u --label "tests/rules/exports.txt" --label "$library" "$here/exports.txt" \
+    diff -u --label "tests/rules/exports.txt, $producer" --label "$library" <("$here/exports_of.sh" "$producer" "$tree") \
         <(nm -D --defined-only --format=posix "$library" | awk '{print $1}' | sort) || fail "symbols differ"
 }
 

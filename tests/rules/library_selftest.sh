@@ -48,7 +48,7 @@ make()
 expect()
 {
     local wanted=$1 rule=$2 what=$3 found=fail
-    "$rules" "$rule" "$folder/lib/libzr_u3v_tl_x64.so" "$folder" >"$folder/out" 2>&1 && found=pass
+    "$rules" "$rule" "$folder/lib/libzr_u3v_tl_x64.so" "$folder" "${producer:-exact}" >"$folder/out" 2>&1 && found=pass
     if [ "$found" != "$wanted" ]; then
         echo "rule $rule, $what: expected $wanted, got $found"
         cat "$folder/out"
@@ -65,13 +65,14 @@ breaks()
 }
 
 mkdir -p "$folder/tests/rules"
-echo exported >"$folder/tests/rules/exports.txt"
+printf "# a list\nexported exact\nother standard\n" >"$folder/tests/rules/exports.txt"
 usb=$folder/libusb-1.0.so.0
 make good.c "$usb"
 for rule in exports names needed hardening fortified; do expect pass "$rule" "a library that keeps it"; done
 
 echo 'int unexpected; ' >>"$folder/good.c"
 breaks exports "a symbol too many" good.c "$usb"
+producer=standard breaks exports "the list of the other producer" good.c "$usb"
 sed -i '$d' "$folder/good.c"
 soname=libother.so.2 breaks names "another soname" good.c "$usb"
 cti="$folder/lib/libzr_u3v_tl_x64.so.2" breaks names "a link by absolute path" good.c "$usb"
