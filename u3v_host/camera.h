@@ -1,46 +1,21 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <span>
-#include <string>
 #include <vector>
 
 #include "camera_info.h"
+#include "description_file.h"
+#include "event_packet.h"
 
 namespace u3v_host {
 
 class ImageSink;
 class StreamReceiver;
 class Wakeup;
-
-// One device description file of the camera's manifest.
-struct DescriptionFile
-{
-    std::string name; // letters, digits, '_', '-', '.', with its ending ".xml" or ".zip"
-    uint64_t address;
-    uint64_t size;
-    bool zipped;
-    uint8_t schemaMajor;
-    uint8_t schemaMinor;
-    uint8_t fileMajor;
-    uint8_t fileMinor;
-    uint16_t fileSubMinor;
-    std::optional<std::array<uint8_t, 20>> sha1; // where the manifest has one
-};
-
-// An event that the camera has sent. `data` begins with the reserved (or size) field of the event,
-// as event adapters count addresses. Valid during the call only.
-struct CameraEvent
-{
-    uint16_t id;
-    uint64_t timestamp; // ns
-    std::span<const uint8_t> data;
-};
 
 // Signalling rate of the link in bytes per second: 60000000, 625000000, 1250000000; 0 when unknown.
 using LinkSpeed = uint64_t;

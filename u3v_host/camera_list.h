@@ -3,18 +3,26 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "camera_info.h"
+#include "host_limits.h"
 
 namespace u3v_host {
 
 class Camera;
 
 using Deadline = std::chrono::steady_clock::time_point; // Deadline::max(): for ever
+
+// The defaults are what the product uses; tests shorten times and have a device tree of their own.
+struct CameraListOptions
+{
+    std::string systemRoot = "/"; // above "sys", where the kernel's device tree is
+    std::chrono::milliseconds stringTime = kStringTime;
+    ControlLimits control{};
+};
 
 // All cameras of the bus as far as they are known, and the way to open one. Lives as long as the
 // producer is initialised and owns the private libusb context with the thread that serves its
@@ -25,7 +33,7 @@ class CameraList
 {
 public:
     // Throws Error when libusb cannot be initialised or no thread can be made.
-    CameraList();
+    explicit CameraList(const CameraListOptions& options = {});
     // Waits for a pass that is still under way. Every Camera is closed before.
     ~CameraList();
     CameraList(const CameraList&) = delete;
