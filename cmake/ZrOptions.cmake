@@ -17,8 +17,6 @@ endif()
 
 find_program(ZR_CCACHE ccache)
 if(ZR_CCACHE)
-    # Without this leave it refuses whatever uses precompiled headers.
-    set(ZR_CCACHE "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros "${ZR_CCACHE}")
     set(CMAKE_C_COMPILER_LAUNCHER ${ZR_CCACHE})
     set(CMAKE_CXX_COMPILER_LAUNCHER ${ZR_CCACHE})
 endif()
@@ -40,8 +38,8 @@ endif()
 
 # Release builds carry the usual hardening; the sanitizers bring their own.
 if(ZR_SANITIZE)
-    set(ZR_SANITIZE_FLAGS "-fsanitize=${ZR_SANITIZE}" -fno-omit-frame-pointer -g
-        -fno-sanitize-recover=all)
+    set(ZR_SANITIZE_FLAGS "-fsanitize=${ZR_SANITIZE}" -fno-omit-frame-pointer
+        -g1 -fno-sanitize-recover=all) # lines for the reports, and no types: half the size, less to link
     add_compile_options(${ZR_SANITIZE_FLAGS})
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
         # The instrumentation hides initialisations from gcc, which then warns inside its own library.

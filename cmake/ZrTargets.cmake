@@ -33,32 +33,16 @@ function(zr_test_options name)
     endif()
 endfunction()
 
-# GoogleTest's headers, compiled once for all test programs. Only gcc takes them whatever else the
-# programs define; without them everything compiles as well, only slower.
-function(zr_share_test_headers name)
-    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-        return()
-    endif()
-    if(NOT TARGET zr_test_headers)
-        # A program, because that is what the others are: position independent in the same way.
-        add_executable(zr_test_headers EXCLUDE_FROM_ALL "${CMAKE_SOURCE_DIR}/tests/support/test_headers.cpp")
-        zr_test_options(zr_test_headers)
-        target_link_libraries(zr_test_headers PRIVATE GTest::gmock GTest::gtest_main Threads::Threads)
-        target_precompile_headers(zr_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
-        target_compile_definitions(zr_test_headers PRIVATE _REENTRANT)
-    endif()
-    target_precompile_headers(${name} REUSE_FROM zr_test_headers)
-    # Some libraries define it for whoever uses them; gcc wants it the same everywhere.
-    target_compile_definitions(${name} PRIVATE _REENTRANT)
-endfunction()
-
-# One GoogleTest program, registered with ctest test by test.
+# One GoogleTest program, registered with ctest test by test. Its sources are compiled a few at a time as one: what
+# they include takes longer than they do. (A precompiled header did the same for gcc only, 110 MB of it, and once
+# killed the compiler.) So two sources of a program must not give one name to different things.
 #   zr_gtest(zr_gentl_tests LABEL unit SOURCES ... LIBS zr_gentl zr_logging zr_base)
 function(zr_gtest name)
     cmake_parse_arguments(ARG "" "LABEL;TIMEOUT" "SOURCES;LIBS;ENVIRONMENT" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
     zr_test_options(${name})
-    zr_share_test_headers(${name})
+    target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests/support")
+    set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 5)
     target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gmock GTest::gtest_main Threads::Threads)
     if(NOT ARG_LABEL)
         set(ARG_LABEL unit)

@@ -1,1 +1,0 @@
-// Nothing of its own: the precompiled headers of all test programs belong to this file's target.
