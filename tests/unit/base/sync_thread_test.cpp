@@ -1,3 +1,4 @@
+#include "wait.h"
 #include "zr_sync_thread.h"
 
 #include <atomic>
@@ -28,9 +29,7 @@ void RunJob(void* argument)
     auto* job = static_cast<Job*>(argument);
     job->self = pthread_self();
     job->entered = true;
-    while (!job->release) {
-        std::this_thread::sleep_for(1ms);
-    }
+    zr_test::WaitUntil([job] { return job->release.load(); });
     job->done = true;
 }
 
@@ -38,13 +37,13 @@ TEST(SyncThread, Join_FunctionStillRuns_WaitsForIt)
 {
     Job job;
     ZrSync_U3V::thread worker(&RunJob, &job);
-    std::thread releaser([&] {
-        std::this_thread::sleep_for(20ms);
-        job.release = true;
+    zr_test::WatchedThread joiner([&] {
+        worker.join();
+        EXPECT_TRUE(job.done);
     });
-    worker.join();
-    EXPECT_TRUE(job.done);
-    releaser.join();
+    EXPECT_TRUE(joiner.UntilAsleep());
+    EXPECT_FALSE(joiner.HasEnded());
+    job.release = true;
 }
 
 TEST(SyncThread, Join_Twice_SecondReturnsAtOnce)
@@ -61,10 +60,8 @@ TEST(SyncThread, Join_FunctionReturned_ReturnsAtOnce)
     Job job;
     job.release = true;
     ZrSync_U3V::thread worker(&RunJob, &job);
-    while (!job.done) {
-        std::this_thread::sleep_for(1ms);
-    }
-    std::this_thread::sleep_for(20ms);
+    ASSERT_TRUE(zr_test::WaitUntil([&] { return job.done.load(); }));
+    zr_test::LetPass(20ms, "the function comes back from its last line");
     worker.join();
     EXPECT_TRUE(job.done);
 }
@@ -78,9 +75,7 @@ TEST(SyncThread, Join_FunctionReturnedThreadStillEnds_DoesNotWaitForTheThread)
         ~Lingerer()
         {
             job.entered = true;
-            for (int i = 0; i < 5000 && !job.release; ++i) {
-                std::this_thread::sleep_for(1ms);
-            }
+            zr_test::WaitUntil([] { return job.release.load(); });
             job.done = true;
         }
     };
@@ -91,17 +86,13 @@ TEST(SyncThread, Join_FunctionReturnedThreadStillEnds_DoesNotWaitForTheThread)
                 static_cast<void>(&lingerer);
             },
             nullptr);
-        while (!job.entered) {
-            std::this_thread::sleep_for(1ms);
-        }
+        ASSERT_TRUE(zr_test::WaitUntil([&] { return job.entered.load(); }));
         worker.join();
         EXPECT_FALSE(job.done);
     }
     job.release = true;
-    while (!job.done) {
-        std::this_thread::sleep_for(1ms);
-    }
-    std::this_thread::sleep_for(20ms);
+    ASSERT_TRUE(zr_test::WaitUntil([&] { return job.done.load(); }));
+    zr_test::LetPass(20ms, "the detached thread comes to its end, for the leak checker");
 }
 
 TEST(SyncThread, Destructor_FunctionStillRuns_DetachesAndLetsItEnd)
@@ -109,9 +100,7 @@ TEST(SyncThread, Destructor_FunctionStillRuns_DetachesAndLetsItEnd)
     static Job job; // outlives the detached thread
     {
         ZrSync_U3V::thread worker(&RunJob, &job);
-        while (!job.entered) {
-            std::this_thread::sleep_for(1ms);
-        }
+        ASSERT_TRUE(zr_test::WaitUntil([&] { return job.entered.load(); }));
     }
     EXPECT_FALSE(job.done);
     pthread_attr_t attributes; // of the thread, which is still there
@@ -121,10 +110,8 @@ TEST(SyncThread, Destructor_FunctionStillRuns_DetachesAndLetsItEnd)
     EXPECT_EQ(state, PTHREAD_CREATE_DETACHED);
     pthread_attr_destroy(&attributes);
     job.release = true;
-    while (!job.done) {
-        std::this_thread::sleep_for(1ms);
-    }
-    std::this_thread::sleep_for(20ms);
+    ASSERT_TRUE(zr_test::WaitUntil([&] { return job.done.load(); }));
+    zr_test::LetPass(20ms, "the detached thread comes to its end, for the leak checker");
 }
 
 TEST(SyncThreadDeathTest, Function_ThrowsException_EndsTheProcess)
@@ -137,7 +124,7 @@ TEST(SyncThreadDeathTest, Function_ThrowsException_EndsTheProcess)
             ZrSync_U3V::thread worker([](void*) { throw std::runtime_error("out of the thread"); },
                                       nullptr);
             worker.join();
-            std::this_thread::sleep_for(5s);
+            zr_test::LetPass(5s, "nobody comes here");
         },
         testing::KilledBySignal(SIGABRT), "");
 }

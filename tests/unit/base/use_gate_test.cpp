@@ -1,4 +1,5 @@
 #include "use_gate.h"
+#include "wait.h"
 
 #include <atomic>
 #include <chrono>
@@ -46,21 +47,16 @@ TEST(UseGate, ShutAndWait_SomebodyInside_ReturnsWhenTheLastLeft)
     UseGate gate;
     ASSERT_TRUE(gate.TryEnter());
     ASSERT_TRUE(gate.TryEnter());
-    std::atomic<bool> closed{false};
-    std::thread owner([&] {
-        gate.ShutAndWait();
-        closed = true;
-    });
+    zr_test::WatchedThread owner([&] { gate.ShutAndWait(); });
     while (gate.TryEnter()) { // until the owner has shut it
         gate.Leave();
         std::this_thread::yield();
     }
     gate.Leave();
-    std::this_thread::sleep_for(10ms);
-    EXPECT_FALSE(closed);
+    EXPECT_TRUE(owner.UntilAsleep());
+    EXPECT_FALSE(owner.HasEnded());
     gate.Leave();
-    owner.join();
-    EXPECT_TRUE(closed);
+    owner.Join();
 }
 
 TEST(Pinned, NullOrShut_IsEmpty)

@@ -1,3 +1,4 @@
+#include "wait.h"
 #include "zr_gentl_buffer_queue.h"
 
 #include <atomic>
@@ -147,19 +148,15 @@ TEST_P(BufferQueueTest, Clear_WithDeletion_WaitsForTheCallInsideABuffer)
     queue.Add(GetParam(), buffer);
     auto inside = queue.PinByHandle(GetParam(), buffer);
     ASSERT_TRUE(inside);
-    std::atomic<bool> cleared{false};
-    std::thread clearer([&] {
-        queue.Clear(GetParam(), true);
-        cleared = true;
-    });
+    zr_test::WatchedThread clearer([&] { queue.Clear(GetParam(), true); });
     while (queue.GetCount(GetParam()) != 0) { // out of the list: nobody else can find it
         std::this_thread::yield();
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_FALSE(cleared);
+    EXPECT_TRUE(clearer.UntilAsleep());
+    EXPECT_FALSE(clearer.HasEnded());
     EXPECT_EQ(inside->GetSize(), 8u);
     inside.Reset();
-    clearer.join();
+    clearer.Join();
 }
 
 TEST_P(BufferQueueTest, PinByHandle_HoldsTheBuffer)

@@ -1,3 +1,4 @@
+#include "wait.h"
 #include "zr_event_handler.h"
 
 #include <algorithm>
@@ -5,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <gtest/gtest.h>
+#include <list>
 #include <thread>
 #include <time.h>
 #include <vector>
@@ -119,16 +121,15 @@ public:
               m_done = true;
           })
     {
-        std::this_thread::sleep_for(50ms); // until it sleeps
+        EXPECT_TRUE(m_thread.UntilAsleep());
     }
-    ~Waiter() { m_thread.join(); }
     bool IsDone() const { return m_done; }
     uint32_t Result() const { return m_result; }
 
 private:
     std::atomic<bool> m_done{false};
     std::atomic<uint32_t> m_result{0};
-    std::thread m_thread;
+    zr_test::WatchedThread m_thread;
 };
 
 TEST(EventHandler, WakeFor_ABitThatIsLongTaken_DoesNotEndAnotherWait)
@@ -139,12 +140,10 @@ TEST(EventHandler, WakeFor_ABitThatIsLongTaken_DoesNotEndAnotherWait)
     event.ResetEvent(1);
     const Waiter waiter(event);
     event.WakeFor(1);
-    std::this_thread::sleep_for(50ms);
+    zr_test::LetPass(50ms, "nothing wakes it");
     EXPECT_FALSE(waiter.IsDone());
     event.SetEvent(1);
-    while (!waiter.IsDone()) {
-        std::this_thread::sleep_for(1ms);
-    }
+    EXPECT_TRUE(zr_test::WaitUntil([&waiter] { return waiter.IsDone(); }));
     EXPECT_EQ(waiter.Result(), 1u);
 }
 
@@ -155,9 +154,7 @@ TEST(EventHandler, WaitForEvent_SetAndResetMeanwhile_EndsEarlyWithNothing)
     ASSERT_TRUE(event.MarkEvent(1));
     event.ResetEvent(1);
     event.WakeFor(1);
-    while (!waiter.IsDone()) {
-        std::this_thread::sleep_for(1ms);
-    }
+    EXPECT_TRUE(zr_test::WaitUntil([&waiter] { return waiter.IsDone(); }));
     EXPECT_EQ(waiter.Result(), 0u);
 }
 
@@ -180,31 +177,28 @@ TEST(EventHandler, WaitForEvent_NothingSet_WaitsTheTimeout)
 TEST(EventHandler, WaitForEvent_SetMeanwhile_ReturnsTheState)
 {
     ZrEventHandler_U3V event(16);
-    std::thread setter([&] {
-        std::this_thread::sleep_for(10ms);
-        event.SetEvent(16);
-    });
-    EXPECT_EQ(event.WaitForEvent(10'000), 16u);
-    setter.join();
+    zr_test::WatchedThread waiter([&] { EXPECT_EQ(event.WaitForEvent(60'000), 16u); });
+    EXPECT_TRUE(waiter.UntilAsleep());
+    event.SetEvent(16);
 }
 
 TEST(EventHandler, SetEvent_TwoWaitersAsleep_WakesOne)
 {
-    // A waiter that is not asleep yet sees the bit as well, so that a round on a busy machine may
-    // count two. If SetEvent woke everybody, every round would.
+    // A waiter whose time is over before it sleeps sees the bit as well, so that a round on a busy
+    // machine may count two. If SetEvent woke everybody, every round would.
     bool onlyOne = false;
     for (int round = 0; round < 20 && !onlyOne; ++round) {
         ZrEventHandler_U3V event(1);
         std::atomic<int> woken{0};
-        std::vector<std::thread> waiters;
+        std::list<zr_test::WatchedThread> waiters;
         for (int i = 0; i < 2; ++i) {
             waiters.emplace_back([&] { woken += event.WaitForEvent(150) == 1u; });
         }
-        std::this_thread::sleep_for(50ms);
-        event.SetEvent(1);
-        for (auto& waiter : waiters) {
-            waiter.join();
+        for (const auto& waiter : waiters) {
+            EXPECT_TRUE(waiter.UntilAsleep());
         }
+        event.SetEvent(1);
+        waiters.clear();
         EXPECT_GE(woken, 1);
         onlyOne = woken == 1;
     }
@@ -214,17 +208,17 @@ TEST(EventHandler, SetEvent_TwoWaitersAsleep_WakesOne)
 TEST(EventHandler, Kill_ManyWaiters_ReleasesAllOfThem)
 {
     ZrEventHandler_U3V event(1);
-    std::vector<std::thread> waiters;
+    std::list<zr_test::WatchedThread> waiters;
     std::atomic<int> aborted{0};
-    const auto start = Clock::now();
     for (int i = 0; i < 4; ++i) {
-        waiters.emplace_back([&] { aborted += event.WaitForEvent(20'000) == 0xF0000000u; });
+        waiters.emplace_back([&] { aborted += event.WaitForEvent(60'000) == 0xF0000000u; });
     }
-    std::this_thread::sleep_for(20ms);
+    for (const auto& waiter : waiters) {
+        EXPECT_TRUE(waiter.UntilAsleep());
+    }
+    const auto start = Clock::now();
     event.Kill();
-    for (auto& waiter : waiters) {
-        waiter.join();
-    }
+    waiters.clear();
     EXPECT_EQ(aborted, 4);
     EXPECT_LT(Clock::now() - start, 10s);
 }

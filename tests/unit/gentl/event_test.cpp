@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <gtest/gtest.h>
+#include <list>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "test_module.h"
+#include "wait.h"
 #include "zr_gentl_buffer.h"
 #include "zr_gentl_event_types.h"
 
@@ -224,13 +226,14 @@ TEST(Event, GetData_SignalWhileWaiting_WakesUp)
 {
     ProbeEvent event;
     int a = 0;
-    std::thread producer([&] {
-        std::this_thread::sleep_for(10ms);
-        event.Signal(&a);
+    zr_test::WatchedThread consumer([&] {
+        size_t size = 0;
+        EXPECT_EQ(event.GetData(nullptr, &size, 60'000), 0);
     });
-    size_t size = 0;
-    EXPECT_EQ(event.GetData(nullptr, &size, 10'000), 0);
-    producer.join();
+    EXPECT_TRUE(consumer.UntilAsleep());
+    EXPECT_FALSE(consumer.HasEnded());
+    event.Signal(&a);
+    consumer.Join();
     EXPECT_EQ(event.taken.size(), 1u);
 }
 
@@ -254,19 +257,19 @@ TEST(Event, Kill_EntriesQueued_GetDataAbortsAtOnceUntilFlush)
 TEST(Event, Kill_ManyWaiters_AllAbort)
 {
     ProbeEvent event;
-    std::vector<std::thread> waiters;
+    std::list<zr_test::WatchedThread> waiters;
     std::atomic<int> aborted{0};
     for (int i = 0; i < 4; ++i) {
         waiters.emplace_back([&] {
             size_t size = 0;
-            aborted += event.GetData(nullptr, &size, 20'000) == -1012;
+            aborted += event.GetData(nullptr, &size, 60'000) == -1012;
         });
     }
-    std::this_thread::sleep_for(20ms);
-    event.Kill();
-    for (auto& waiter : waiters) {
-        waiter.join();
+    for (const auto& waiter : waiters) {
+        EXPECT_TRUE(waiter.UntilAsleep());
     }
+    event.Kill();
+    waiters.clear();
     EXPECT_EQ(aborted, 4);
 }
 

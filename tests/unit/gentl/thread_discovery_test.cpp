@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "test_module.h"
+#include "wait.h"
 #include <zr_u3v_tl/gentl.h>
 
 namespace {
@@ -29,21 +30,17 @@ public:
     void DoDiscovery() override
     {
         const int number = ++entered;
-        while (number > allowed && !release) {
-            std::this_thread::sleep_for(1ms);
-        }
+        zr_test::WaitUntil([&] { return number <= allowed || release; });
         if (fail) {
             ++passes;
             throw std::bad_alloc();
         }
-        std::this_thread::sleep_for(passTime);
+        zr_test::LetPass(passTime, "a pass takes its time");
         ++passes;
     }
     void WaitForEntered(int count) const
     {
-        while (entered < count) {
-            std::this_thread::sleep_for(1ms);
-        }
+        zr_test::WaitUntil([&] { return entered >= count; });
     }
 
     using ZrGenTLThreadDiscovery::m_doneEvent;
@@ -65,14 +62,7 @@ protected:
     }
 };
 
-void WaitUntil(const std::function<bool()>& condition)
-{
-    const auto start = Clock::now();
-    while (!condition()) {
-        ASSERT_LT(Clock::now() - start, 60s);
-        std::this_thread::sleep_for(1ms);
-    }
-}
+using zr_test::WaitUntil;
 
 TEST(Discovery, VirtualOperations_StandInTheirOrder)
 {
@@ -212,7 +202,7 @@ TEST(Discovery, NewRequest_WhileOneWithoutEndRuns_EndsIt)
     const int turns = discovery.turns;
     WaitUntil([&] { return discovery.turns > turns + 5; }); // polling again: both are over
     const int passes = discovery.passes;
-    std::this_thread::sleep_for(20ms);
+    zr_test::LetPass(20ms, "no pass more");
     EXPECT_EQ(discovery.passes, passes);
 }
 
@@ -263,7 +253,7 @@ TEST(Discovery, DoneBit_OfAnEarlierRequest_IsFoundAndTaken)
     ASSERT_TRUE(discovery.Start());
     EXPECT_FALSE(discovery.RequestAndWaitDiscovery(5));
     discovery.WaitForEntered(1);
-    std::this_thread::sleep_for(10ms); // the request's time is over: its first pass is its last
+    zr_test::LetPass(10ms, "the time of the request is over: its first pass is its last");
     discovery.allowed = 1;
     WaitUntil([&] { return discovery.m_doneEvent.WaitForEvent(0) == 16; });
     EXPECT_TRUE(discovery.RequestAndWaitDiscovery(20'000));

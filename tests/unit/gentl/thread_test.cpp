@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <gtest/gtest.h>
+#include <list>
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
@@ -14,6 +15,7 @@
 
 #include "no_threads.h"
 #include "test_module.h"
+#include "wait.h"
 
 namespace {
 
@@ -34,9 +36,7 @@ public:
 
     static void UntilReleased(TestThread& self)
     {
-        while (!self.release) {
-            std::this_thread::sleep_for(1ms);
-        }
+        zr_test::WaitUntil([&self] { return self.release.load(); });
     }
 
 private:
@@ -49,9 +49,7 @@ void Nothing(TestThread& /*self*/)
 
 void WaitUntilEnded(ZrGenTLThreadBase& thread)
 {
-    while (thread.IsRunning()) {
-        std::this_thread::sleep_for(1ms);
-    }
+    zr_test::WaitUntil([&thread] { return !thread.IsRunning(); });
 }
 
 TEST(ThreadBase, VirtualOperations_StandInTheirOrder)
@@ -132,18 +130,18 @@ TEST(ThreadBase, Wait_ManyThreads_AllReturnAfterTheEnd)
     TestThread thread(&TestThread::UntilReleased);
     ASSERT_TRUE(thread.Start());
     std::atomic<int> early{0};
-    std::vector<std::thread> waiters;
+    std::list<zr_test::WatchedThread> waiters;
     for (int i = 0; i < 4; ++i) {
         waiters.emplace_back([&] {
             thread.Wait(-1);
             early += thread.IsRunning();
         });
     }
-    std::this_thread::sleep_for(10ms);
-    thread.release = true;
-    for (auto& waiter : waiters) {
-        waiter.join();
+    for (const auto& waiter : waiters) {
+        EXPECT_TRUE(waiter.UntilAsleep());
     }
+    thread.release = true;
+    waiters.clear();
     EXPECT_EQ(early, 0);
 }
 
@@ -168,16 +166,13 @@ TEST(ThreadBase, Wait_OnTheThreadItselfWhileAnotherJoins_DoesNotDeadlock)
 {
     std::atomic<bool> go{false};
     TestThread thread([&](TestThread& self) {
-        while (!go) {
-            std::this_thread::sleep_for(1ms);
-        }
+        zr_test::WaitUntil([&go] { return go.load(); });
         self.Wait(-1);
     });
     ASSERT_TRUE(thread.Start());
-    std::thread other([&] { thread.Wait(-1); });
-    std::this_thread::sleep_for(10ms);
+    zr_test::WatchedThread other([&] { thread.Wait(-1); });
+    EXPECT_TRUE(other.UntilAsleep());
     go = true;
-    other.join();
 }
 
 TEST(ThreadBase, Start_WhileRunning_IsRefused)

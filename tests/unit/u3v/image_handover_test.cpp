@@ -1,4 +1,5 @@
 #include "u3v_image_handover.h"
+#include "wait.h"
 
 #include <algorithm>
 #include <atomic>
@@ -100,24 +101,22 @@ TEST_F(HandoverTest, GetImage_NegativeTimeout_EndsAtOnce)
 TEST_F(HandoverTest, GetImage_ArrivesDuringTheWait)
 {
     Begin(2);
-    std::thread event([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        Publish(7);
-    });
-    EXPECT_EQ(Get(5000), 0);
+    zr_test::WatchedThread reader([&] { EXPECT_EQ(Get(60000), 0); });
+    EXPECT_TRUE(reader.UntilAsleep());
+    EXPECT_FALSE(reader.HasEnded());
+    Publish(7);
+    reader.Join();
     EXPECT_EQ(+header.nBlockId, 7U);
-    event.join();
 }
 
 TEST_F(HandoverTest, GetImage_WaitBegunBeforeTheAcquisition_GetsItsFirstImage)
 {
-    std::thread event([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        Begin(2);
-        Publish(7);
-    });
-    EXPECT_EQ(Get(5000), 0);
-    event.join();
+    zr_test::WatchedThread reader([&] { EXPECT_EQ(Get(60000), 0); });
+    EXPECT_TRUE(reader.UntilAsleep());
+    EXPECT_FALSE(reader.HasEnded());
+    Begin(2);
+    Publish(7);
+    reader.Join();
     EXPECT_EQ(+header.nBlockId, 7U);
 }
 

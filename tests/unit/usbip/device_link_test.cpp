@@ -10,6 +10,7 @@
 #include "camera_config.h"
 #include "link_host.h"
 #include "usb_camera.h"
+#include "wait.h"
 
 namespace {
 
@@ -353,10 +354,9 @@ TEST_F(Link, Stop_EndsABlockedSend)
     constexpr std::uint32_t kLarge = 8U << 20;
     Host().SubmitIn(1, kStream, kLarge);
     device.Put(UsbStatus::Done, Bytes(kLarge, 1));
-    while (!device.Empty()) {
-        std::this_thread::yield();
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    ASSERT_TRUE(zr_test::WaitUntil([this] { return device.Empty(); }));
+    // Whether it is in the send already, nobody but its thread knows.
+    zr_test::LetPass(std::chrono::milliseconds(20), "the link goes from the device to its send");
     link->Stop();
     EXPECT_EQ(Result(), End::Stopped);
 }

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "link_host.h"
+#include "wait.h"
 
 namespace {
 
@@ -73,10 +74,7 @@ protected:
     }
     bool WaitOffered(std::uint32_t wanted) const
     {
-        for (int i = 0; i < 100 && Offered() != wanted; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return Offered() == wanted;
+        return zr_test::WaitUntil([this, wanted] { return Offered() == wanted; });
     }
 
 private:

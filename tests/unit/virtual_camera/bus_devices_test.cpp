@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "bus_host.h"
+#include "wait.h"
 
 namespace {
 
@@ -328,8 +329,7 @@ TEST_F(BusDevices, Reboot_LeavesAndReturns)
     libusb_device_handle* handle = OpenAndClaim();
     Write32(handle, 0x50018, 0xAFFE);
     EXPECT_EQ(0, CountDevices());
-    std::this_thread::sleep_for(35ms);
-    EXPECT_EQ(1, CountDevices());
+    EXPECT_TRUE(zr_test::WaitUntil([] { return CountDevices() == 1; }));
     EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, Send(handle, ReadCommand(0, 4)));
 }
 

@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "bus_host.h"
+#include "wait.h"
 
 namespace {
 
@@ -81,8 +82,7 @@ TEST_F(BusStream, Unplug_WhileStreaming_EndsWithNoDevice)
     Bytes buffer(64);
     EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, ReadStream(handle, buffer));
     EXPECT_FALSE(camera.IsPlugged());
-    std::this_thread::sleep_for(25ms);
-    EXPECT_TRUE(camera.IsPlugged());
+    EXPECT_TRUE(zr_test::WaitUntil([&camera] { return camera.IsPlugged(); }));
     EXPECT_EQ(3U, camera.Stats().images_sent);
 }
 
@@ -91,12 +91,13 @@ TEST_F(BusStream, FrameRate_LiveChange)
     vusb::Camera camera("width=64,height=32,fps=0.001");
     libusb_device_handle* handle = OpenAndClaim();
     StartStream(handle, 2048);
-    std::thread faster([&camera] {
-        std::this_thread::sleep_for(20ms);
-        camera.SetFrameRate(500);
-    });
-    EXPECT_EQ(5, ReadImages(handle, camera.Id(), 5));
-    faster.join();
+    // The first image would take a quarter of an hour.
+    int images = 0;
+    zr_test::WatchedThread reader([&] { images = ReadImages(handle, camera.Id(), 5); });
+    EXPECT_TRUE(reader.UntilAsleep());
+    camera.SetFrameRate(500);
+    reader.Join();
+    EXPECT_EQ(5, images);
 }
 
 TEST_F(BusStream, ManyImages_AreFast)
@@ -138,9 +139,9 @@ TEST_F(BusStream, HandlersAndPluggersTogether_NobodyIsHurt)
     std::thread plug([&] {
         for (int i = 0; i < 30; ++i) {
             camera.Unplug();
-            std::this_thread::sleep_for(1ms);
+            zr_test::LetPass(1ms, "the others meet a bus without it");
             camera.Replug();
-            std::this_thread::sleep_for(2ms);
+            zr_test::LetPass(2ms, "and one with it");
         }
         stop = true;
     });

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "bus_host.h"
+#include "wait.h"
 
 namespace {
 
@@ -58,7 +59,7 @@ TEST_F(BusTransfers, Async_CompletesOnlyInEventHandling)
 {
     Async read(Streaming(), kStreamIn, 65536, 1000);
     ASSERT_EQ(0, libusb_submit_transfer(read.transfer));
-    std::this_thread::sleep_for(20ms);
+    zr_test::LetPass(20ms, "time enough for a completion that must not come by itself");
     EXPECT_EQ(0, read.completions);
     EXPECT_EQ(0, HandleFor(100ms));
     EXPECT_EQ(1, read.completions);
@@ -141,14 +142,14 @@ TEST_F(BusTransfers, Unplug_PendingCompletesWithNoDevice)
 {
     Async read(Streaming("faults=stream-silent"), kStreamIn, 65536, 0);
     ASSERT_EQ(0, libusb_submit_transfer(read.transfer));
-    std::thread unplug([this] {
-        std::this_thread::sleep_for(20ms);
-        vusb_unplug(m_camera);
+    zr_test::WatchedThread events([&read] {
+        while (read.completions == 0) {
+            HandleFor(60s);
+        }
     });
-    while (read.completions == 0) {
-        HandleFor(500ms);
-    }
-    unplug.join();
+    EXPECT_TRUE(events.UntilAsleep());
+    vusb_unplug(m_camera);
+    events.Join();
     EXPECT_EQ(LIBUSB_TRANSFER_NO_DEVICE, read.transfer->status);
     EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, libusb_submit_transfer(read.transfer));
 }
@@ -338,14 +339,12 @@ TEST_F(BusTransfers, HandleEventsCompleted_ReturnsWhenTheFlagIsSet)
 
 TEST_F(BusTransfers, Interrupt_WakesTheHandler)
 {
-    std::thread wake([] {
-        std::this_thread::sleep_for(20ms);
-        libusb_interrupt_event_handler(nullptr);
-    });
+    zr_test::WatchedThread events([] { EXPECT_EQ(0, libusb_handle_events(nullptr)); });
+    EXPECT_TRUE(events.UntilAsleep());
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(0, libusb_handle_events(nullptr));
+    libusb_interrupt_event_handler(nullptr);
+    events.Join();
     EXPECT_GT(5s, std::chrono::steady_clock::now() - start);
-    wake.join();
 }
 
 TEST_F(BusTransfers, EventLock_OneOwner)

@@ -1,0 +1,91 @@
+// Waiting in tests. For a condition or for a thread to be asleep, with a limit that only a fault
+// reaches; for a fixed time only on purpose, with the reason in the test.
+#ifndef ZR_TESTS_WAIT_H
+#define ZR_TESTS_WAIT_H
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include <unistd.h>
+
+namespace zr_test {
+
+// False when the condition has not come true within the limit.
+template <class Condition>
+bool WaitUntil(Condition condition, std::chrono::milliseconds limit = std::chrono::minutes(1))
+{
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return condition();
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+// Time in which something must not happen, or that the test takes for itself: why, the caller says.
+template <class Duration>
+void LetPass(Duration duration, const char* /*why*/)
+{
+    std::this_thread::sleep_for(duration);
+}
+
+// A thread that can be seen waiting; joined at the end.
+class WatchedThread
+{
+public:
+    template <class Body>
+    explicit WatchedThread(Body body)
+        : m_thread([this, body = std::move(body)]() mutable {
+              m_id = gettid();
+              body();
+              m_ended = true;
+          })
+    {
+    }
+    ~WatchedThread() { Join(); }
+    WatchedThread(const WatchedThread&) = delete;
+    WatchedThread& operator=(const WatchedThread&) = delete;
+
+    void Join()
+    {
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+    }
+    bool HasEnded() const { return m_ended; }
+
+    // Until it sleeps in the kernel, for longer than a lock on its way takes; or has ended.
+    bool UntilAsleep() const
+    {
+        int looks = 0;
+        return WaitUntil([this, &looks] {
+            looks = _IsAsleep() ? looks + 1 : 0;
+            return m_ended || looks >= 5;
+        });
+    }
+
+private:
+    // The state stands behind the name, which is in brackets.
+    bool _IsAsleep() const
+    {
+        std::ifstream file("/proc/self/task/" + std::to_string(m_id) + "/stat");
+        std::string line;
+        std::getline(file, line);
+        const std::size_t name = line.rfind(')');
+        return m_id != 0 && name != std::string::npos && line.compare(name, 3, ") S") == 0;
+    }
+
+    std::atomic<pid_t> m_id{0};
+    std::atomic<bool> m_ended{false};
+    std::thread m_thread; // last: it uses the others from its first moment
+};
+
+} // namespace zr_test
+
+#endif
