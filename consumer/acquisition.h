@@ -38,7 +38,7 @@ struct Image
     uint64_t frameId = 0;
     uint64_t timestamp = 0; // of the camera, in ns
     bool isIncomplete = false;
-    std::chrono::steady_clock::time_point arrival;
+    std::chrono::steady_clock::time_point arrival{};
 };
 
 // Announced buffers, all of them queued, and the event that tells of filled ones. The destructor

@@ -3,6 +3,8 @@
 #include <array>
 #include <dlfcn.h>
 
+#include "printable.h"
+
 namespace consumer {
 
 namespace {
@@ -60,7 +62,7 @@ std::string GenTLErrorName(GC_ERROR status)
 
 GenTLError::GenTLError(const std::string& call, GC_ERROR status, const std::string& lastError)
     : Error(call + " failed: " + GenTLErrorName(status) + " (" + std::to_string(status) +
-            "), last error \"" + lastError + "\""),
+            "), last error \"" + Printable(lastError) + "\""),
       m_status(status)
 {
 }

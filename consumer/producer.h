@@ -41,7 +41,8 @@ public:
     using Error::Error;
 };
 
-// A GenTL call that failed: call, code with its name, and the producer's last-error text.
+// A GenTL call that failed: call, code with its name, and the producer's last-error text, fit for a
+// terminal.
 class GenTLError : public Error
 {
 public:

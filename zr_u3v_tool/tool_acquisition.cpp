@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "tool_error.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -105,71 +107,16 @@ std::optional<ClockOffset> MeasureClockOffset(const Camera& camera)
     }
 }
 
-Acquisition::Acquisition(const DataStream& stream, uint64_t payload, size_t buffers)
-    : m_stream(stream), m_api(stream.Api())
+size_t BufferSize(const StreamNeeds& needs)
 {
-    if (payload == 0 || payload > kMaximumPayload) {
+    if (needs.payload == 0 || needs.payload > kMaximumPayload) {
         throw ToolError(ExitCode::Failure,
-                        "the camera names an image of " + std::to_string(payload) + " bytes");
+                        "the camera names an image of " + std::to_string(needs.payload) + " bytes");
     }
-    try {
-        _announce(payload, buffers);
-    } catch (...) {
-        _release();
-        throw;
-    }
+    return needs.payload;
 }
 
-Acquisition::~Acquisition()
-{
-    _release();
-}
-
-// The buffers' handles start as null each time: the producer refuses a variable that looks taken.
-void Acquisition::_announce(uint64_t payload, size_t buffers)
-{
-    GENTL_CALL(m_api, GCRegisterEvent, m_stream.Handle(), EVENT_NEW_BUFFER, &m_newBuffer);
-    m_memory.assign(buffers, std::vector<uint8_t>(payload));
-    for (auto& block : m_memory) {
-        BUFFER_HANDLE buffer = nullptr;
-        GENTL_CALL(m_api, DSAnnounceBuffer, m_stream.Handle(), block.data(), block.size(), nullptr,
-                   &buffer);
-        m_buffers.push_back(buffer);
-        GENTL_CALL(m_api, DSQueueBuffer, m_stream.Handle(), buffer);
-    }
-}
-
-// In the order the producer wants: stop, take the buffers out of its queues, revoke, unregister.
-// Called also for what was only announced in part; failures have nobody to tell.
-void Acquisition::_release()
-{
-    if (m_isRunning) {
-        m_api.DSStopAcquisition(m_stream.Handle(), ACQ_STOP_FLAGS_DEFAULT);
-    }
-    m_api.DSFlushQueue(m_stream.Handle(), ACQ_QUEUE_ALL_DISCARD);
-    for (BUFFER_HANDLE buffer : m_buffers) {
-        m_api.DSRevokeBuffer(m_stream.Handle(), buffer, nullptr, nullptr);
-    }
-    if (m_newBuffer != nullptr) {
-        m_api.GCUnregisterEvent(m_stream.Handle(), EVENT_NEW_BUFFER);
-    }
-}
-
-void Acquisition::Start()
-{
-    GENTL_CALL(m_api, DSStartAcquisition, m_stream.Handle(), ACQ_START_FLAGS_DEFAULT,
-               GENTL_INFINITE);
-    m_isRunning = true;
-}
-
-void Acquisition::Stop()
-{
-    m_isRunning = false;
-    GENTL_CALL(m_api, DSStopAcquisition, m_stream.Handle(), ACQ_STOP_FLAGS_DEFAULT);
-}
-
-// The event may end a wait without an image when another thread has taken it: then it goes on.
-std::optional<Image> Acquisition::Next(uint64_t timeout_ms)
+std::optional<Image> NextImage(const Acquisition& acquisition, uint64_t timeout_ms)
 {
     const auto end = Clock::now() + std::chrono::milliseconds(timeout_ms);
     do {
@@ -177,53 +124,14 @@ std::optional<Image> Acquisition::Next(uint64_t timeout_ms)
             std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
         const uint64_t wait_ms =
             std::min<uint64_t>(static_cast<uint64_t>(std::max<int64_t>(left, 1)), kWaitPiece_ms);
-        EVENT_NEW_BUFFER_DATA data{};
-        size_t size = sizeof data;
-        const GC_ERROR status = m_api.EventGetData(m_newBuffer, &data, &size, wait_ms);
-        if (status == GC_ERR_SUCCESS && data.BufferHandle != nullptr) {
-            return _describe(data.BufferHandle);
-        }
-        if (status != GC_ERR_SUCCESS && status != GC_ERR_TIMEOUT) {
-            m_api.Check(status, "EventGetData");
+        if (auto image = acquisition.Next(wait_ms)) {
+            return image;
         }
     } while (Clock::now() < end && g_isInterrupted == 0);
     return std::nullopt;
 }
 
-void Acquisition::GiveBack(const Image& image)
+RawImage RawOf(const Image& image)
 {
-    GENTL_CALL(m_api, DSQueueBuffer, m_stream.Handle(), image.buffer);
-}
-
-template <class T>
-T Acquisition::_info(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command) const
-{
-    T value{};
-    INFO_DATATYPE type = 0;
-    size_t size = sizeof value;
-    const GC_ERROR status =
-        m_api.DSGetBufferInfo(m_stream.Handle(), buffer, command, &type, &value, &size);
-    // Width, height and format of an image that has none are "not implemented", and stay 0.
-    if (status != GC_ERR_NOT_IMPLEMENTED) {
-        m_api.Check(status, "DSGetBufferInfo");
-    }
-    return value;
-}
-
-// What the producer tells of sizes is used as far as the buffer reaches, no further.
-Image Acquisition::_describe(BUFFER_HANDLE buffer) const
-{
-    Image image;
-    image.arrival = Clock::now();
-    image.buffer = buffer;
-    const auto* const base = _info<const uint8_t*>(buffer, BUFFER_INFO_BASE);
-    image.raw.bytes = {base, std::min(_info<size_t>(buffer, BUFFER_INFO_SIZE_FILLED),
-                                      _info<size_t>(buffer, BUFFER_INFO_SIZE))};
-    image.raw.width = _info<size_t>(buffer, BUFFER_INFO_WIDTH);
-    image.raw.height = _info<size_t>(buffer, BUFFER_INFO_HEIGHT);
-    image.raw.pixelFormat = _info<uint64_t>(buffer, BUFFER_INFO_PIXELFORMAT);
-    image.frameId = _info<uint64_t>(buffer, BUFFER_INFO_FRAMEID);
-    image.timestamp = _info<uint64_t>(buffer, BUFFER_INFO_TIMESTAMP);
-    image.isIncomplete = _info<bool8_t>(buffer, BUFFER_INFO_IS_INCOMPLETE);
-    return image;
+    return {image.bytes, image.width, image.height, image.pixelFormat};
 }

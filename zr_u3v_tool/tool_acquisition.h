@@ -1,13 +1,11 @@
 #pragma once
 
-#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <optional>
-#include <vector>
 
+#include "tool_consumer.h"
 #include "tool_pixel_format.h"
-#include "tool_session.h"
 
 // What the camera says about its streaming interface (its own bootstrap registers).
 struct StreamNeeds
@@ -31,48 +29,14 @@ struct ClockOffset
 };
 std::optional<ClockOffset> MeasureClockOffset(const Camera& camera);
 
-// A delivered buffer, read out. `bytes` belong to the buffer: valid until it is queued again.
-struct Image
-{
-    BUFFER_HANDLE buffer = nullptr;
-    RawImage raw;
-    uint64_t frameId = 0;
-    uint64_t timestamp = 0; // of the camera, in ns
-    bool isIncomplete = false;
-    std::chrono::steady_clock::time_point arrival;
-};
+// Bytes of a buffer for the camera's images. Throws ToolError for a size that no camera has.
+size_t BufferSize(const StreamNeeds& needs);
 
-// Announced buffers and a running acquisition; stopped and revoked by the destructor. Memory is the
-// program's own. Used by one thread.
-class Acquisition
-{
-public:
-    Acquisition(const DataStream& stream, uint64_t payload, size_t buffers);
-    ~Acquisition();
-    Acquisition(const Acquisition&) = delete;
-    Acquisition& operator=(const Acquisition&) = delete;
+// The next image, or nothing after `timeout_ms`. Returns early when the user has asked to stop.
+std::optional<Image> NextImage(const Acquisition& acquisition, uint64_t timeout_ms);
 
-    void Start();
-    // The next image, or nothing after `timeout_ms` (finite: the producer takes an endless wait for
-    // none at all). Returns early when the user has asked to stop.
-    std::optional<Image> Next(uint64_t timeout_ms);
-    void GiveBack(const Image& image);
-    void Stop();
-
-private:
-    void _announce(uint64_t payload, size_t buffers);
-    void _release();
-    Image _describe(BUFFER_HANDLE buffer) const;
-    template <class T>
-    T _info(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command) const;
-
-    const DataStream& m_stream;
-    const Producer& m_api;
-    std::vector<std::vector<uint8_t>> m_memory;
-    std::vector<BUFFER_HANDLE> m_buffers;
-    EVENT_HANDLE m_newBuffer = nullptr;
-    bool m_isRunning = false;
-};
+// The image for decoders and writers; its bytes are still the buffer's.
+RawImage RawOf(const Image& image);
 
 // Set by the first interrupt (Ctrl-C); a second one ends the program at once.
 extern volatile std::sig_atomic_t g_isInterrupted;

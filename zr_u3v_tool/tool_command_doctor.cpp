@@ -1,10 +1,12 @@
 #include <cstdlib>
 #include <memory>
 
+#include "tool_acquisition.h"
+#include "tool_camera_list.h"
 #include "tool_commands.h"
 #include "tool_doctor.h"
 #include "tool_json.h"
-#include "tool_session.h"
+#include "tool_producer.h"
 #include "tool_udev_rule.h"
 
 namespace {
@@ -23,7 +25,7 @@ Findings ExamineOpen(const Camera& camera, const std::string& name, std::vector<
     Findings findings;
     try {
         findings.push_back(JudgeDescription(name, FetchDescription(camera.Api(), camera.Port())));
-    } catch (const ToolError& error) {
+    } catch (const std::runtime_error& error) {
         findings.push_back({Level::Problem, "manifest", name,
                             std::string("the description file cannot be read: ") + error.what(),
                             "zr-u3v xml --url"});
@@ -34,7 +36,7 @@ Findings ExamineOpen(const Camera& camera, const std::string& name, std::vector<
         findings.push_back(JudgeCameraSpeed(name, needs));
         Append(findings, JudgeStream(name, needs));
         const DataStream stream(camera);
-    } catch (const ToolError& error) {
+    } catch (const std::runtime_error& error) {
         findings.push_back({Level::Problem, "stream", name, error.what(),
                             "close other applications that stream from it, then: zr-u3v doctor"});
     }
@@ -64,20 +66,21 @@ Findings ExamineProducer(const Options& options, const UsbTree& usb,
 {
     Findings findings;
     try {
-        const Producer producer(FindProducer(options.producer));
-        findings.push_back({Level::Good, "producer", "", producer.Path().string(), ""});
-        findings.push_back(JudgeEnvironment(std::getenv("GENICAM_GENTL64_PATH"), producer.Path()));
-        const Session session(producer, options.discovery_ms);
+        const Producer producer = LoadProducer(options.producer);
+        findings.push_back({Level::Good, "producer", "", producer.File().string(), ""});
+        findings.push_back(JudgeEnvironment(std::getenv("GENICAM_GENTL64_PATH"), producer.File()));
+        const Session session(producer, {.update_ms = options.discovery_ms});
+        const std::vector<CameraRecord> cameras = ListCameras(session);
         const size_t onBus = options.isVirtual ? 0 : usb.Cameras().size();
-        Append(findings, JudgeListed(onBus, session.Cameras().size()));
-        for (const CameraRecord& record : session.Cameras()) {
+        Append(findings, JudgeListed(onBus, cameras.size()));
+        for (const CameraRecord& record : cameras) {
             Append(findings, Examine(session, record, payloads));
         }
     } catch (const ToolError& error) {
-        const bool isMissing = error.Code() == ExitCode::NoProducer;
-        findings.push_back(
-            {Level::Problem, "producer", "", error.what(),
-             isMissing ? "zr-u3v --cti /path/to/zr_u3v_tl.cti doctor" : "zr-u3v --verbose list"});
+        findings.push_back({Level::Problem, "producer", "", error.what(),
+                            "zr-u3v --cti /path/to/zr_u3v_tl.cti doctor"});
+    } catch (const GenTLError& error) {
+        findings.push_back({Level::Problem, "producer", "", error.what(), "zr-u3v --verbose list"});
     }
     return findings;
 }

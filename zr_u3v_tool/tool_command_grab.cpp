@@ -1,9 +1,11 @@
 #include <filesystem>
 #include <memory>
 
+#include "tool_camera_list.h"
 #include "tool_commands.h"
 #include "tool_image_writer.h"
 #include "tool_json.h"
+#include "tool_producer.h"
 #include "tool_progress.h"
 #include "tool_statistics.h"
 
@@ -69,7 +71,7 @@ public:
     void Put(const Image& image)
     {
         if (m_toOutput) {
-            m_console.PrintBytes(image.raw.bytes.data(), image.raw.bytes.size());
+            m_console.PrintBytes(image.bytes.data(), image.bytes.size());
         } else {
             m_writer->Put(image);
         }
@@ -98,7 +100,7 @@ Statistics Collect(Acquisition& acquisition, const Options& options,
     uint64_t skipped = 0;
     acquisition.Start();
     while (statistics.Images() < options.images && g_isInterrupted == 0) {
-        const auto image = acquisition.Next(options.timeout_ms);
+        const auto image = NextImage(acquisition, options.timeout_ms);
         if (!image) {
             break;
         }
@@ -109,7 +111,7 @@ Statistics Collect(Acquisition& acquisition, const Options& options,
             use(*image);
             progress.Show(statistics.Images(), statistics.Rate());
         }
-        acquisition.GiveBack(*image);
+        acquisition.Queue(image->buffer);
     }
     acquisition.Stop();
     return statistics;
@@ -145,13 +147,12 @@ ExitCode Judge(const Options& options, const Statistics& statistics)
 ExitCode RunGrab(const Options& options, Console& console)
 {
     Sink sink(options, console);
-    const Producer producer(FindProducer(options.producer));
-    const Session session(producer, options.discovery_ms);
-    const Camera camera(session, session.Select(options.camera).id, DEVICE_ACCESS_EXCLUSIVE);
+    const Producer producer = LoadProducer(options.producer);
+    const Session session(producer, {.update_ms = options.discovery_ms});
+    const Camera camera(session, SelectCamera(session, options.camera).id);
     const auto clock = MeasureClockOffset(camera);
     const DataStream stream(camera);
-    const StreamNeeds needs = ReadStreamNeeds(camera);
-    Acquisition acquisition(stream, needs.payload, options.buffers);
+    Acquisition acquisition(stream, BufferSize(ReadStreamNeeds(camera)), options.buffers);
     const Statistics statistics =
         Collect(acquisition, options, clock, [&](const Image& image) { sink.Put(image); });
     sink.Finish();
@@ -194,14 +195,13 @@ double ProcessorSeconds()
 
 ExitCode RunBench(const Options& options, Console& console)
 {
-    const Producer producer(FindProducer(options.producer));
-    const Session session(producer, options.discovery_ms);
-    const Camera camera(session, session.Select(options.camera).id, DEVICE_ACCESS_EXCLUSIVE);
+    const Producer producer = LoadProducer(options.producer);
+    const Session session(producer, {.update_ms = options.discovery_ms});
+    const Camera camera(session, SelectCamera(session, options.camera).id);
     const double control = ControlRate(camera);
     const auto clock = MeasureClockOffset(camera);
     const DataStream stream(camera);
-    const StreamNeeds needs = ReadStreamNeeds(camera);
-    Acquisition acquisition(stream, needs.payload, options.buffers);
+    Acquisition acquisition(stream, BufferSize(ReadStreamNeeds(camera)), options.buffers);
     const double before = ProcessorSeconds();
     const Statistics statistics = Collect(acquisition, options, clock, [](const Image&) {});
     const double processor = (ProcessorSeconds() - before) * 1000 /

@@ -2,10 +2,11 @@
 #include <array>
 
 #include "tool_acquisition.h"
+#include "tool_camera_list.h"
 #include "tool_commands.h"
 #include "tool_description.h"
 #include "tool_json.h"
-#include "tool_session.h"
+#include "tool_producer.h"
 
 namespace {
 
@@ -81,9 +82,9 @@ constexpr Item<PORT_INFO_CMD> kPortItems[] = {
 Json ProducerInfo(const Session& session)
 {
     const Producer& api = session.Api();
-    Json json{{"file", api.Path().string()}};
+    Json json{{"file", api.File().string()}};
     for (const auto& item : kProducerItems) {
-        const auto text = QueryText([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
+        const auto text = consumer::FindText([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
             return api.TLGetInfo(session.System(), item.command, type, buffer, size);
         });
         json[item.name] = text.value_or("");
@@ -92,7 +93,7 @@ Json ProducerInfo(const Session& session)
         const auto ask = [&](INFO_DATATYPE* type, void* buffer, size_t* size) {
             return api.GCGetInfo(command, type, buffer, size);
         };
-        return QueryValue<uint32_t>(ask).value_or(0);
+        return consumer::FindValue<uint32_t>(ask).value_or(0);
     };
     json["gentl_version"] =
         Format("%u.%u", number(TL_INFO_GENTL_VER_MAJOR), number(TL_INFO_GENTL_VER_MINOR));
@@ -104,7 +105,7 @@ Json PortInfo(const Producer& api, PORT_HANDLE port)
 {
     Json json = Json::object();
     for (const auto& item : kPortItems) {
-        const auto text = QueryText([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
+        const auto text = consumer::FindText([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
             return api.GCGetPortInfo(port, item.command, type, buffer, size);
         });
         json[item.name] = text.value_or("");
@@ -160,10 +161,11 @@ Json CameraInfo(const Camera& camera, const CameraRecord& record)
 {
     Json json = JsonOf(record);
     // Live values of the opened camera instead of those of the list.
-    const auto access = QueryValue<int32_t>([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
-        return camera.Api().DevGetInfo(camera.Device(), DEVICE_INFO_ACCESS_STATUS, type, buffer,
-                                       size);
-    });
+    const auto access =
+        consumer::FindValue<int32_t>([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
+            return camera.Api().DevGetInfo(camera.Device(), DEVICE_INFO_ACCESS_STATUS, type, buffer,
+                                           size);
+        });
     json["access"] = AccessName(access.value_or(DEVICE_ACCESS_STATUS_UNKNOWN));
     return json;
 }
@@ -173,28 +175,29 @@ Json CameraInfo(const Camera& camera, const CameraRecord& record)
 // An empty list is a failure with a code of its own, so that a script can wait for a camera.
 ExitCode RunList(const Options& options, Console& console)
 {
-    const Producer producer(FindProducer(options.producer));
-    const Session session(producer, options.discovery_ms);
+    const Producer producer = LoadProducer(options.producer);
+    const Session session(producer, {.update_ms = options.discovery_ms});
+    const std::vector<CameraRecord> cameras = ListCameras(session);
     if (options.json) {
         Json json = Json::array();
-        for (const CameraRecord& camera : session.Cameras()) {
+        for (const CameraRecord& camera : cameras) {
             json.push_back(JsonOf(camera));
         }
         PrintJson(console, json);
-    } else if (!session.Cameras().empty()) {
+    } else if (!cameras.empty()) {
         std::vector<Row> rows;
         if (!options.quiet) {
             rows.push_back({"GUID", "VENDOR", "MODEL", "SERIAL", "USER NAME", "ACCESS"});
         }
-        for (const CameraRecord& camera : session.Cameras()) {
+        for (const CameraRecord& camera : cameras) {
             rows.push_back(RowOf(camera));
         }
         console.Print(Table(rows));
     }
-    if (session.Cameras().empty()) {
+    if (cameras.empty()) {
         throw ToolError(ExitCode::NoCamera, "no camera found (zr-u3v doctor tells why)");
     }
-    for (const CameraRecord& camera : session.Cameras()) {
+    for (const CameraRecord& camera : cameras) {
         if (camera.id.empty()) {
             Warn("a camera does not tell its GUID, most likely for want of permission: run zr-u3v "
                  "doctor");
@@ -206,18 +209,18 @@ ExitCode RunList(const Options& options, Console& console)
 // A camera without a stream is told of as far as it goes.
 ExitCode RunInfo(const Options& options, Console& console)
 {
-    const Producer producer(FindProducer(options.producer));
-    const Session session(producer, options.discovery_ms);
+    const Producer producer = LoadProducer(options.producer);
+    const Session session(producer, {.update_ms = options.discovery_ms});
     Json json{{"producer", ProducerInfo(session)},
               {"interface", PortInfo(producer, session.Interface())}};
-    const CameraRecord& record = session.Select(options.camera);
+    const CameraRecord record = SelectCamera(session, options.camera);
     const Camera camera(session, record.id, DEVICE_ACCESS_READONLY);
     json["camera"] = CameraInfo(camera, record);
     json["device_port"] = PortInfo(producer, camera.Device());
     json["camera_port"] = PortInfo(producer, camera.Port());
     try {
         json["stream"] = StreamInfo(camera);
-    } catch (const ToolError& error) {
+    } catch (const std::runtime_error& error) {
         Warn(error.what());
         json["stream"] = Json::object();
     }

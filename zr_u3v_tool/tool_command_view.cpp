@@ -2,8 +2,10 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "tool_camera_list.h"
 #include "tool_commands.h"
 #include "tool_image_file.h"
+#include "tool_producer.h"
 #include "tool_statistics.h"
 #include "tool_view_picture.h"
 #include "tool_window.h"
@@ -93,21 +95,21 @@ private:
     // False when the user has interrupted.
     bool _takeImage()
     {
-        const auto image = m_acquisition.Next(m_options.timeout_ms);
+        const auto image = NextImage(m_acquisition, m_options.timeout_ms);
         if (!image) {
             if (g_isInterrupted != 0) {
                 return false;
             }
             FailWithoutImage(m_options);
         }
-        m_raster = Decode(image->raw, true);
+        m_raster = Decode(RawOf(*image), true);
         m_statistics.Add(*image);
         m_state.rate = m_rate.Add(image->arrival);
         m_state.frameId = image->frameId;
         m_state.lost = m_statistics.Lost();
         m_state.format = Format("%zux%zu %s", m_raster.width, m_raster.height,
-                                PixelFormatName(image->raw.pixelFormat).c_str());
-        m_acquisition.GiveBack(*image);
+                                PixelFormatName(image->pixelFormat).c_str());
+        m_acquisition.Queue(image->buffer);
         m_picture = ComposeView(m_raster, m_state);
         return true;
     }
@@ -192,12 +194,12 @@ private:
 
 ExitCode RunView(const Options& options, Console& console)
 {
-    const Producer producer(FindProducer(options.producer));
-    const Session session(producer, options.discovery_ms);
-    const CameraRecord& record = session.Select(options.camera);
-    const Camera camera(session, record.id, DEVICE_ACCESS_EXCLUSIVE);
+    const Producer producer = LoadProducer(options.producer);
+    const Session session(producer, {.update_ms = options.discovery_ms});
+    const CameraRecord record = SelectCamera(session, options.camera);
+    const Camera camera(session, record.id);
     const DataStream stream(camera);
-    Acquisition acquisition(stream, ReadStreamNeeds(camera).payload, options.buffers);
+    Acquisition acquisition(stream, BufferSize(ReadStreamNeeds(camera)), options.buffers);
     Viewer(options, console, record, acquisition).Run();
     return ExitCode::Success;
 }

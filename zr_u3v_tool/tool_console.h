@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "printable.h"
+
 // Standard output of the program, kept apart from what libraries below print on descriptor 1: the
 // producer tells its user about time-outs there, and a script that reads our JSON must not see it.
 // From construction on descriptor 1 leads to standard error (`showLibraryOutput`) or to nowhere,
@@ -34,5 +36,4 @@ private:
 void Warn(const std::string& text);
 
 std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
-// The text without control characters: what cameras call themselves goes to terminals.
-std::string Printable(std::string_view text);
+using consumer::Printable;

@@ -8,6 +8,7 @@
 #include <zip.h>
 
 #include "tool_console.h"
+#include "tool_error.h"
 
 namespace {
 
@@ -150,13 +151,9 @@ DescriptionUrl ParseDescriptionUrl(const std::string& url)
 
 std::string DescriptionUrlOf(const Producer& api, PORT_HANDLE port)
 {
-    size_t size = 0;
-    INFO_DATATYPE type = 0;
-    GENTL_CALL(api, GCGetPortURLInfo, port, 0, URL_INFO_URL, &type, nullptr, &size);
-    std::string url(size, '\0');
-    GENTL_CALL(api, GCGetPortURLInfo, port, 0, URL_INFO_URL, &type, url.data(), &size);
-    url.resize(std::min(url.size(), url.find('\0')));
-    return url;
+    return api.Text("GCGetPortURLInfo", [&](INFO_DATATYPE* type, void* text, size_t* size) {
+        return api.GCGetPortURLInfo(port, 0, URL_INFO_URL, type, text, size);
+    });
 }
 
 // The camera tells the length; ParseDescriptionUrl has refused what no document has.

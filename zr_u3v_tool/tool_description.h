@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "tool_session.h"
+#include "tool_consumer.h"
 
 // A description document of a port: where it is and what it holds.
 struct Description

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tool_console.h"
+#include "tool_error.h"
 
 namespace {
 

@@ -26,8 +26,8 @@ void ImageWriter::Put(const Image& image)
     // The acquisition's buffer goes back as soon as this returns, so its bytes are copied.
     Job job;
     job.path = ImagePath(m_pattern, ++m_number, m_count, image.frameId);
-    job.bytes.assign(image.raw.bytes.begin(), image.raw.bytes.end());
-    job.image = image.raw;
+    job.bytes.assign(image.bytes.begin(), image.bytes.end());
+    job.image = RawOf(image);
 
     std::unique_lock lock(m_mutex);
     m_changed.wait(lock, [&] {

@@ -1,5 +1,8 @@
 #include "tool_port.h"
 
+#include "tool_camera_list.h"
+#include "tool_producer.h"
+
 namespace {
 
 using Visitor = std::function<void(const Producer&, PORT_HANDLE, const std::string&)>;
@@ -14,7 +17,7 @@ bool IsWanted(const std::string& wanted, const char* name)
 void VisitCamera(const Session& session, const Options& options, const std::string& wanted,
                  DEVICE_ACCESS_FLAGS access, const Visitor& use)
 {
-    const Camera camera(session, session.Select(options.camera).id, access);
+    const Camera camera(session, SelectCamera(session, options.camera).id, access);
     if (IsWanted(wanted, "device")) {
         use(session.Api(), camera.Device(), "device");
     }
@@ -32,8 +35,8 @@ void VisitCamera(const Session& session, const Options& options, const std::stri
 void Visit(const Options& options, const std::string& wanted, DEVICE_ACCESS_FLAGS access,
            const Visitor& use)
 {
-    const Producer producer(FindProducer(options.producer));
-    const Session session(producer, options.discovery_ms);
+    const Producer producer = LoadProducer(options.producer);
+    const Session session(producer, {.update_ms = options.discovery_ms});
     if (IsWanted(wanted, "system")) {
         use(producer, session.System(), "system");
     }

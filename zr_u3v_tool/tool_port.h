@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "tool_consumer.h"
 #include "tool_options.h"
-#include "tool_session.h"
 
 // The modules whose ports can be named: the camera itself and the four of the producer.
 const std::vector<std::string>& PortNames();

@@ -1,59 +1,16 @@
 #include "tool_producer.h"
 
-#include <array>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <sstream>
 #include <vector>
 
-#include "tool_console.h"
+#include "tool_error.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
 constexpr const char* kProducerFile = "zr_u3v_tl.cti";
-
-struct ErrorName
-{
-    GC_ERROR status;
-    const char* name;
-};
-
-constexpr ErrorName kErrorNames[] = {
-    {GC_ERR_SUCCESS, "GC_ERR_SUCCESS"},
-    {GC_ERR_ERROR, "GC_ERR_ERROR"},
-    {GC_ERR_NOT_INITIALIZED, "GC_ERR_NOT_INITIALIZED"},
-    {GC_ERR_NOT_IMPLEMENTED, "GC_ERR_NOT_IMPLEMENTED"},
-    {GC_ERR_RESOURCE_IN_USE, "GC_ERR_RESOURCE_IN_USE"},
-    {GC_ERR_ACCESS_DENIED, "GC_ERR_ACCESS_DENIED"},
-    {GC_ERR_INVALID_HANDLE, "GC_ERR_INVALID_HANDLE"},
-    {GC_ERR_INVALID_ID, "GC_ERR_INVALID_ID"},
-    {GC_ERR_NO_DATA, "GC_ERR_NO_DATA"},
-    {GC_ERR_INVALID_PARAMETER, "GC_ERR_INVALID_PARAMETER"},
-    {GC_ERR_IO, "GC_ERR_IO"},
-    {GC_ERR_TIMEOUT, "GC_ERR_TIMEOUT"},
-    {GC_ERR_ABORT, "GC_ERR_ABORT"},
-    {GC_ERR_INVALID_BUFFER, "GC_ERR_INVALID_BUFFER"},
-    {GC_ERR_NOT_AVAILABLE, "GC_ERR_NOT_AVAILABLE"},
-    {GC_ERR_INVALID_ADDRESS, "GC_ERR_INVALID_ADDRESS"},
-    {GC_ERR_BUFFER_TOO_SMALL, "GC_ERR_BUFFER_TOO_SMALL"},
-    {GC_ERR_INVALID_INDEX, "GC_ERR_INVALID_INDEX"},
-    {GC_ERR_PARSING_CHUNK_DATA, "GC_ERR_PARSING_CHUNK_DATA"},
-    {GC_ERR_INVALID_VALUE, "GC_ERR_INVALID_VALUE"},
-    {GC_ERR_RESOURCE_EXHAUSTED, "GC_ERR_RESOURCE_EXHAUSTED"},
-    {GC_ERR_OUT_OF_MEMORY, "GC_ERR_OUT_OF_MEMORY"},
-    {GC_ERR_BUSY, "GC_ERR_BUSY"},
-    {GC_ERR_AMBIGUOUS, "GC_ERR_AMBIGUOUS"},
-};
-
-// "GCReadPort failed: GC_ERR_IO (-1010), last error ...": call, name, number, and what the producer
-// adds.
-std::string FailureText(const std::string& call, GC_ERROR status, const std::string& lastError)
-{
-    return Format("%s failed: %s (%d), last error \"%s\"", call.c_str(),
-                  GenTLErrorName(status).c_str(), status, Printable(lastError).c_str());
-}
 
 // GENICAM_GENTL64_PATH names folders, and some put the file itself there.
 std::vector<fs::path> Candidates(const std::string& wanted)
@@ -78,22 +35,25 @@ std::vector<fs::path> Candidates(const std::string& wanted)
     return places;
 }
 
-} // namespace
-
-std::string GenTLErrorName(GC_ERROR status)
+fs::path FindProducer(const std::string& wanted)
 {
-    for (const ErrorName& entry : kErrorNames) {
-        if (entry.status == status) {
-            return entry.name;
+    std::string looked;
+    for (const fs::path& place : Candidates(wanted)) {
+        std::error_code ignored;
+        const bool isFolder = fs::is_directory(place, ignored);
+        const bool isOurs = !wanted.empty() || isFolder || place.filename() == kProducerFile;
+        const fs::path file = (isFolder ? place / kProducerFile : place).lexically_normal();
+        if (isOurs && fs::exists(file, ignored)) {
+            return fs::absolute(file, ignored);
         }
+        looked += "\n  " + file.string();
     }
-    return Format("GC_ERR_%d", status);
+    throw ToolError(ExitCode::NoProducer,
+                    "no producer found (give --cti or set GENICAM_GENTL64_PATH); looked at:" +
+                        looked);
 }
 
-GenTLError::GenTLError(const std::string& call, GC_ERROR status, const std::string& lastError)
-    : ToolError(ExitCode::Failure, FailureText(call, status, lastError)), m_status(status)
-{
-}
+} // namespace
 
 // Where the program really is, whatever link it was started by.
 fs::path ProgramFolder()
@@ -125,72 +85,11 @@ std::string ProgramCommand()
     return quoted + "'";
 }
 
-fs::path FindProducer(const std::string& wanted)
+Producer LoadProducer(const std::string& wanted)
 {
-    std::string looked;
-    for (const fs::path& place : Candidates(wanted)) {
-        std::error_code ignored;
-        const bool isFolder = fs::is_directory(place, ignored);
-        const bool isOurs = !wanted.empty() || isFolder || place.filename() == kProducerFile;
-        const fs::path file = (isFolder ? place / kProducerFile : place).lexically_normal();
-        if (isOurs && fs::exists(file, ignored)) {
-            return fs::absolute(file, ignored);
-        }
-        looked += "\n  " + file.string();
-    }
-    throw ToolError(ExitCode::NoProducer,
-                    "no producer found (give --cti or set GENICAM_GENTL64_PATH); looked at:" +
-                        looked);
-}
-
-Producer::Producer(const fs::path& path)
-    : m_path(path), m_library(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL))
-{
-    if (m_library == nullptr) {
-        throw ToolError(ExitCode::NoProducer,
-                        std::string("cannot load the producer: ") + dlerror());
-    }
     try {
-#define TOOL_RESOLVE(name) name = reinterpret_cast<P##name>(_resolve(#name));
-        TOOL_GENTL_FUNCTIONS(TOOL_RESOLVE)
-#undef TOOL_RESOLVE
-        Check(GCInitLib(), "GCInitLib");
-    } catch (...) {
-        dlclose(m_library);
-        throw;
+        return Producer(FindProducer(wanted));
+    } catch (const consumer::LoadError& error) {
+        throw ToolError(ExitCode::NoProducer, error.what());
     }
-}
-
-Producer::~Producer()
-{
-    // The library itself stays: the process is about to end, and what a library below it keeps for
-    // its lifetime would look like a leak once its own memory has gone.
-    GCCloseLib();
-}
-
-// The last error belongs to the calling thread, and to its latest failure: asked for at once.
-void Producer::Check(GC_ERROR status, const char* call) const
-{
-    if (status == GC_ERR_SUCCESS) {
-        return;
-    }
-    GC_ERROR code = 0;
-    std::array<char, 1024> text{};
-    size_t size = text.size();
-    if (GCGetLastError(&code, text.data(), &size) != GC_ERR_SUCCESS) {
-        text.front() = '\0';
-    }
-    text.back() = '\0';
-    throw GenTLError(call, status, text.data());
-}
-
-// Anything may have the extension .cti; without every function it is none.
-void* Producer::_resolve(const char* name) const
-{
-    void* const function = dlsym(m_library, name);
-    if (function == nullptr) {
-        throw ToolError(ExitCode::NoProducer,
-                        m_path.string() + " is no GenTL producer: it has no " + name);
-    }
-    return function;
 }

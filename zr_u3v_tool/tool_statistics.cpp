@@ -33,7 +33,7 @@ void Statistics::Add(const Image& image)
     }
     m_images++;
     m_incomplete += image.isIncomplete ? 1 : 0;
-    m_bytes += image.raw.bytes.size();
+    m_bytes += image.bytes.size();
     m_lastFrame = image.frameId;
     m_last = image.arrival;
     if (image.timestamp != 0) {

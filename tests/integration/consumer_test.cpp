@@ -81,9 +81,16 @@ TEST_F(Consumer, FailingCall_TellsCallCodeAndTheProducersText)
     }
 }
 
+TEST_F(Consumer, ProducersText_IsFitForATerminal)
+{
+    const consumer::GenTLError error("GCReadPort", GC_ERR_IO, "no\tanswer");
+    EXPECT_STREQ(error.what(), "GCReadPort failed: GC_ERR_IO (-1010), last error \"no?answer\"");
+}
+
 TEST_F(Consumer, ErrorWithoutAName_IsNamedByItsNumber)
 {
     EXPECT_EQ(consumer::GenTLErrorName(GC_ERR_IO), "GC_ERR_IO");
+    EXPECT_EQ(consumer::GenTLErrorName(GC_ERR_AMBIGUOUS), "GC_ERR_AMBIGUOUS");
     EXPECT_EQ(consumer::GenTLErrorName(-10001), "GC_ERR_-10001");
 }
 

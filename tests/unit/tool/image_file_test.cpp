@@ -79,10 +79,7 @@ TEST(ImageFile, FullDisk_IsTold)
 
 Image ImageOf(const std::vector<uint8_t>& bytes, uint64_t frame)
 {
-    Image image;
-    image.raw = {bytes, 2, 2, 0x01080001};
-    image.frameId = frame;
-    return image;
+    return {.bytes = bytes, .width = 2, .height = 2, .pixelFormat = 0x01080001, .frameId = frame};
 }
 
 TEST(ImageWriter, WritesEveryImageInOrder)

@@ -15,7 +15,7 @@ Image At(uint64_t frame, std::chrono::nanoseconds arrival, uint64_t stamp = 0)
     image.frameId = frame;
     image.timestamp = stamp;
     image.arrival = std::chrono::steady_clock::time_point(arrival);
-    image.raw.bytes = bytes;
+    image.bytes = bytes;
     return image;
 }
 
