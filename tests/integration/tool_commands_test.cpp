@@ -70,7 +70,7 @@ TEST_F(ToolTest, Info_TellsModulesAndStream)
     EXPECT_EQ(json["interface"]["id"], "ZRK-USB-3-IF ID");
     EXPECT_EQ(json["camera"]["serial"], "A1");
     EXPECT_EQ(json["device_port"]["port_name"], "DevicePort");
-    EXPECT_EQ(json["camera_port"]["port_name"], "Device");
+    EXPECT_EQ(json["camera_port"]["port_name"], "");
     EXPECT_EQ(json["stream"]["payload_size"], 3072);
     EXPECT_EQ(json["stream"]["leader_size"], 52);
     EXPECT_EQ(json["stream"]["trailer_size"], 32);
