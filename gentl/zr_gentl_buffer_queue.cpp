@@ -1,7 +1,6 @@
 #include "zr_gentl_buffer_queue.h"
 
 #include <algorithm>
-#include <set>
 
 ZrGenTLBufferQueue::~ZrGenTLBufferQueue()
 {
@@ -160,26 +159,30 @@ void ZrGenTLBufferQueue::Clear(ZR_BUFFER_TYPE_LIST list, bool deleteBuffers)
     if (!_isValid(list)) {
         return;
     }
-    std::set<ZrGenTLBuffer*> doomed;
-    {
-        Locker lock(m_mutex);
-        List* const entries = _getBufferQueue(list);
-        if (deleteBuffers) {
-            for (size_t i = 0; i < entries->size(); ++i) {
-                doomed.insert((*entries)[i]);
-            }
-            // No list keeps the address of a freed buffer.
-            for (List* const other : {&m_input, &m_output, &m_announced}) {
-                other->erase_if([&](ZrGenTLBuffer* entry) { return doomed.contains(entry); });
-            }
-        }
-        entries->clear();
-    }
-    // Outside the lock: whoever is still inside a buffer may need the queue to get out.
-    for (ZrGenTLBuffer* const buffer : doomed) {
+    // One by one, since freeing must not need memory; without the lock, since whoever is still
+    // inside a buffer may need the queue to get out.
+    while (ZrGenTLBuffer* const buffer = deleteBuffers ? _takeOut(list) : nullptr) {
         buffer->Gate().ShutAndWait();
         delete buffer;
     }
+    Locker lock(m_mutex);
+    _getBufferQueue(list)->clear();
+}
+
+// The front of the list, gone from all three: none keeps the address of a freed buffer. NULL when
+// the list is empty.
+ZrGenTLBuffer* ZrGenTLBufferQueue::_takeOut(ZR_BUFFER_TYPE_LIST list)
+{
+    Locker lock(m_mutex);
+    const List& entries = *_getBufferQueue(list);
+    if (entries.empty()) {
+        return nullptr;
+    }
+    ZrGenTLBuffer* const buffer = entries[0];
+    for (List* const each : {&m_input, &m_output, &m_announced}) {
+        each->erase_if([buffer](const ZrGenTLBuffer* entry) { return entry == buffer; });
+    }
+    return buffer;
 }
 
 Pinned<ZrGenTLBuffer> ZrGenTLBufferQueue::PinByHandle(ZR_BUFFER_TYPE_LIST list, void* handle)

@@ -62,6 +62,8 @@ private:
     ZrGenTLBuffer* _find(ZR_BUFFER_TYPE_LIST list, bool remove, Predicate matches)
         ZR_REQUIRES(m_mutex);
 
+    ZrGenTLBuffer* _takeOut(ZR_BUFFER_TYPE_LIST list) ZR_EXCLUDES(m_mutex);
+
     Mutex m_mutex;
     List m_input ZR_GUARDED_BY(m_mutex);
     List m_output ZR_GUARDED_BY(m_mutex);

@@ -217,6 +217,8 @@ int U3V_Stream::_runSession()
         _joinSession(m_Timings.TransferWait());
         m_Session->FreeBlocks();
         m_Handover->End();
+        _write(kCameraAcquisition, uint32_t{0});
+        _enableStream(false);
         throw;
     }
     if (result < 0) {

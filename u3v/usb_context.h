@@ -12,15 +12,25 @@ public:
     // Null when libusb_init failed; `result` is its answer.
     static std::shared_ptr<UsbContext> Init(int& result)
     {
+        // Memory first: without it libusb is left as it was.
+        const std::shared_ptr<UsbContext> context(new UsbContext);
         result = libusb_init(nullptr);
-        return result == 0 ? std::shared_ptr<UsbContext>(new UsbContext) : nullptr;
+        context->m_bInitialized = result == 0;
+        return context->m_bInitialized ? context : nullptr;
     }
-    ~UsbContext() { libusb_exit(nullptr); }
+    ~UsbContext()
+    {
+        if (m_bInitialized) {
+            libusb_exit(nullptr);
+        }
+    }
     UsbContext(const UsbContext&) = delete;
     UsbContext& operator=(const UsbContext&) = delete;
 
 private:
     UsbContext() = default;
+
+    bool m_bInitialized = false;
 };
 
 // An open device, which keeps its context.

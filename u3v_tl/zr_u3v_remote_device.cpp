@@ -88,11 +88,17 @@ GC_ERROR ZrU3VRemoteDevice::Open(int32_t flags)
             return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
         }
     }
-    const GC_ERROR status = _openCamera(flags);
-    if (status != GC_ERR_SUCCESS) {
+    // Whatever fails, also for want of memory, leaves nothing open.
+    try {
+        const GC_ERROR status = _openCamera(flags);
+        if (status != GC_ERR_SUCCESS) {
+            _closeHandles();
+        }
+        return status;
+    } catch (...) {
         _closeHandles();
+        throw;
     }
-    return status;
 }
 
 GC_ERROR ZrU3VRemoteDevice::_openCamera(int32_t flags)
