@@ -10,6 +10,11 @@
 uint16_t U3V_GetImageBounded(U3V_STREAM_HANDLE hStream, void* pDestination, size_t capacity,
                              uint32_t nTimeout, IMAGE_HEADER* pHeader);
 
+// Has a running acquisition end without waiting for it; U3V_AcquisitionStop then waits from here
+// on. Not exported either: for whoever ends several streams at once. U3V_STATUS_SUCCESS, also when
+// nothing runs.
+uint16_t U3V_RequestStop(U3V_STREAM_HANDLE hStream);
+
 // Room for names longer than an int16_t length: same exchange as U3V_ReadMem/U3V_WriteMem, but a
 // length outside what one exchange carries (1012 bytes read, 1024 written) is refused with
 // U3V_STATUS_GENCP_INVALID_PARAMETER.

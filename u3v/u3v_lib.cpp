@@ -222,6 +222,14 @@ uint16_t U3V_AcquisitionStart(U3V_STREAM_HANDLE hStream, uint32_t nImagesToAcqui
                     [&](U3V_Stream& stream) { return stream.AcquisitionStart(nImagesToAcquire); });
 }
 
+uint16_t U3V_RequestStop(U3V_STREAM_HANDLE hStream)
+{
+    return U3V_Call(hStream, [](U3V_Stream& stream) {
+        stream.RequestStop();
+        return U3V_STATUS_SUCCESS;
+    });
+}
+
 uint16_t U3V_AcquisitionStop(U3V_STREAM_HANDLE hStream, uint64_t* pnImagesAcquired,
                              uint64_t* pnLostCount)
 {

@@ -265,6 +265,18 @@ uint16_t U3V_Stream::GetImage(void* destination, size_t capacity, uint32_t timeo
     return m_Handover->GetImage(destination, capacity, timeout_ms, *header);
 }
 
+void U3V_Stream::RequestStop()
+{
+    // Whoever starts or stops just now sees to the end himself.
+    if (!m_StateMutex.TryLock()) {
+        return;
+    }
+    if (m_Session != nullptr) {
+        m_Session->RequestStop();
+    }
+    m_StateMutex.Unlock();
+}
+
 uint16_t U3V_Stream::AcquisitionStop(uint64_t* imagesAcquired, uint64_t* lostCount)
 {
     Locker lock(m_StateMutex);
@@ -274,8 +286,9 @@ uint16_t U3V_Stream::AcquisitionStop(uint64_t* imagesAcquired, uint64_t* lostCou
     if (!m_bOpened) {
         return U3V_STATUS_STREAM_NOT_OPEN;
     }
-    // Quirk Q72: the wait is for a completion after this moment, so a stream that ended by itself
-    // costs the whole wait. The transfer is not cancelled: it ends at the latest by its time-out.
+    // Quirk Q72: the wait is for a completion after this moment, or after the request before it, so
+    // a stream that ended by itself costs the whole wait. The transfer is not cancelled: it ends at
+    // the latest by its time-out.
     if (m_Session != nullptr && !m_Session->StopAndAwaitDone()) {
         std::puts("DS_STATUS_IMAGE_TIMEOUT");
     }

@@ -32,6 +32,9 @@ public:
     // Sets or clears the stream enable bit; on success that is the acquiring state.
     uint16_t EnableStream(bool enable) ZR_EXCLUDES(m_StateMutex);
     uint16_t AcquisitionStart(uint32_t imagesToAcquire) ZR_EXCLUDES(m_StateMutex);
+    // Has a running acquisition end at its next completion, without waiting: the wait of the
+    // AcquisitionStop that follows counts from here. So several streams end side by side.
+    void RequestStop() ZR_EXCLUDES(m_StateMutex);
     // The outputs are written on success of a stop only, not when nothing was acquiring.
     uint16_t AcquisitionStop(uint64_t* imagesAcquired, uint64_t* lostCount)
         ZR_EXCLUDES(m_StateMutex);

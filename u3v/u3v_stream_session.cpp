@@ -328,14 +328,28 @@ void U3V_StreamSession::_end()
     m_Ended.Broadcast();
 }
 
+// The flag is set and the wait begun under one lock: what has ended before does not count.
+void U3V_StreamSession::_beginStop()
+{
+    if (!m_StopDeadline.has_value()) {
+        m_bStop = true;
+        m_bDone = false;
+        m_StopDeadline = ZrDeadlineAfter(m_Setup.timings.stopWait);
+    }
+}
+
+void U3V_StreamSession::RequestStop()
+{
+    Locker lock(m_DoneMutex);
+    _beginStop();
+}
+
 bool U3V_StreamSession::StopAndAwaitDone()
 {
-    // The flag is set and the wait begun under one lock: a completion that sees the flag can only
-    // signal once somebody listens.
     Locker lock(m_DoneMutex);
-    m_bStop = true;
-    m_bDone = false;
-    const timespec deadline = ZrDeadlineAfter(m_Setup.timings.stopWait);
+    _beginStop();
+    const timespec deadline = *m_StopDeadline;
+    m_StopDeadline.reset(); // a stop that is repeated begins anew
     while (!m_bDone) {
         if (m_Done.TimedWait(m_DoneMutex, deadline) != 0) {
             return m_bDone;

@@ -92,8 +92,10 @@ public:
     // A transfer of some session has completed. Static, because the session is found in it.
     static void Complete(libusb_transfer* transfer);
 
-    // Sets the stop flag and waits once for the end of streaming; false when it did not come in
-    // time, which is always so when streaming had already ended.
+    // Sets the stop flag; the wait for the end of streaming begins here.
+    void RequestStop() ZR_EXCLUDES(m_DoneMutex);
+    // The same, unless a stop was requested already, and waits once for the end of streaming; false
+    // when it did not come in time, which is always so when streaming had already ended.
     bool StopAndAwaitDone() ZR_EXCLUDES(m_DoneMutex);
     // Sets the stop flag and waits up to `wait_ms` for the transfer only. When the bus does not
     // give it back, the session is kept as an orphan, with blocks and handle, and the event thread
@@ -126,6 +128,7 @@ private:
     void _resubmitOrStop();
     void _finish() ZR_EXCLUDES(m_DoneMutex);
     void _end() ZR_EXCLUDES(m_DoneMutex);
+    void _beginStop() ZR_REQUIRES(m_DoneMutex);
     bool _mustServe() const;
     uint32_t _received() const;
 
@@ -154,5 +157,6 @@ private:
     Condition m_Done;  // end of streaming after a stop
     Condition m_Ended; // end of the transfer for whatever reason
     bool m_bDone ZR_GUARDED_BY(m_DoneMutex) = false;
+    std::optional<timespec> m_StopDeadline ZR_GUARDED_BY(m_DoneMutex); // of a stop that has begun
     std::shared_ptr<U3V_StreamSession> m_Self ZR_GUARDED_BY(m_DoneMutex); // while in flight
 };

@@ -327,6 +327,20 @@ GC_ERROR ZrU3VDataStream::StopAcquisition(int32_t flags)
     return GC_ERR_SUCCESS;
 }
 
+void ZrU3VDataStream::RequestStop()
+{
+    // Whoever opens, closes, starts or stops just now sees to the end himself.
+    if (!m_controlMutex.TryLock()) {
+        return;
+    }
+    if (_isAcquiring()) {
+        m_pThreadAcquisition->Stop();
+        _wakeAcquisition();
+        m_pRemoteDevice->RequestStop();
+    }
+    m_controlMutex.Unlock();
+}
+
 // The acquisition thread itself, when it has its number of images. If somebody else starts or stops
 // just now it goes on: a stopping caller has set the stop flag and waits for this very thread.
 void ZrU3VDataStream::_endOwnAcquisition()

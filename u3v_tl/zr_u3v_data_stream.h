@@ -47,6 +47,8 @@ public:
     GC_ERROR FlushQueue(int32_t operation);
     GC_ERROR StartAcquisition(int32_t flags, uint64_t count);
     GC_ERROR StopAcquisition(int32_t flags);
+    // Tells a running acquisition to end, without waiting for it: the Close that follows does.
+    void RequestStop();
     GC_ERROR GetBufferID(uint32_t index, void** handle);
     GC_ERROR GetBufferInfo(void* handle, int32_t cmd, int32_t* type, void* buffer, size_t* size);
     GC_ERROR GetInfo(int32_t cmd, int32_t* type, void* buffer, size_t* size);

@@ -116,6 +116,13 @@ GC_ERROR ZrU3VDevice::Close()
     return GC_ERR_SUCCESS;
 }
 
+void ZrU3VDevice::RequestStop()
+{
+    for (uint32_t index = 0; const auto stream = m_streams.PinByIndex(index); ++index) {
+        static_cast<ZrU3VDataStream&>(*stream).RequestStop();
+    }
+}
+
 void ZrU3VDevice::_closeStreams()
 {
     while (ZrGenTLModuleBase* stream = m_streams.FindByIndex(0, true)) {

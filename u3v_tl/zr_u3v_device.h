@@ -35,6 +35,8 @@ public:
     // Closes and destroys stream and remote device, whatever state they are in, once no call is
     // inside any of the three.
     GC_ERROR Close();
+    // Tells a running acquisition to end, without waiting for it: the Close that follows does.
+    void RequestStop();
 
     // The remote device, as a port handle; NULL while closed.
     GC_ERROR GetPort(void** port);

@@ -118,6 +118,11 @@ GC_ERROR ZrU3VInterface::Close()
 
 void ZrU3VInterface::_closeDevices()
 {
+    // All are told to stop before the first is waited for: a camera that is silent ends when its
+    // transfer times out, and so many of them do at the same time.
+    for (uint32_t index = 0; const auto device = m_devices.PinByIndex(index); ++index) {
+        static_cast<ZrU3VDevice&>(*device).RequestStop();
+    }
     while (ZrGenTLModuleBase* module = m_devices.FindByIndex(0, true)) {
         g_Controller.UnregisterModule(module);
         static_cast<ZrU3VDevice*>(module)->Close();

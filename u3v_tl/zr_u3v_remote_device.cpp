@@ -346,6 +346,13 @@ GC_ERROR ZrU3VRemoteDevice::StartAcquisition(uint64_t numberOfImages)
     });
 }
 
+void ZrU3VRemoteDevice::RequestStop()
+{
+    if (const U3V_STREAM_HANDLE stream = m_hStream) {
+        static_cast<void>(U3V_RequestStop(stream));
+    }
+}
+
 GC_ERROR ZrU3VRemoteDevice::StopAcquisition()
 {
     return _onStream(__func__, [](U3V_STREAM_HANDLE stream) -> GC_ERROR {

@@ -54,6 +54,8 @@ public:
     GC_ERROR SetBufferCount(uint32_t count);
     GC_ERROR SetTransferSize(uint32_t size);
     GC_ERROR StartAcquisition(uint64_t numberOfImages);
+    // Has a running acquisition end without waiting for it; nothing without a stream.
+    void RequestStop();
     GC_ERROR StopAcquisition();
     // Waits up to `timeout` ms for an image and writes at most `capacity` bytes of it. Returns a
     // U3V status (widened with sign), not a GenTL code.

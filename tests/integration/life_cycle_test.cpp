@@ -230,4 +230,35 @@ TEST_F(LifeCycle, UpdateWithoutEnd_TimesOutAndTheInterfaceClosesWithinAPass)
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
 }
 
+// A silent camera ends when its transfer times out, up to 3 s later: all of them at once, not one
+// after the other.
+TEST_F(LifeCycle, CloseLib_ManySilentCameras_EndSideBySide)
+{
+    const vusb::Camera cameras("width=16,height=16,count=12,faults=stream-silent");
+    TL_HANDLE system = nullptr;
+    ASSERT_EQ(Gentl().TLOpen(&system), GC_ERR_SUCCESS);
+    ASSERT_EQ(Gentl().TLUpdateInterfaceList(system, nullptr, 0), GC_ERR_SUCCESS);
+    IF_HANDLE interface = nullptr;
+    ASSERT_EQ(Gentl().TLOpenInterface(system, kInterfaceId, &interface), GC_ERR_SUCCESS);
+    ASSERT_EQ(Gentl().IFUpdateDeviceList(interface, nullptr, 50 * kUpdateTime), GC_ERR_SUCCESS);
+    for (uint32_t index = 0; index < 12; ++index) {
+        char id[64];
+        size_t size = sizeof(id);
+        ASSERT_EQ(Gentl().IFGetDeviceID(interface, index, id, &size), GC_ERR_SUCCESS);
+        DEV_HANDLE device = nullptr;
+        ASSERT_EQ(Gentl().IFOpenDevice(interface, id, DEVICE_ACCESS_EXCLUSIVE, &device),
+                  GC_ERR_SUCCESS);
+        DS_HANDLE stream = nullptr;
+        ASSERT_EQ(Gentl().DevOpenDataStream(device, "0", &stream), GC_ERR_SUCCESS);
+        BUFFER_HANDLE buffer = nullptr;
+        ASSERT_EQ(Gentl().DSAllocAndAnnounceBuffer(stream, 256, nullptr, &buffer), GC_ERR_SUCCESS);
+        ASSERT_EQ(Gentl().DSQueueBuffer(stream, buffer), GC_ERR_SUCCESS);
+        ASSERT_EQ(Gentl().DSStartAcquisition(stream, 0, GENTL_INFINITE), GC_ERR_SUCCESS);
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_EQ(Gentl().GCCloseLib(), GC_ERR_SUCCESS);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(9));
+    ASSERT_EQ(Gentl().GCInitLib(), GC_ERR_SUCCESS);
+}
+
 } // namespace

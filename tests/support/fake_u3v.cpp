@@ -331,6 +331,11 @@ uint16_t U3V_AcquisitionStart(U3V_STREAM_HANDLE /*hStream*/, uint32_t nImagesToA
     return FakeU3VAccess::Enter(__func__, std::to_string(nImagesToAcquire));
 }
 
+uint16_t U3V_RequestStop(U3V_STREAM_HANDLE /*hStream*/)
+{
+    return FakeU3VAccess::Enter(__func__, "");
+}
+
 uint16_t U3V_AcquisitionStop(U3V_STREAM_HANDLE /*hStream*/, uint64_t* pnImagesAcquired,
                              uint64_t* pnLostCount)
 {

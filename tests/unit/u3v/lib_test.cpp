@@ -79,6 +79,7 @@ TEST_F(LibTest, NullHandle_IsInvalidHandleWithoutTouchingAnythingElse)
     EXPECT_EQ(U3V_OpenStream(nullptr, nullptr, &stream, 1), 0xC01A);
     EXPECT_EQ(U3V_CloseStream(nullptr), 0xC01A);
     EXPECT_EQ(U3V_AcquisitionStart(nullptr, 1), 0xC01A);
+    EXPECT_EQ(U3V_RequestStop(nullptr), 0xC01A);
     EXPECT_EQ(U3V_AcquisitionStop(nullptr, &wide, &wide), 0xC01A);
     EXPECT_EQ(U3V_GetImage(nullptr, data, 1, &header), 0xC01A);
     EXPECT_EQ(U3V_GetImageBounded(nullptr, data, 4, 1, &header), 0xC01A);

@@ -744,6 +744,59 @@ TEST_F(StreamTest, LimitedAcquisition_StopsAfterTheTrailerAndLogsTheCountAskedFo
     EXPECT_EQ(lost, 0U);
 }
 
+TEST_F(StreamTest, RequestStop_ThenACompletion_TheStopFindsItDone)
+{
+    Start();
+    CaptureStdout();
+    stream->RequestStop();
+    EXPECT_TRUE(stream->IsAcquiring());
+    usb.Complete(LIBUSB_TRANSFER_TIMED_OUT);
+    EXPECT_TRUE(usb.AwaitDrained());
+    EXPECT_EQ(GetCapturedStdout(), "Timeout (normal)\n");
+    EXPECT_EQ(Submitted().size(), 1U);
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_EQ(printed, "\n\n"); // and not DS_STATUS_IMAGE_TIMEOUT
+    EXPECT_FALSE(stream->IsAcquiring());
+}
+
+TEST_F(StreamTest, RequestStop_StreamingHasEnded_TheWaitOfTheStopCountsFromTheRequest)
+{
+    Start(1);
+    PlayImage(1);
+    ASSERT_TRUE(usb.AwaitDrained());
+    stream->RequestStop();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200)); // longer than stopWait
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(140));
+    EXPECT_EQ(printed, "DS_STATUS_IMAGE_TIMEOUT\n\n\n");
+}
+
+TEST_F(StreamTest, RequestStop_NothingRuns_ChangesNothing)
+{
+    stream->RequestStop();
+    Start();
+    EXPECT_EQ(Stop(), 0);
+    stream->RequestStop();
+    EXPECT_EQ(stream->AcquisitionStart(1), 0);
+    PlayImage(1);
+    EXPECT_EQ(Get(), 0);
+}
+
+TEST_F(StreamTest, RequestStop_WhileAnotherStops_DoesNotWait)
+{
+    Start(1);
+    PlayImage(1);
+    ASSERT_TRUE(usb.AwaitDrained());
+    CaptureStdout();
+    std::thread stopper([&] { EXPECT_EQ(stream->AcquisitionStop(&acquired, &lost), 0); });
+    while (stream->IsAcquiring()) {
+        stream->RequestStop();
+    }
+    stopper.join();
+    GetCapturedStdout();
+}
+
 TEST_F(StreamTest, NoImagesToAcquire_EndsAtTheFirstCompletion)
 {
     Start(0);

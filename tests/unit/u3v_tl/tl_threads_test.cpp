@@ -394,4 +394,30 @@ TEST_F(Threads, OpenDevice_WhileItsOldHandleCloses_WaitsForItsEnd)
     EXPECT_LT(closed, opened);
 }
 
+// ---- several streams end side by side
+
+TEST_F(Threads, CloseLib_TwoAcquiringCameras_BothAreToldBeforeOneIsWaitedFor)
+{
+    UpdateDevices();
+    for (const char* const id : {"GUID-A", "GUID-B"}) {
+        DEV_HANDLE device = nullptr;
+        ASSERT_EQ(IFOpenDevice(m_iface, id, DEVICE_ACCESS_EXCLUSIVE, &device), 0);
+        DS_HANDLE stream = nullptr;
+        ASSERT_EQ(DevOpenDataStream(device, "0", &stream), 0);
+        BUFFER_HANDLE buffer = nullptr;
+        ASSERT_EQ(DSAllocAndAnnounceBuffer(stream, 16, nullptr, &buffer), 0);
+        ASSERT_EQ(DSStartAcquisition(stream, 0, GENTL_INFINITE), 0);
+    }
+    FakeU3V::Instance().ClearJournal();
+    EXPECT_EQ(GCCloseLib(), 0);
+    std::vector<std::string> stops;
+    for (const std::string& call : FakeU3V::Instance().Journal()) {
+        if (call.find("Stop") != std::string::npos) {
+            stops.push_back(call);
+        }
+    }
+    EXPECT_EQ(stops, (std::vector<std::string>{"U3V_RequestStop", "U3V_RequestStop",
+                                               "U3V_AcquisitionStop", "U3V_AcquisitionStop"}));
+}
+
 } // namespace
