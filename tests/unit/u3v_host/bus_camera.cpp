@@ -20,6 +20,13 @@ std::filesystem::path NewFolder()
 BusTest::BusTest() : m_root(NewFolder())
 {
     vusb_reset();
+    m_options.systemRoot = m_root.string();
+    m_options.stringTime = 100ms;
+    m_options.control.defaultTime = 100ms;
+    m_options.control.maximumTime = 100ms;
+    m_options.control.pendingTime = 1000ms;
+    m_options.control.pendingRounds = 20;
+    m_options.control.drainTime = 1ms;
     std::filesystem::create_directories(m_root / "sys/bus/usb/devices");
 }
 
@@ -38,23 +45,10 @@ BusTest::~BusTest()
     EXPECT_EQ(live.dev_mem_blocks, 0U);
 }
 
-CameraListOptions BusTest::Options() const
-{
-    CameraListOptions options;
-    options.systemRoot = m_root.string();
-    options.stringTime = 100ms;
-    options.control.defaultTime = 100ms;
-    options.control.maximumTime = 100ms;
-    options.control.pendingTime = 1000ms;
-    options.control.pendingRounds = 20;
-    options.control.drainTime = 1ms;
-    return options;
-}
-
 CameraList& BusTest::List()
 {
     if (m_list == nullptr) {
-        m_list = std::make_unique<CameraList>(Options());
+        m_list = std::make_unique<CameraList>(m_options);
     }
     return *m_list;
 }
@@ -65,15 +59,6 @@ std::unique_ptr<Camera> BusTest::OpenOnly(OpenMode mode)
     const auto cameras = List().Cameras();
     EXPECT_EQ(cameras.size(), 1U);
     return List().Open(cameras.at(0)->id, mode);
-}
-
-std::vector<std::string> BusTest::Ids()
-{
-    std::vector<std::string> ids;
-    for (const auto& camera : List().Cameras()) {
-        ids.push_back(camera->id);
-    }
-    return ids;
 }
 
 void BusTest::WriteAttribute(const std::string& device, const std::string& name,

@@ -45,19 +45,18 @@ protected:
     BusTest();
     ~BusTest() override;
 
-    // Times that a test can wait for.
-    CameraListOptions Options() const;
-    // Made at the first call.
+    // Made at the first call, with m_options.
     CameraList& List();
     void CloseList() { m_list.reset(); }
     // Looks at the bus and opens the only camera.
     std::unique_ptr<Camera> OpenOnly(OpenMode mode = OpenMode::ReadWrite);
-    std::vector<std::string> Ids();
 
     // In the device tree: the text of a device's attribute, the driver of an interface.
     void WriteAttribute(const std::string& device, const std::string& name,
                         const std::string& text) const;
     void SetDriver(const std::string& interface, const std::string& driver) const;
+
+    CameraListOptions m_options; // times that a test can wait for
 
 private:
     const std::filesystem::path m_root;
