@@ -70,6 +70,22 @@ TEST_F(LifeCycle, RestartAfterALimitedAcquisition_Delivers)
     EXPECT_TRUE(stream.Next());
 }
 
+TEST_F(LifeCycle, CountAbove32Bits_CameraSendsItsLowBits_StopAndRestartWork)
+{
+    const vusb::Camera camera("width=64,height=64");
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize());
+    stream.Start((uint64_t{1} << 32) + 2);
+    EXPECT_TRUE(stream.Next());
+    EXPECT_TRUE(stream.Next());
+    EXPECT_FALSE(stream.Next(300));
+    EXPECT_NO_THROW(stream.Stop());
+    stream.Rewind();
+    stream.Start();
+    EXPECT_TRUE(stream.Next());
+}
+
 TEST_F(LifeCycle, StartWhileAcquiring_RestartsTheStream)
 {
     const vusb::Camera camera("width=64,height=64");

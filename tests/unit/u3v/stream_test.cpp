@@ -807,6 +807,20 @@ TEST_F(StreamTest, NoImagesToAcquire_EndsAtTheFirstCompletion)
     EXPECT_EQ(usb.liveTransfers.load(), 0);
 }
 
+// The next leader belongs to the image that follows it, also where both share the one buffer.
+TEST_F(StreamTest, OneBuffer_LeaderUnderWay_ReadyImageKeepsItsHeader)
+{
+    Open();
+    stream->SetBufferCount(1);
+    ASSERT_EQ(stream->AcquisitionStart(kForEver), 0);
+    PlayImage(3);
+    usb.Complete(LIBUSB_TRANSFER_COMPLETED, Leader(4));
+    ASSERT_TRUE(usb.AwaitDrained());
+    EXPECT_EQ(Get(), 0);
+    EXPECT_EQ(+header.nBlockId, 0x1000000000000003U);
+    EXPECT_EQ(image[0], 3);
+}
+
 TEST_F(StreamTest, LeaderLost_ImageKeepsTheHeaderOfItsBuffer)
 {
     Open();

@@ -271,6 +271,31 @@ TEST_F(OpenTree, Close_ChildrenThroughTheirParents_HandlesGone)
     EXPECT_EQ(TLGetNumInterfaces(m_tl, &count), -1006);
 }
 
+// The stream ends while the remote device can still be used; then both are gone before the camera's
+// channels close.
+TEST_F(OpenTree, DevClose_StreamThenRemoteDeviceThenCamera)
+{
+    using Statuses = std::vector<GC_ERROR>;
+    const auto ask = [&] {
+        uint32_t count = 0;
+        INFO_DATATYPE type = 0;
+        size_t size = 0;
+        return Statuses{DSGetInfo(m_stream, STREAM_INFO_ID, &type, nullptr, &size),
+                        GCGetNumPortURLs(m_remote, &count), DevGetNumDataStreams(m_device, &count)};
+    };
+    EXPECT_EQ(ask(), (Statuses{0, 0, 0}));
+    Statuses closingStream;
+    Statuses closingControl;
+    FakeU3V::Instance().OnCall("U3V_CloseStream", [&] { closingStream = ask(); });
+    FakeU3V::Instance().OnCall("U3V_CloseControl", [&] { closingControl = ask(); });
+    FakeU3V::Instance().ClearJournal();
+    EXPECT_EQ(DevClose(m_device), 0);
+    EXPECT_EQ(closingStream, (Statuses{-1006, 0, -1006}));
+    EXPECT_EQ(closingControl, (Statuses{-1006, -1006, -1006}));
+    EXPECT_EQ(FakeU3V::Instance().Journal(),
+              (std::vector<std::string>{"U3V_CloseStream", "U3V_CloseControl", "U3V_CloseDevice"}));
+}
+
 TEST_F(SystemTest, IFClose_NoParent_Error)
 {
     ZrU3VInterface orphan({"orphan", "orphan", "U3V"}, nullptr);

@@ -318,6 +318,22 @@ TEST_F(AcquisitionTest, Run_CountThree_StopsAfterThreeImagesNotCountingFailures)
     EXPECT_EQ(m_stream->StopAcquisition(0), GC_ERR_SUCCESS) << "stopped already";
 }
 
+TEST_F(AcquisitionTest, Run_CountAbove32Bits_DoesNotStopAtItsLowBits)
+{
+    ZrGenTLEvent* const event = RegisterEvent();
+    void* const handle = AnnounceAndQueue(0);
+    ASSERT_EQ(m_stream->StartAcquisition(0, (uint64_t{1} << 32) + 1), GC_ERR_SUCCESS);
+    EXPECT_EQ(m_fake.CountOf("U3V_AcquisitionStart 1"), 1U) << "the camera gets 32 bits";
+    for (uint64_t i = 0; i < 4; ++i) {
+        m_fake.PushImage(MakeImage(i));
+        ASSERT_EQ(Take(event, 5000), handle);
+        ASSERT_EQ(m_stream->QueueBuffer(handle), GC_ERR_SUCCESS);
+    }
+    EXPECT_FALSE(IsStopped());
+    EXPECT_EQ(m_fake.CountOf("U3V_AcquisitionStop"), 0U);
+    EXPECT_EQ(m_stream->StopAcquisition(0), GC_ERR_SUCCESS);
+}
+
 TEST_F(AcquisitionTest, Run_EmptyInputList_WaitsInsteadOfSpinning)
 {
     Announce(0);
