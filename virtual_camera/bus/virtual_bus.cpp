@@ -200,6 +200,14 @@ int vusb_poke(int id, uint64_t address, const void* data, size_t size)
     });
 }
 
+int vusb_send_event(int id, uint16_t event, const void* data, size_t size)
+{
+    return WithCamera(id, [&](vcam::UsbCamera& camera) {
+        const auto* bytes = static_cast<const std::uint8_t*>(data);
+        return Answer(camera.SendEvent(event, {bytes, size}), "events are switched off");
+    });
+}
+
 int vusb_camera_get_stats(int id, vusb_camera_stats* stats)
 {
     const BusLock lock = Bus().Guard();

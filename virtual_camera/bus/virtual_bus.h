@@ -94,6 +94,8 @@ VUSB_API int vusb_set_frame_rate(int id, double frames_per_second);
 /* Register access behind the protocol: no access checks, but the effects of a write. 0 or -1. */
 VUSB_API int vusb_peek(int id, uint64_t address, void* data, size_t size);
 VUSB_API int vusb_poke(int id, uint64_t address, const void* data, size_t size);
+/* Sends an event with these data. 0, or -1 also while the host has not switched events on. */
+VUSB_API int vusb_send_event(int id, uint16_t event, const void* data, size_t size);
 VUSB_API int vusb_camera_get_stats(int id, vusb_camera_stats* stats);
 /* Times a protocol error of this kind has happened ("locked-register", ...; NULL: all). */
 VUSB_API uint64_t vusb_camera_errors(int id, const char* kind);
@@ -175,6 +177,10 @@ public:
     void SetOptions(const std::string& options) const
     {
         Checked(vusb_set_options(m_id, options.c_str()));
+    }
+    bool SendEvent(std::uint16_t event, const std::vector<unsigned char>& data = {}) const
+    {
+        return vusb_send_event(m_id, event, data.data(), data.size()) == 0;
     }
     void SetFrameRate(double rate) const { Checked(vusb_set_frame_rate(m_id, rate)); }
     std::size_t PayloadSize() const { return vusb_payload_size(m_id); }

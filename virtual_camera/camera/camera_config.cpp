@@ -7,7 +7,9 @@
 #include <functional>
 #include <limits>
 
+#include "camera_layout.h"
 #include "fault_plan.h"
+#include "manifest.h"
 #include "pixel_format.h"
 
 namespace vcam {
@@ -113,6 +115,30 @@ bool ToPadding(std::string_view text, Padding& padding)
     return Choose<Padding>(text, padding, kPaddings);
 }
 
+bool ToPayloadType(std::string_view text, std::uint16_t& type)
+{
+    constexpr std::pair<std::string_view, std::uint16_t> kTypes[] = {
+        {"image", stream::kImagePayload},
+        {"chunk", stream::kChunkPayload},
+        {"gendc", stream::kGenDCPayload}};
+    return Choose<std::uint16_t>(text, type, kTypes) || ToNumber(text, type);
+}
+
+bool ToStreamRegisters(std::string_view text, StreamRegisters& registers)
+{
+    constexpr std::pair<std::string_view, StreamRegisters> kKinds[] = {
+        {"free", StreamRegisters::Free},
+        {"fixed", StreamRegisters::Fixed},
+        {"ignored", StreamRegisters::Ignored}};
+    return Choose<StreamRegisters>(text, registers, kKinds);
+}
+
+bool ToManifest(std::string_view text, std::string& manifest)
+{
+    manifest = text;
+    return text.empty() || ParseManifest(text).has_value();
+}
+
 bool ToUnused(std::string_view text, bool& empty)
 {
     constexpr std::pair<std::string_view, bool> kWays[] = {{"empty", true}, {"omitted", false}};
@@ -180,10 +206,14 @@ constexpr Option kOptions[] = {
      SetFlag<&Config::drop>},
     {{"depth", "images that the camera itself can keep"}, SetNumber<&Config::depth, 1, 1000>},
     {{"zip", "1: the description file is zipped", kSwitch}, SetFlag<&Config::zip>},
+    {{"manifest", "description files: SCHEMA[/FILE][/zip|no-hash|...] joined by +, or none"},
+     [](Config& c, Text v) { return ToManifest(v, c.manifest); }},
     {{"description-size", "the description file is padded to so many bytes"},
      SetNumber<&Config::descriptionSize, 0, 1U << 24>},
     {{"strict", "1: a read command must carry length 12", kSwitch}, SetFlag<&Config::strict>},
     {{"events", "1: with an event interface", kSwitch}, SetFlag<&Config::events>},
+    {{"multi-event", "1: several events in one packet", kSwitch}, SetFlag<&Config::multiEvent>},
+    {{"event-length", "maximum event transfer length"}, SetNumber<&Config::eventLength, 24, 65535>},
     {{"high-speed", "1: a USB 2.0 camera", kSwitch}, SetFlag<&Config::highSpeed>},
     {{"written-length", "0: write acknowledges without the written length", kSwitch},
      SetFlag<&Config::writtenLength>},
@@ -193,8 +223,28 @@ constexpr Option kOptions[] = {
     {{"trailer", "required trailer size"}, SetNumber<&Config::trailerSize, 32, 65535>},
     {{"payload-extra", "bytes that the payload exceeds the image by"},
      SetNumber<&Config::payloadExtra, 0, 1U << 24>},
+    {{"payload", "type of the payload: image, chunk, gendc, or a number that nobody knows"},
+     [](Config& c, Text v) { return ToPayloadType(v, c.payloadType); }},
+    {{"chunks", "1: images carry chunks from the start", kSwitch}, SetFlag<&Config::chunks>},
+    {{"chunk-bytes", "length of the chunk UserBytes; 0: it is not enabled"},
+     SetNumber<&Config::chunkBytes, 0, 65536>},
+    {{"chunk-bytes-vary", "1: it has another length in each image", kSwitch},
+     SetFlag<&Config::chunkBytesVary>},
+    {{"padding-x", "bytes behind every row"}, SetNumber<&Config::paddingX, 0, 4096>},
+    {{"offset-x", "first column of the image on the sensor"},
+     SetNumber<&Config::offsetX, 0, kMaxSide>},
+    {{"offset-y", "first row of the image on the sensor"},
+     SetNumber<&Config::offsetY, 0, kMaxSide>},
+    {{"sensor-width", "columns of the sensor; 0: as many as needed"},
+     SetNumber<&Config::sensorWidth, 0, 2 * kMaxSide>},
+    {{"sensor-height", "rows of the sensor; 0: as many as needed"},
+     SetNumber<&Config::sensorHeight, 0, 2 * kMaxSide>},
     {{"padding", "leaders and trailers: own (size), required, alignment, or all (payload as well)"},
      [](Config& c, Text v) { return ToPadding(v, c.padding); }},
+    {{"stream-registers", "those that the host programs: free, fixed (refused), or ignored"},
+     [](Config& c, Text v) { return ToStreamRegisters(v, c.streamRegisters); }},
+    {{"fixed-transfer", "payload transfer size of stream registers that are not free"},
+     SetNumber<&Config::fixedTransfer, 1, kMaxU32>},
     {{"unused", "transfers that a short image does not need: empty, or omitted"},
      [](Config& c, Text v) { return ToUnused(v, c.emptyUnused); }},
     {{"min-height", "images have from so many rows to all of them; 0: always all"},

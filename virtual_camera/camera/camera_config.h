@@ -29,6 +29,14 @@ enum class Padding : std::uint32_t
     All        // and the payload as well
 };
 
+// What becomes of a write to the registers that the host programs the stream with.
+enum class StreamRegisters : std::uint32_t
+{
+    Free,
+    Fixed,  // refused: they hold values of the camera's own
+    Ignored // accepted without effect
+};
+
 struct CameraConfig
 {
     // Strings; the GUID is 12 upper-case hexadecimal digits.
@@ -53,16 +61,30 @@ struct CameraConfig
 
     // Protocol.
     bool zip = false;
+    std::string manifest;              // empty: one entry, as "zip" says
     std::uint32_t descriptionSize = 0; // the description file is at least so long
     bool strict = false;               // a read command's length field must be 12
     bool events = false;               // an event interface between control and stream
+    bool multiEvent = false;           // several events in one packet
+    std::uint32_t eventLength = 1024;  // maximum event transfer length
     bool highSpeed = false;            // USB 2.0 packets of 512 bytes
     bool writtenLength = true;         // write acknowledges tell how much was written
     std::uint32_t alignment = 3;       // exponent: sizes are multiples of 2^alignment
     std::uint32_t leaderSize = 52;     // required sizes; larger ones are padded with zeros
     std::uint32_t trailerSize = 32;
     std::uint32_t payloadExtra = 0; // bytes that the required payload exceeds the image by
+    std::uint16_t payloadType = 1;  // of an image without chunks; 0x4000: chunks alone
+    bool chunks = false;            // chunk mode is active from the start
+    std::uint32_t chunkBytes = 0;   // length of the chunk UserBytes
+    bool chunkBytesVary = false;    // that is its greatest length
+    std::uint16_t paddingX = 0;     // bytes behind every row
+    std::uint32_t offsetX = 0;      // where the image lies on the sensor
+    std::uint32_t offsetY = 0;
+    std::uint32_t sensorWidth = 0; // 0: as large as the image needs
+    std::uint32_t sensorHeight = 0;
     Padding padding = Padding::Required;
+    StreamRegisters streamRegisters = StreamRegisters::Free;
+    std::uint32_t fixedTransfer = 65536; // payload transfer size of registers that are not free
     bool emptyUnused = true;         // transfers that a short image leaves are sent empty, or not
     std::uint32_t minHeight = 0;     // images have from so many rows to all of them; 0: all
     std::uint64_t firstBlock = 0;    // block id of the first image

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 
+#include "camera_events.h"
 #include "description_file.h"
 #include "sha1.h"
 #include "zip_writer.h"
@@ -25,8 +26,9 @@ std::uint64_t Capability(const CameraConfig& config)
     constexpr std::uint64_t kSbrm = 1U << 9;
     constexpr std::uint64_t kEndianness = 1U << 10;
     constexpr std::uint64_t kWrittenLength = 1U << 11;
+    constexpr std::uint64_t kMultiEvent = 1U << 12;
     return kUserName | kPrivilege | kTimestamp | kFamily | kSbrm | kEndianness |
-           (config.writtenLength ? kWrittenLength : 0);
+           (config.writtenLength ? kWrittenLength : 0) | (config.multiEvent ? kMultiEvent : 0);
 }
 
 // The value that a register will have when the bytes at address have been written.
@@ -48,12 +50,12 @@ T Overlay(Register<T> reg, T present, std::uint64_t address, const std::uint8_t*
 } // namespace
 
 CameraMemory::CameraMemory(const CameraConfig& config, const FaultPlan& faults)
-    : m_payloadExtra(config.payloadExtra), m_start(Clock::now())
+    : m_config(config), m_start(Clock::now())
 {
-    const bool hasSirm = faults.Find("no-sirm") == nullptr;
     _AddBootstrap(config);
-    _AddU3V(config, hasSirm);
+    _AddU3V(config, faults);
     _AddStream(config);
+    _AddEvents(config);
     _AddManifest(config, faults);
     _AddCameraRegisters(config);
     m_blocks.push_back({kUserMemoryBase,
@@ -95,15 +97,21 @@ void CameraMemory::_AddBootstrap(const CameraConfig& config)
     Set(abrm::kAccessPrivilege, config.privilege);
 }
 
-void CameraMemory::_AddU3V(const CameraConfig& config, bool hasSirm)
+void CameraMemory::_AddU3V(const CameraConfig& config, const FaultPlan& faults)
 {
     m_blocks.push_back({sbrm::kBase, std::vector<std::uint8_t>(sbrm::kSize), {}});
     Set(sbrm::kU3VVersion, kVersion10);
     Set(sbrm::kMaxCommand, config.maxCommand);
     Set(sbrm::kMaxAcknowledge, config.maxAcknowledge);
     Set(sbrm::kCurrentSpeed, config.highSpeed ? kHighSpeed : kSuperSpeed);
+    const bool hasSirm = faults.Find("no-sirm") == nullptr;
+    const bool hasEirm = config.events && faults.Find("no-eirm") == nullptr;
+    Set(sbrm::kCapability, (hasSirm ? sbrm::kHasSirm : 0) | (hasEirm ? sbrm::kHasEirm : 0));
+    if (hasEirm) {
+        Set(sbrm::kEirmAddress, eirm::kBase);
+        Set(sbrm::kEirmLength, eirm::kLength);
+    }
     if (hasSirm) {
-        Set(sbrm::kCapability, std::uint64_t{1});
         Set(sbrm::kStreamChannels, std::uint32_t{1});
         Set(sbrm::kSirmAddress, sirm::kBase);
         Set(sbrm::kSirmLength, sirm::kLength);
@@ -122,41 +130,82 @@ void CameraMemory::_AddStream(const CameraConfig& config)
     Set(sirm::kRequiredTrailer, config.trailerSize);
 }
 
+void CameraMemory::_AddEvents(const CameraConfig& config)
+{
+    if (!config.events) {
+        return;
+    }
+    m_blocks.push_back({eirm::kBase,
+                        std::vector<std::uint8_t>(0x1000),
+                        {{eirm::kControl.address, 4}, {eirm::kTest.address, 4}}});
+    Set(eirm::kMaxLength, config.eventLength);
+}
+
 void CameraMemory::_AddManifest(const CameraConfig& config, const FaultPlan& faults)
 {
-    std::string text = DescriptionXml(config);
-    text.resize(std::max<std::size_t>(text.size(), config.descriptionSize), '\n');
-    std::vector<std::uint8_t> file(text.begin(), text.end());
-    if (config.zip) {
-        file = ZipArchive(DescriptionName(config), file);
+    ManifestEntry usual;
+    usual.zip = config.zip;
+    std::vector<ManifestEntry> entries{usual};
+    if (!config.manifest.empty()) {
+        entries = *ParseManifest(config.manifest); // checked when it was set
     }
-    m_blocks.push_back({kDescriptionBase, std::move(file), {}});
-
-    const Fault* entries = faults.Find("manifest-entries");
-    const std::int64_t count = entries == nullptr ? 1 : entries->Value(0);
-    const std::size_t present = static_cast<std::size_t>(std::clamp<std::int64_t>(count, 1, 60));
+    if (entries.empty()) {
+        Set(abrm::kManifestAddress, std::uint64_t{0});
+        entries.push_back(usual); // nobody is told of it
+    }
+    const bool sizeZero = faults.Find("manifest-size-zero") != nullptr;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        entries[i].empty = entries[i].empty || sizeZero;
+        _AddDescription(i, entries[i]);
+    }
     m_blocks.push_back({manifest::kBase, std::vector<std::uint8_t>(0x1000), {}});
+    const Fault* fault = faults.Find("manifest-entries");
+    const auto usualCount = static_cast<std::int64_t>(entries.size());
+    const std::int64_t count = fault == nullptr ? usualCount : fault->Value(0);
     Set(Register<std::uint64_t>{manifest::kBase}, static_cast<std::uint64_t>(count));
-    const bool empty = faults.Find("manifest-size-zero") != nullptr;
+    const auto present = static_cast<std::size_t>(std::clamp<std::int64_t>(count, 1, 60));
     for (std::size_t i = 0; i < present; ++i) {
-        _PutManifestEntry(i, config, empty ? 0 : DescriptionFile().size());
+        const std::size_t file = i < entries.size() ? i : 0;
+        _PutManifestEntry(i, file, entries[file]);
     }
 }
 
-void CameraMemory::_PutManifestEntry(std::size_t index, const CameraConfig& config,
-                                     std::uint64_t fileSize)
+void CameraMemory::_AddDescription(std::size_t index, const ManifestEntry& entry)
+{
+    std::string text = DescriptionXml(m_config, entry);
+    text.resize(std::max<std::size_t>(text.size(), m_config.descriptionSize), '\n');
+    std::vector<std::uint8_t> file(text.begin(), text.end());
+    if (entry.zip) {
+        file = ZipArchive(DescriptionName(m_config), file);
+    }
+    m_blocks.push_back({kDescriptionBase + index * kDescriptionStride, std::move(file), {}});
+}
+
+void CameraMemory::_PutManifestEntry(std::size_t place, std::size_t file,
+                                     const ManifestEntry& entry)
 {
     Block* block =
-        _Find(manifest::kFirstEntry + index * manifest::kEntrySize, manifest::kEntrySize);
-    std::uint8_t* entry = block->bytes.data() + 8 + index * manifest::kEntrySize;
-    constexpr std::uint32_t kFile100 = 0x01000000;  // 1.0.0
-    constexpr std::uint32_t kSchema11 = 0x01010000; // 1.1, device description
-    manifest::kFileVersion.Store(entry, kFile100);
-    manifest::kFormat.Store(entry, kSchema11 | (config.zip ? manifest::kZipBit : 0));
-    manifest::kAddress.Store(entry, kDescriptionBase);
-    manifest::kFileSize.Store(entry, fileSize);
-    const auto digest = Sha1(DescriptionFile());
-    std::copy(digest.begin(), digest.end(), entry + manifest::kSha1);
+        _Find(manifest::kFirstEntry + place * manifest::kEntrySize, manifest::kEntrySize);
+    std::uint8_t* at = block->bytes.data() + 8 + place * manifest::kEntrySize;
+    const auto version = [](const FileVersion& v) {
+        return std::uint32_t{v.major} << 24 | std::uint32_t{v.minor} << 16;
+    };
+    std::uint32_t format = version(entry.schema) | (entry.zip ? manifest::kZipBit : 0);
+    format |= (entry.wrongType ? manifest::kBufferXml : 0) |
+              (entry.wrongFormat ? manifest::kNoFormat : 0);
+    constexpr std::uint64_t kNowhere = 0xFFFFFFFF00000000ULL;
+    constexpr std::uint64_t kHuge = 1ULL << 62;
+    const std::vector<std::uint8_t>& bytes = _DescriptionFile(file);
+    const std::uint64_t address = kDescriptionBase + file * kDescriptionStride;
+    manifest::kFileVersion.Store(at, version(entry.file) | entry.file.subMinor);
+    manifest::kFormat.Store(at, format);
+    manifest::kAddress.Store(at, entry.nowhere ? kNowhere : address);
+    manifest::kFileSize.Store(at, entry.empty ? 0 : entry.huge ? kHuge : bytes.size());
+    if (entry.hash) {
+        auto digest = Sha1(bytes);
+        digest[0] = static_cast<std::uint8_t>(digest[0] ^ (entry.wrongHash ? 1 : 0));
+        std::copy(digest.begin(), digest.end(), at + manifest::kSha1);
+    }
 }
 
 void CameraMemory::_AddCameraRegisters(const CameraConfig& config)
@@ -168,13 +217,24 @@ void CameraMemory::_AddCameraRegisters(const CameraConfig& config)
                          {cam::kAcquisitionMode.address,
                           cam::kSensorWidth.address - cam::kAcquisitionMode.address},
                          {cam::kFrameCount.address, 12},
+                         {cam::kChunkModeActive.address, 12},
+                         {cam::ChunkEnable(1).address, 4 * (kChunkCount - 1)},
+                         {cam::kEventSelector.address, 4 + 4 * kEventCount},
                          {cam::kTriggerMode.address, 12}}});
     Set(cam::kWidth, config.width);
     Set(cam::kHeight, config.height);
     Set(cam::kPixelFormat, FindPixelFormat(config.format)->code);
     Set(cam::kTestPattern, static_cast<std::uint32_t>(config.pattern));
-    Set(cam::kSensorWidth, config.width);
-    Set(cam::kSensorHeight, config.height);
+    Set(cam::kOffsetX, config.offsetX);
+    Set(cam::kOffsetY, config.offsetY);
+    Set(cam::kSensorWidth, std::max(config.sensorWidth, config.width + config.offsetX));
+    Set(cam::kSensorHeight, std::max(config.sensorHeight, config.height + config.offsetY));
+    Set(cam::kChunkModeActive, config.chunks ? 1U : 0U);
+    Set(cam::kChunkUserBytes, config.chunkBytes);
+    for (std::uint32_t i = 0; i < kChunkCount; ++i) {
+        const bool isUserBytes = i == static_cast<std::uint32_t>(Chunk::UserBytes);
+        Set(cam::ChunkEnable(i), isUserBytes && config.chunkBytes == 0 ? 0U : 1U);
+    }
     Set(cam::kFrameCount, std::uint32_t{1});
     Set(cam::kExposureTime, std::bit_cast<std::uint32_t>(5000.0F));
     SetFrameRate(static_cast<float>(config.fps));
@@ -197,7 +257,12 @@ CameraMemory::Block* CameraMemory::_Find(std::uint64_t address, std::size_t size
 
 const std::vector<std::uint8_t>& CameraMemory::DescriptionFile() const
 {
-    return _Find(kDescriptionBase, 1)->bytes;
+    return _DescriptionFile(0);
+}
+
+const std::vector<std::uint8_t>& CameraMemory::_DescriptionFile(std::size_t index) const
+{
+    return _Find(kDescriptionBase + index * kDescriptionStride, 1)->bytes;
 }
 
 std::uint16_t CameraMemory::Read(std::uint64_t address, std::uint8_t* data, std::size_t size)
@@ -263,7 +328,8 @@ std::uint16_t CameraMemory::_CheckStreamWrite(std::uint64_t address, const std::
                                               std::size_t size) const
 {
     if (address >= sirm::kMaxLeader.address) {
-        return StreamEnabled() ? gencp::kWriteProtect : gencp::kSuccess;
+        const bool isFixed = m_config.streamRegisters == StreamRegisters::Fixed;
+        return isFixed || StreamEnabled() ? gencp::kWriteProtect : gencp::kSuccess;
     }
     const std::uint32_t control = Overlay(sirm::kControl, Get(sirm::kControl), address, data, size);
     const bool enabling = (control & sirm::kStreamEnable) != 0 && !StreamEnabled();
@@ -292,14 +358,17 @@ std::uint16_t CameraMemory::_CheckFeatureWrite(std::uint64_t address, const std:
                                                std::size_t size) const
 {
     constexpr Register<std::uint32_t> kLocked[] = {
-        cam::kWidth,   cam::kHeight,      cam::kPixelFormat,    cam::kOffsetX,
-        cam::kOffsetY, cam::kTestPattern, cam::kAcquisitionMode};
+        cam::kWidth,           cam::kHeight,          cam::kPixelFormat,
+        cam::kOffsetX,         cam::kOffsetY,         cam::kTestPattern,
+        cam::kAcquisitionMode, cam::kChunkModeActive, cam::kChunkUserBytes};
     const auto next = [&](Register<std::uint32_t> reg) {
         return Overlay(reg, Get(reg), address, data, size);
     };
-    const bool changesLocked =
-        std::any_of(std::begin(kLocked), std::end(kLocked),
-                    [&](Register<std::uint32_t> reg) { return next(reg) != Get(reg); });
+    const auto changes = [&](Register<std::uint32_t> reg) { return next(reg) != Get(reg); };
+    bool changesLocked = std::any_of(std::begin(kLocked), std::end(kLocked), changes);
+    for (std::uint32_t i = 0; i < kChunkCount; ++i) {
+        changesLocked = changesLocked || changes(cam::ChunkEnable(i));
+    }
     if (changesLocked && StreamEnabled()) {
         return gencp::kAccessDenied;
     }
@@ -311,6 +380,9 @@ std::uint16_t CameraMemory::_CheckFeatureWrite(std::uint64_t address, const std:
     const bool valid = sideFits(cam::kWidth, cam::kOffsetX, cam::kSensorWidth) &&
                        sideFits(cam::kHeight, cam::kOffsetY, cam::kSensorHeight) &&
                        FindPixelFormat(next(cam::kPixelFormat)) != nullptr &&
+                       next(cam::kChunkSelector) < kChunkCount &&
+                       next(cam::kEventSelector) < kEventCount &&
+                       next(cam::kChunkUserBytes) <= cam::kMaxChunkBytes &&
                        next(cam::kTestPattern) <= static_cast<std::uint32_t>(Pattern::None);
     const float rate = std::bit_cast<float>(next(cam::kFrameRate));
     return valid && rate >= 0 && rate <= 100000 ? gencp::kSuccess : gencp::kInvalidParameter;
@@ -331,6 +403,11 @@ void CameraMemory::_React(std::uint64_t address, std::size_t size, WriteEffects&
         effects.trigger = Get(cam::kTriggerSoftware) != 0;
         Set(cam::kTriggerSoftware, std::uint32_t{0});
     }
+    if (touched(eirm::kTest)) {
+        effects.testEvent = Get(eirm::kTest) != 0;
+        Set(eirm::kTest, std::uint32_t{0});
+    }
+    effects.eventsChanged = touched(eirm::kControl);
     effects.frameRateChanged = touched(cam::kFrameRate);
     effects.streamChanged = touched(sirm::kControl) || touched(cam::kAcquisition) ||
                             effects.trigger || effects.frameRateChanged ||
@@ -342,14 +419,40 @@ void CameraMemory::_React(std::uint64_t address, std::size_t size, WriteEffects&
 
 void CameraMemory::_RefreshPayload()
 {
-    const ImageGeometry geometry = Geometry();
-    Set(cam::kPayloadSize, static_cast<std::uint32_t>(geometry.Payload()));
-    Set(sirm::kRequiredPayload, std::uint64_t{geometry.Payload()});
+    const PayloadForm form = Form();
+    const std::size_t payload = form.LargestSize(Geometry());
+    const auto atLeast = [](std::uint32_t size, std::size_t least) {
+        return std::max(size, static_cast<std::uint32_t>(least));
+    };
+    Set(cam::kPayloadSize, static_cast<std::uint32_t>(payload));
+    Set(sirm::kRequiredPayload, std::uint64_t{payload});
+    Set(sirm::kRequiredLeader, atLeast(m_config.leaderSize, form.LeaderSize()));
+    Set(sirm::kRequiredTrailer, atLeast(m_config.trailerSize, form.TrailerSize()));
+    if (m_config.streamRegisters != StreamRegisters::Free) {
+        _FixStreamRegisters();
+    }
 }
 
 std::size_t CameraMemory::Alignment() const
 {
     return std::size_t{1} << std::min(Get(sirm::kInfo) >> sirm::kAlignmentShift, 63U);
+}
+
+// A plan of the camera's own for the present payload.
+void CameraMemory::_FixStreamRegisters()
+{
+    const std::uint64_t alignment = Alignment();
+    const auto aligned = [alignment](std::uint64_t size) {
+        return static_cast<std::uint32_t>((size + alignment - 1) / alignment * alignment);
+    };
+    const std::uint64_t payload = Get(sirm::kRequiredPayload);
+    const std::uint32_t transfer = std::max(aligned(m_config.fixedTransfer), 1U);
+    Set(sirm::kMaxLeader, aligned(Get(sirm::kRequiredLeader)));
+    Set(sirm::kMaxTrailer, aligned(Get(sirm::kRequiredTrailer)));
+    Set(sirm::kTransferSize, transfer);
+    Set(sirm::kTransferCount, static_cast<std::uint32_t>(payload / transfer));
+    Set(sirm::kFinal1, aligned(payload % transfer));
+    Set(sirm::kFinal2, std::uint32_t{0});
 }
 
 ImageGeometry CameraMemory::Geometry() const
@@ -361,7 +464,24 @@ ImageGeometry CameraMemory::Geometry() const
             Get(cam::kOffsetX),
             Get(cam::kOffsetY),
             format == nullptr ? &PixelFormats().front() : format,
-            m_payloadExtra};
+            m_config.payloadExtra,
+            m_config.paddingX};
+}
+
+PayloadForm CameraMemory::Form() const
+{
+    PayloadForm form;
+    const bool chunksOn = Get(cam::kChunkModeActive) != 0;
+    const bool isImage = m_config.payloadType == stream::kImagePayload;
+    form.type = isImage && chunksOn ? stream::kImageChunkPayload : m_config.payloadType;
+    for (std::uint32_t i = 0; i < kChunkCount; ++i) {
+        const bool enabled = Get(cam::ChunkEnable(i)) != 0;
+        form.chunks |= enabled ? 1U << i : 0;
+    }
+    form.userBytes = std::min(Get(cam::kChunkUserBytes), cam::kMaxChunkBytes);
+    form.userBytesVary = m_config.chunkBytesVary;
+    form.exposureBits = Get(cam::kExposureTime);
+    return form;
 }
 
 float CameraMemory::FrameRate() const

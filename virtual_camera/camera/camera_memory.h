@@ -10,7 +10,8 @@
 #include "camera_config.h"
 #include "camera_layout.h"
 #include "fault_plan.h"
-#include "image_geometry.h"
+#include "manifest.h"
+#include "payload_form.h"
 
 namespace vcam {
 
@@ -21,6 +22,8 @@ struct WriteEffects
     bool trigger = false;
     bool frameRateChanged = false;
     bool reset = false;
+    bool eventsChanged = false; // switched on or off
+    bool testEvent = false;
 };
 
 // Not thread-safe: its owner, the camera, locks.
@@ -29,6 +32,7 @@ class CameraMemory
 public:
     using Clock = std::chrono::steady_clock;
 
+    // The configuration is used as long as the memory lives.
     CameraMemory(const CameraConfig& config, const FaultPlan& faults);
 
     // An access of the host; a GenCP status. A read may end in the reserved part of a block.
@@ -56,9 +60,11 @@ public:
         }
     }
 
+    bool EventsEnabled() const { return (Get(eirm::kControl) & eirm::kEventEnable) != 0; }
     bool StreamEnabled() const { return (Get(sirm::kControl) & sirm::kStreamEnable) != 0; }
     std::size_t Alignment() const; // bytes
     ImageGeometry Geometry() const;
+    PayloadForm Form() const;
     float FrameRate() const;
     void SetFrameRate(float rate);
     std::uint64_t NowNs() const; // the camera's time stamp counter: since it was plugged in
@@ -79,13 +85,16 @@ private:
 
     const Block* _Find(std::uint64_t address, std::size_t size) const;
     Block* _Find(std::uint64_t address, std::size_t size);
+    const std::vector<std::uint8_t>& _DescriptionFile(std::size_t index) const;
     void _AddBootstrap(const CameraConfig& config);
-    void _AddU3V(const CameraConfig& config, bool hasSirm);
+    void _AddU3V(const CameraConfig& config, const FaultPlan& faults);
     void _AddStream(const CameraConfig& config);
+    void _AddEvents(const CameraConfig& config);
     void _AddManifest(const CameraConfig& config, const FaultPlan& faults);
     void _AddCameraRegisters(const CameraConfig& config);
     void _SetString(std::uint64_t address, const std::string& text);
-    void _PutManifestEntry(std::size_t index, const CameraConfig& config, std::uint64_t fileSize);
+    void _AddDescription(std::size_t index, const ManifestEntry& entry);
+    void _PutManifestEntry(std::size_t place, std::size_t file, const ManifestEntry& entry);
     std::uint16_t _CheckWrite(std::uint64_t address, const std::uint8_t* data,
                               std::size_t size) const;
     std::uint16_t _CheckStreamWrite(std::uint64_t address, const std::uint8_t* data,
@@ -95,9 +104,10 @@ private:
                                      std::size_t size) const;
     void _React(std::uint64_t address, std::size_t size, WriteEffects& effects);
     void _RefreshPayload();
+    void _FixStreamRegisters();
 
     std::vector<Block> m_blocks;
-    std::uint32_t m_payloadExtra;
+    const CameraConfig& m_config;
     Clock::time_point m_start;
 };
 

@@ -5,10 +5,11 @@
 #include <string>
 
 #include "camera_config.h"
+#include "manifest.h"
 
 namespace vcam {
 
-std::string DescriptionXml(const CameraConfig& config);
+std::string DescriptionXml(const CameraConfig& config, const ManifestEntry& entry);
 
 // The name of the document inside an archive: "<model>_v<version>.xml", blanks replaced.
 std::string DescriptionName(const CameraConfig& config);

@@ -14,8 +14,15 @@ struct ImageGeometry
     std::uint32_t offsetY = 0;
     const PixelFormat* format = nullptr; // never null in a camera that runs
     std::size_t extra = 0;               // bytes of the payload behind the image
+    std::uint16_t paddingX = 0;          // bytes behind every row
 
-    std::size_t Payload() const { return ImageBytes(*format, width, height) + extra; }
+    // With padding every row begins at a byte of its own.
+    std::size_t RowBytes() const { return ImageBytes(*format, width, 1) + paddingX; }
+    std::size_t Bytes(std::uint32_t rows) const
+    {
+        return paddingX == 0 ? ImageBytes(*format, width, rows) : RowBytes() * rows;
+    }
+    std::size_t Payload() const { return Bytes(height) + extra; }
     bool operator==(const ImageGeometry&) const = default;
 };
 

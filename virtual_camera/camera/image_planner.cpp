@@ -49,15 +49,15 @@ std::size_t FaultSize(const Fault& fault, std::int64_t otherwise)
 }
 
 ImagePlanner::ImagePlanner(const CameraConfig& config, const CameraMemory& memory,
-                           FaultPlan& faults)
+                           FaultPlan& faults, const SentImage& image)
     : m_config(config), m_memory(memory), m_faults(faults),
-      m_packetSize(config.highSpeed ? 512 : 1024)
+      m_packetSize(config.highSpeed ? 512 : 1024), m_image(image)
 {
 }
 
-SegmentList ImagePlanner::Plan(const SentImage& image)
+SegmentList ImagePlanner::Plan()
 {
-    m_image = image;
+    m_validSize = m_image.Size();
     m_segments.clear();
     _PlanLeader();
     _PlanPayload();
@@ -89,22 +89,25 @@ void ImagePlanner::_PlanLeader()
 std::vector<std::uint8_t> ImagePlanner::_Leader()
 {
     std::vector<std::uint8_t> leader(
-        _PaddedSize(stream::kLeaderSize, m_config.leaderSize, m_memory.Get(sirm::kMaxLeader)));
+        _PaddedSize(m_image.leaderSize, m_config.leaderSize, m_memory.Get(sirm::kMaxLeader)));
     std::uint8_t* at = leader.data();
     const ImageGeometry& geometry = m_image.geometry;
     const bool badMagic = _Fire("leader-magic") != nullptr;
     const bool badId = _Fire("leader-id") != nullptr;
     stream::kMagic.Store(at, badMagic ? ~stream::kLeaderMagic : stream::kLeaderMagic);
-    stream::kSize.Store(at, static_cast<std::uint16_t>(stream::kLeaderSize));
+    stream::kSize.Store(at, static_cast<std::uint16_t>(m_image.leaderSize));
     stream::kBlockId.Store(at, m_image.blockId + (badId ? 1000 : 0));
-    stream::kPayloadType.Store(at, stream::kImagePayload);
+    stream::kPayloadType.Store(at, m_image.payloadType);
     stream::kTimestamp.Store(at, m_image.timestamp);
+    if (m_image.leaderSize < stream::kLeaderSize) {
+        return leader;
+    }
     stream::kPixelFormat.Store(at, geometry.format->code);
     stream::kSizeX.Store(at, geometry.width);
     stream::kSizeY.Store(at, geometry.height);
     stream::kOffsetX.Store(at, geometry.offsetX);
     stream::kOffsetY.Store(at, geometry.offsetY);
-    stream::kPaddingX.Store(at, 0);
+    stream::kPaddingX.Store(at, geometry.paddingX);
     return leader;
 }
 
@@ -126,7 +129,7 @@ void ImagePlanner::_PlanTrailer()
 std::vector<std::uint8_t> ImagePlanner::_Trailer()
 {
     std::vector<std::uint8_t> trailer(
-        _PaddedSize(stream::kTrailerSize, m_config.trailerSize, m_memory.Get(sirm::kMaxTrailer)));
+        _PaddedSize(m_image.trailerSize, m_config.trailerSize, m_memory.Get(sirm::kMaxTrailer)));
     std::uint8_t* at = trailer.data();
     const bool badMagic = _Fire("trailer-magic") != nullptr;
     const bool badId = _Fire("trailer-id") != nullptr;
@@ -134,12 +137,19 @@ std::vector<std::uint8_t> ImagePlanner::_Trailer()
     const Fault* valid = _Fire("trailer-valid-size");
     const std::int64_t code = status == nullptr ? 0 : status->Value(stream::kDataDiscarded);
     stream::kMagic.Store(at, badMagic ? ~stream::kTrailerMagic : stream::kTrailerMagic);
-    stream::kSize.Store(at, static_cast<std::uint16_t>(stream::kTrailerSize));
+    stream::kSize.Store(at, static_cast<std::uint16_t>(m_image.trailerSize));
     stream::kBlockId.Store(at, m_image.blockId + (badId ? 1000 : 0));
     stream::kTrailerStatus.Store(at, static_cast<std::uint16_t>(code));
-    stream::kValidPayload.Store(at, valid == nullptr ? m_image.size
+    stream::kValidPayload.Store(at, valid == nullptr ? m_validSize
                                                      : static_cast<std::uint64_t>(valid->Value(0)));
-    stream::kTrailerSizeY.Store(at, m_image.rows);
+    if (m_image.payloadType == stream::kChunkPayload) {
+        stream::kLayoutId.Store(at, m_image.layoutId);
+    } else if (m_image.trailerSize >= stream::kTrailerSize) {
+        stream::kTrailerSizeY.Store(at, m_image.rows);
+    }
+    if (m_image.trailerSize >= stream::kChunkTrailerSize) {
+        stream::kImageLayoutId.Store(at, m_image.layoutId);
+    }
     return trailer;
 }
 
@@ -251,7 +261,7 @@ SegmentList ImagePlanner::_Pieces() const
 
 std::size_t ImagePlanner::_SentSize() const
 {
-    return m_config.padding == Padding::All ? _Aligned(m_image.size) : m_image.size;
+    return m_config.padding == Padding::All ? _Aligned(m_image.Size()) : m_image.Size();
 }
 
 Segment ImagePlanner::_Piece(std::size_t offset, std::size_t planned) const
@@ -289,7 +299,7 @@ void ImagePlanner::_SpoilLast(SegmentList& pieces)
 {
     if (const Fault* fault = _Fire("image-long")) {
         pieces.back().transfer.size += FaultSize(*fault, 16);
-        m_image.size += FaultSize(*fault, 16);
+        m_validSize += FaultSize(*fault, 16);
     }
 }
 
@@ -323,7 +333,7 @@ void ImagePlanner::_LosePacket(SegmentList& pieces)
 void ImagePlanner::_InterruptPayload(SegmentList& pieces)
 {
     const auto interrupt = [&](Segment obstacle) {
-        pieces.insert(SplitAt(pieces, m_image.size / 2, m_packetSize), std::move(obstacle));
+        pieces.insert(SplitAt(pieces, m_image.Size() / 2, m_packetSize), std::move(obstacle));
     };
     if (const Fault* fault = _Fire("stream-late-in-payload")) {
         interrupt(

@@ -13,10 +13,12 @@ namespace vcam {
 class ImagePlanner
 {
 public:
-    ImagePlanner(const CameraConfig& config, const CameraMemory& memory, FaultPlan& faults);
+    // Plans the image that "image" holds at each call.
+    ImagePlanner(const CameraConfig& config, const CameraMemory& memory, FaultPlan& faults,
+                 const SentImage& image);
 
-    // The transfers of one image in their order; empty when faults swallow all of them.
-    SegmentList Plan(const SentImage& image);
+    // Its transfers in their order; empty when faults swallow all of them.
+    SegmentList Plan();
 
 private:
     const Fault* _Fire(const char* name);
@@ -43,7 +45,8 @@ private:
     const CameraMemory& m_memory;
     FaultPlan& m_faults;
     const std::size_t m_packetSize;
-    SentImage m_image;
+    const SentImage& m_image;
+    std::size_t m_validSize = 0; // as the trailer says
     SegmentList m_segments;
 };
 

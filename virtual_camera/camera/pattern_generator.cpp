@@ -40,7 +40,7 @@ void PatternGenerator::Configure(const ImageGeometry& geometry, Pattern pattern,
     m_geometry = geometry;
     m_pattern = pattern;
     m_seed = seed;
-    m_imageBytes = ImageBytes(*geometry.format, geometry.width, geometry.height);
+    m_imageBytes = geometry.Bytes(geometry.height);
     m_isDrawn = false;
     m_scene.reset();
     if (pattern == Pattern::Bytes || pattern == Pattern::Still) {
@@ -123,10 +123,25 @@ const std::uint8_t* PatternGenerator::_Drawn(std::uint64_t frame)
         } else {
             Convert(m_scene->Draw(frame), *m_geometry.format, m_drawn.data());
         }
+        _PadRows();
         m_drawnFrame = frame;
         m_isDrawn = true;
     }
     return m_drawn.data();
+}
+
+// The picture is drawn row behind row; the rows move apart, the last one first.
+void PatternGenerator::_PadRows()
+{
+    if (m_geometry.paddingX == 0 || m_pattern == Pattern::Still) {
+        return;
+    }
+    const std::size_t stride = m_geometry.RowBytes();
+    const std::size_t row = stride - m_geometry.paddingX;
+    for (std::size_t y = m_geometry.height; y-- > 0;) {
+        std::memmove(m_drawn.data() + y * stride, m_drawn.data() + y * row, row);
+        std::memset(m_drawn.data() + y * stride + row, 0, m_geometry.paddingX);
+    }
 }
 
 // A gradient from the upper left to the lower right that moves by one step a frame.

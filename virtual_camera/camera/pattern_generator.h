@@ -40,6 +40,7 @@ private:
     static void _FillStill(const std::uint8_t* image, std::uint8_t* target, std::size_t size);
     const std::uint8_t* _Drawn(std::uint64_t frame);
     void _DrawRamp(std::uint64_t frame);
+    void _PadRows();
 
     ImageGeometry m_geometry;
     Pattern m_pattern = Pattern::Bytes;

@@ -5,9 +5,10 @@
 
 namespace vcam {
 
-StreamProtocol::StreamProtocol(const CameraConfig& config, CameraMemory& memory, FaultPlan& faults)
-    : m_config(config), m_memory(memory), m_faults(faults), m_planner(config, memory, faults),
-      m_blockId(config.firstBlock)
+StreamProtocol::StreamProtocol(const CameraConfig& config, CameraMemory& memory, FaultPlan& faults,
+                               EventProtocol& events)
+    : m_config(config), m_memory(memory), m_faults(faults), m_events(events),
+      m_planner(config, memory, faults, m_image), m_blockId(config.firstBlock)
 {
 }
 
@@ -35,6 +36,7 @@ void StreamProtocol::Update(const WriteEffects& effects)
 void StreamProtocol::_Start()
 {
     m_geometry = m_memory.Geometry();
+    m_form = m_memory.Form();
     m_pattern.Configure(m_geometry, static_cast<Pattern>(m_memory.Get(cam::kTestPattern)),
                         m_config.seed);
     m_frame = 0;
@@ -119,10 +121,37 @@ void StreamProtocol::_Copy(const Segment& segment, std::size_t offset, std::uint
         return;
     }
     const std::size_t place = segment.payloadOffset + offset;
-    m_pattern.Fill(m_frame, place, target, size);
+    _CopyPayload(place, target, size);
     if (m_corrupt && m_corruptAt >= place && m_corruptAt - place < size) {
         target[m_corruptAt - place] = static_cast<std::uint8_t>(~target[m_corruptAt - place]);
     }
+}
+
+// Head, pixels and tail one after the other; what is asked for beyond them is zero.
+void StreamProtocol::_CopyPayload(std::size_t place, std::uint8_t* target, std::size_t size)
+{
+    const auto take = [&](std::size_t from, std::size_t count, const auto& copy) {
+        if (size != 0 && place < from + count) {
+            const std::size_t length = std::min(size, from + count - place);
+            copy(place - from, length);
+            place += length;
+            target += length;
+            size -= length;
+        }
+    };
+    const auto bytesOf = [&](const std::vector<std::uint8_t>& bytes) {
+        return [&](std::size_t at, std::size_t length) {
+            std::copy_n(bytes.data() + at, length, target);
+        };
+    };
+    const std::size_t pixels = m_image.head.size();
+    const std::size_t tail = pixels + m_image.pixelBytes;
+    take(0, pixels, bytesOf(m_image.head));
+    take(pixels, m_image.pixelBytes, [&](std::size_t at, std::size_t length) {
+        m_pattern.Fill(m_image.frame, at, target, length);
+    });
+    take(tail, m_image.tail.size(), bytesOf(m_image.tail));
+    std::fill_n(target, size, std::uint8_t{0});
 }
 
 void StreamProtocol::_FinishSegment(Segment::Kind kind)
@@ -255,6 +284,19 @@ std::uint32_t StreamProtocol::_Rows()
            static_cast<std::uint32_t>(m_frame * 7919 % (height - m_config.minHeight + 1));
 }
 
+void StreamProtocol::_SpoilChunks()
+{
+    std::vector<std::uint8_t>& tail = m_image.tail;
+    const Fault* length = _Fire("chunk-length");
+    if (length != nullptr && tail.size() >= sizeof(std::uint32_t)) {
+        StoreLe(tail.data() + tail.size() - sizeof(std::uint32_t),
+                static_cast<std::uint32_t>(length->Value(0xFFFFFFFF)));
+    }
+    if (const Fault* fault = _Fire("chunk-cut")) {
+        tail.resize(tail.size() - std::min(tail.size(), FaultSize(*fault, 3)));
+    }
+}
+
 void StreamProtocol::_BeginImage()
 {
     m_imageOpen = true;
@@ -262,11 +304,16 @@ void StreamProtocol::_BeginImage()
     const Fault* corrupt = _Fire("payload-corrupt");
     m_corrupt = corrupt != nullptr;
     m_corruptAt = m_corrupt ? FaultSize(*corrupt, 0) : 0;
-    const std::uint32_t rows = _Rows();
-    const std::size_t size = rows == m_geometry.height
-                                 ? m_geometry.Payload()
-                                 : ImageBytes(*m_geometry.format, m_geometry.width, rows);
-    m_segments = m_planner.Plan({m_frame, m_blockId, m_timestamp, m_geometry, rows, size});
+    m_image.frame = m_frame;
+    m_image.blockId = m_blockId;
+    m_image.timestamp = m_timestamp;
+    m_image.geometry = m_geometry;
+    m_image.rows = _Rows();
+    m_form.Compose(m_image);
+    m_events.Notify(CameraEvent::ExposureStart, m_blockId, m_timestamp);
+    m_events.Notify(CameraEvent::ExposureEnd, m_blockId, m_timestamp);
+    _SpoilChunks();
+    m_segments = m_planner.Plan();
 }
 
 // False when the request has to wait, or ends here. Obstacles that are passed disappear.

@@ -2,6 +2,7 @@
 #ifndef VCAM_STREAM_PROTOCOL_H
 #define VCAM_STREAM_PROTOCOL_H
 
+#include "event_protocol.h"
 #include "image_planner.h"
 #include "pattern_generator.h"
 
@@ -20,7 +21,8 @@ struct StreamCounts
 class StreamProtocol
 {
 public:
-    StreamProtocol(const CameraConfig& config, CameraMemory& memory, FaultPlan& faults);
+    StreamProtocol(const CameraConfig& config, CameraMemory& memory, FaultPlan& faults,
+                   EventProtocol& events);
 
     // The host has written registers that matter here.
     void Update(const WriteEffects& effects);
@@ -38,11 +40,13 @@ private:
     bool _IsDue(UsbResult& result);
     void _BeginImage();
     std::uint32_t _Rows();
+    void _SpoilChunks();
     void _Skip(std::uint64_t frames);
     void _LoseFrames(std::uint64_t frames);
     bool _PassGate(Segment& segment, UsbResult& result);
     Moved _Move(Segment& segment, HostRequest request, std::size_t packetSize);
     void _Copy(const Segment& segment, std::size_t offset, std::uint8_t* target, std::size_t size);
+    void _CopyPayload(std::size_t place, std::uint8_t* target, std::size_t size);
     void _FinishSegment(Segment::Kind kind);
     void _FinishImage();
     const Fault* _Fire(const char* name);
@@ -50,8 +54,11 @@ private:
     const CameraConfig& m_config;
     CameraMemory& m_memory;
     FaultPlan& m_faults;
+    EventProtocol& m_events;
+    SentImage m_image; // the one under way
     ImagePlanner m_planner;
     PatternGenerator m_pattern;
+    PayloadForm m_form;
     ImageGeometry m_geometry;
     bool m_running = false;
     bool m_imageOpen = false;

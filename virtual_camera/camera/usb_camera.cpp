@@ -20,7 +20,8 @@ FaultPlan PlanOf(const CameraConfig& config)
 UsbCamera::UsbCamera(const CameraConfig& config)
     : m_config(config), m_faults(PlanOf(config)), m_descriptors(m_config, m_faults),
       m_memory(m_config, m_faults), m_control(m_config, m_memory, m_faults, m_errors),
-      m_stream(m_config, m_memory, m_faults), m_zero(m_descriptors)
+      m_events(m_config, m_memory, m_faults), m_stream(m_config, m_memory, m_faults, m_events),
+      m_zero(m_descriptors)
 {
 }
 
@@ -74,6 +75,7 @@ UsbResult UsbCamera::BulkOut(std::uint8_t endpoint, const std::uint8_t* data, st
 
 void UsbCamera::_Apply(const WriteEffects& effects)
 {
+    m_events.Update(effects);
     m_stream.Update(effects);
     m_rebooting = m_rebooting || effects.reset;
 }
@@ -81,19 +83,35 @@ void UsbCamera::_Apply(const WriteEffects& effects)
 UsbResult UsbCamera::BulkIn(std::uint8_t endpoint, std::uint8_t* buffer, std::size_t capacity,
                             std::size_t& filled)
 {
-    const Lock lock(m_mutex);
+    bool newEvents = false;
+    UsbResult result;
+    {
+        const Lock lock(m_mutex);
+        const bool hadEvents = m_events.HasSomething();
+        result = _BulkIn(endpoint, {buffer, capacity, filled});
+        newEvents = !hadEvents && m_events.HasSomething();
+    }
+    if (newEvents) {
+        _Notify(); // a request that waits for events can go on
+    }
+    return result;
+}
+
+UsbResult UsbCamera::_BulkIn(std::uint8_t endpoint, HostRequest request)
+{
     if (m_gone) {
         return {UsbStatus::NoDevice};
     }
     if (!m_descriptors.HasEndpoint(endpoint) || m_zero.IsHalted(endpoint)) {
         return {UsbStatus::Stall};
     }
-    const HostRequest request{buffer, capacity, filled};
-    UsbResult result{UsbStatus::Nak}; // nothing ever comes on the event endpoint
+    UsbResult result{UsbStatus::Nak};
     if (endpoint == usb::kControlIn) {
         result = _ControlIn(request);
     } else if (endpoint == usb::kStreamIn) {
         result = m_stream.BulkIn(request, m_descriptors.PacketSize());
+    } else if (endpoint == usb::kEventIn) {
+        result = m_events.BulkIn(request, m_descriptors.PacketSize());
     }
     if (result.status == UsbStatus::Stall) {
         m_zero.Halt(endpoint);
@@ -119,7 +137,9 @@ void UsbCamera::BusReset()
         const std::uint8_t zeros[4] = {};
         m_memory.Poke(sirm::kControl.address, zeros, sizeof zeros, effects);
         m_memory.Poke(cam::kAcquisition.address, zeros, sizeof zeros, effects);
+        m_memory.Poke(eirm::kControl.address, zeros, sizeof zeros, effects);
         m_stream.Drop();
+        m_events.Drop();
     }
     _Notify();
 }
@@ -209,6 +229,17 @@ bool UsbCamera::Poke(std::uint64_t address, const std::uint8_t* data, std::size_
     }
     _Notify();
     return found;
+}
+
+bool UsbCamera::SendEvent(std::uint16_t id, std::span<const std::uint8_t> data)
+{
+    bool sent = false;
+    {
+        const Lock lock(m_mutex);
+        sent = m_events.Send(id, m_memory.NowNs(), data);
+    }
+    _Notify();
+    return sent;
 }
 
 CameraStats UsbCamera::Stats() const

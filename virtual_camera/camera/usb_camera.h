@@ -42,6 +42,8 @@ public:
     void SetFrameRate(double rate);
     bool Peek(std::uint64_t address, std::uint8_t* data, std::size_t size);
     bool Poke(std::uint64_t address, const std::uint8_t* data, std::size_t size);
+    // False when the host has not switched events on.
+    bool SendEvent(std::uint16_t id, std::span<const std::uint8_t> data);
     CameraStats Stats() const;
     ErrorCounts Errors() const;
     ImageGeometry Geometry() const;
@@ -53,6 +55,7 @@ public:
 
 private:
     void _Apply(const WriteEffects& effects);
+    UsbResult _BulkIn(std::uint8_t endpoint, HostRequest request);
     UsbResult _ControlIn(HostRequest request);
     void _Notify();
 
@@ -63,6 +66,7 @@ private:
     ErrorCounts m_errors;
     CameraMemory m_memory;
     ControlProtocol m_control;
+    EventProtocol m_events;
     StreamProtocol m_stream;
     EndpointZero m_zero;
     std::function<void()> m_listener;

@@ -127,6 +127,47 @@ TEST_F(BusStream, Expected_ByteAndImageAgree)
     EXPECT_EQ(-2, vusb_compare_image(99, 7, spoilt.data(), spoilt.size()));
 }
 
+TEST_F(BusStream, Events_WakeTheTransferThatWaits)
+{
+    vusb::Camera camera("width=64,height=32,events=1");
+    EXPECT_FALSE(camera.SendEvent(0x1234)); // not switched on
+    libusb_device_handle* handle = OpenAndClaim();
+    EXPECT_EQ(0, libusb_claim_interface(handle, 2));
+    Write32(handle, 0x28000, 1);
+    std::thread later([&camera] {
+        std::this_thread::sleep_for(20ms);
+        EXPECT_TRUE(camera.SendEvent(0x1234, {7, 8, 9}));
+    });
+    unsigned char packet[1024];
+    int received = 0;
+    EXPECT_EQ(0, libusb_bulk_transfer(handle, 0x82, packet, sizeof packet, &received, 5000));
+    later.join();
+    ASSERT_EQ(27, received);
+    EXPECT_EQ(0x34, packet[14]);
+    EXPECT_EQ(9, packet[26]);
+}
+
+TEST_F(BusStream, Events_OfImagesComeWhileTheStreamIsRead)
+{
+    vusb::Camera camera("width=64,height=32,events=1");
+    libusb_device_handle* handle = Open();
+    for (const int interface : {0, 1, 2}) {
+        EXPECT_EQ(0, libusb_claim_interface(handle, interface));
+    }
+    Write32(handle, 0x28000, 1);
+    Write32(handle, 0x50148, 1);
+    StartStream(handle, 2048);
+    std::thread stream([&] { EXPECT_EQ(3, ReadImages(handle, camera.Id(), 3)); });
+    for (unsigned char image = 0; image < 3; ++image) {
+        unsigned char packet[1024] = {};
+        int received = 0;
+        EXPECT_EQ(0, libusb_bulk_transfer(handle, 0x82, packet, sizeof packet, &received, 5000));
+        EXPECT_EQ(32, received);
+        EXPECT_EQ(image, packet[24]);
+    }
+    stream.join();
+}
+
 TEST_F(BusStream, HandlersAndPluggersTogether_NobodyIsHurt)
 {
     vusb::Camera camera("width=64,height=32");

@@ -139,7 +139,13 @@ public:
         EXPECT_EQ(0U, Write32(0x50014, 1));
     }
 
-    void StartWhole() { Start(0, 0, static_cast<std::uint32_t>(Read64(0x20008))); }
+    // All of the payload in one transfer.
+    void StartWhole()
+    {
+        const std::uint32_t alignment = 1U << (Read32(0x20000) >> 24);
+        const auto payload = static_cast<std::uint32_t>(Read64(0x20008));
+        Start(0, 0, (payload + alignment - 1) / alignment * alignment);
+    }
 
     Read Stream(std::size_t capacity) { return Receive(0x83, capacity); }
 

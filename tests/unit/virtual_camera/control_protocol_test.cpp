@@ -235,6 +235,48 @@ TEST(ControlProtocol, Sirm_EnableWithUnfitPlan_Refused)
     EXPECT_EQ(0U, host.Write32(0x20004, 1));
 }
 
+TEST(ControlProtocol, StreamRegisters_Fixed_RefuseWritesAndHoldAPlan)
+{
+    CameraHost host("width=64,height=33,stream-registers=fixed,fixed-transfer=1000,alignment=4");
+    for (std::uint64_t address = 0x20018; address <= 0x2002C; address += 4) {
+        EXPECT_EQ(0x8004U, host.Write32(address, 4096)) << std::hex << address;
+    }
+    EXPECT_EQ(64U, host.Read32(0x20018));
+    EXPECT_EQ(1008U, host.Read32(0x2001C));
+    EXPECT_EQ(2U, host.Read32(0x20020));
+    EXPECT_EQ(96U, host.Read32(0x20024));
+    EXPECT_EQ(0U, host.Read32(0x20028));
+    EXPECT_EQ(32U, host.Read32(0x2002C));
+    EXPECT_EQ(0U, host.Write32(0x20004, 1));
+    EXPECT_EQ(0U, host.Write32(0x50014, 1));
+    EXPECT_EQ(52U, host.Stream(1024).data.size());
+    EXPECT_EQ(1008U, host.Stream(1024).data.size());
+    EXPECT_EQ(1008U, host.Stream(1024).data.size());
+    EXPECT_EQ(96U, host.Stream(1024).data.size());
+    EXPECT_EQ(32U, host.Stream(1024).data.size());
+}
+
+TEST(ControlProtocol, StreamRegisters_Ignored_TakeWritesWithoutEffect)
+{
+    CameraHost host("width=64,height=33,stream-registers=ignored");
+    EXPECT_EQ(0U, host.Write32(0x2001C, 4096));
+    EXPECT_EQ(65536U, host.Read32(0x2001C));
+    EXPECT_EQ(2112U, host.Read32(0x20024));
+    EXPECT_EQ(0U, host.Write32(0x50004, 10)); // the plan follows the image
+    EXPECT_EQ(640U, host.Read32(0x20024));
+}
+
+TEST(ControlProtocol, SensorLargerThanTheImage_LeavesRoomForOffsets)
+{
+    CameraHost host("width=64,height=32,offset-x=7,offset-y=3,sensor-width=100");
+    EXPECT_EQ(7U, host.Read32(0x5001C));
+    EXPECT_EQ(3U, host.Read32(0x50020));
+    EXPECT_EQ(100U, host.Read32(0x5002C));
+    EXPECT_EQ(35U, host.Read32(0x50030));
+    EXPECT_EQ(0U, host.Write32(0x5001C, 36));
+    EXPECT_EQ(0x8002U, host.Write32(0x5001C, 37));
+}
+
 TEST(ControlProtocol, Features_FormatAndSize_ChangeThePayload)
 {
     CameraHost host("width=64,height=8");

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "camera_host.h"
+#include "genapi_schema.h"
 #include "sha1.h"
 #include "zip_writer.h"
 
@@ -105,25 +106,83 @@ TEST(Description, Plain_IsWellFormedXmlWithTheFeatures)
     }
 }
 
-TEST(Description, EveryReference_HasItsNode)
+TEST(Description, EveryNode_FollowsTheSchemaAndRefersToNodesThatAreThere)
 {
-    const Bytes file = [] {
-        CameraHost host;
-        return ReadFile(host);
-    }();
-    const std::string text(file.begin(), file.end());
-    for (const char* tag : {"pFeature", "pValue", "pMax", "pPort", "pIsLocked"}) {
-        const std::string open = "<" + std::string(tag) + ">";
-        std::size_t count = 0;
-        for (std::size_t at = text.find(open); at != std::string::npos;
-             at = text.find(open, at + 1)) {
-            const std::size_t start = at + open.size();
-            const std::string name = text.substr(start, text.find('<', start) - start);
-            EXPECT_NE(std::string::npos, text.find("Name=\"" + name + "\"")) << name;
-            ++count;
+    for (const char* options : {"events=0", "events=1"}) {
+        CameraHost host(options);
+        const Bytes file = ReadFile(host);
+        const XmlElement root = ParseXml({reinterpret_cast<const char*>(file.data()), file.size()});
+        EXPECT_EQ(std::set<std::string>{}, DanglingNames(root)) << options;
+        std::set<std::string> names;
+        for (const XmlElement* node : NodesOf(root)) {
+            const std::string name = node->Attribute("Name");
+            EXPECT_EQ("", OrderFault(*node)) << name;
+            EXPECT_TRUE(names.insert(name).second) << name << " stands twice";
+            for (const XmlElement& child : node->children) {
+                EXPECT_EQ("", child.name == "EnumEntry" ? OrderFault(child) : "") << name;
+            }
         }
-        EXPECT_NE(0U, count) << tag;
     }
+}
+
+// What stands in the document is in the camera: a register that can be read, and written where it
+// says so.
+TEST(Description, EveryRegister_IsThereWithItsAccess)
+{
+    CameraHost host("events=1");
+    const Bytes file = ReadFile(host);
+    const XmlElement root = ParseXml({reinterpret_cast<const char*>(file.data()), file.size()});
+    std::size_t count = 0;
+    for (const XmlElement* node : NodesOf(root)) {
+        if (node->One("pPort") != "Device") {
+            continue;
+        }
+        ++count;
+        const std::uint64_t address = std::stoull(node->One("Address"), nullptr, 16);
+        const std::size_t length = std::stoul(node->One("Length"));
+        const Bytes value = host.ReadMem(address, length);
+        const std::string name = node->Attribute("Name");
+        if (node->One("AccessMode") == "RO") {
+            EXPECT_EQ(0x8004U, host.Write(address, value)) << name;
+        } else if (name != "ChunkEnableReg") { // that of the image itself cannot be switched off
+            EXPECT_EQ(0U, host.Write(address, value)) << name;
+        }
+    }
+    EXPECT_LT(30U, count);
+}
+
+TEST(Description, ConsumersFindWhatTheyLookFor)
+{
+    CameraHost host("events=1");
+    const Bytes file = ReadFile(host);
+    const std::string text(file.begin(), file.end());
+    for (const char* name : {"TriggerSelector",
+                             "TriggerMode",
+                             "TriggerSource",
+                             "TriggerSoftware",
+                             "ExposureTime",
+                             "Gain",
+                             "TLParamsLocked",
+                             "TimestampLatch",
+                             "TimestampLatchValue",
+                             "WidthMax",
+                             "HeightMax",
+                             "ChunkModeActive",
+                             "ChunkSelector",
+                             "ChunkEnable",
+                             "ChunkFrameID",
+                             "ChunkTimestamp",
+                             "EventSelector",
+                             "EventNotification",
+                             "TestEventGenerate",
+                             "EventExposureEnd",
+                             "EventExposureEndTimestamp",
+                             "EventExposureEndFrameID"}) {
+        EXPECT_NE(std::string::npos, text.find("Name=\"" + std::string(name) + "\"")) << name;
+    }
+    CameraHost without;
+    const Bytes other = ReadFile(without);
+    EXPECT_EQ(std::string::npos, std::string(other.begin(), other.end()).find("EventSelector"));
 }
 
 TEST(Description, Zipped_ManifestSaysSoAndTheArchiveUnpacksToTheSame)

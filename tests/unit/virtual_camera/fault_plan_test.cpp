@@ -84,10 +84,27 @@ TEST(CameraConfig, Apply_ValuesAndFaultList)
 TEST(CameraConfig, Apply_Mistakes_AreRefusedAndChangeNothing)
 {
     vcam::CameraConfig config;
-    for (const char* text :
-         {"width=0", "width=x", "width=99999", "height=", "format=Mono7", "fps=-1", "fps=fast",
-          "zip=2", "no=1", "word", "faults=nothing", "pattern=plaid", "padding=some", "unused=all",
-          "leader=51", "trailer=31"}) {
+    for (const char* text : {"width=0",
+                             "width=x",
+                             "width=99999",
+                             "height=",
+                             "format=Mono7",
+                             "fps=-1",
+                             "fps=fast",
+                             "zip=2",
+                             "no=1",
+                             "word",
+                             "faults=nothing",
+                             "pattern=plaid",
+                             "padding=some",
+                             "unused=all",
+                             "payload=film",
+                             "manifest=1",
+
+                             "manifest=1.1/packed",
+                             "stream-registers=open",
+                             "leader=51",
+                             "trailer=31"}) {
         EXPECT_NE("", config.Apply(std::string("serial=changed,") + text)) << text;
     }
     EXPECT_EQ("VC000001", config.serial);

@@ -1,7 +1,7 @@
 // What the standard leaves open, and real cameras do in different ways: padding, alignment, short
 // images, block ids. Beside it the faults that spoil such images.
 
-#include "camera_host.h"
+#include "image_reader.h"
 
 using vcam::UsbStatus;
 
@@ -21,28 +21,6 @@ Sizes Lengths(CameraHost& host, std::size_t request, std::size_t count)
         lengths.push_back(read.data.size());
     }
     return lengths;
-}
-
-struct Image
-{
-    Bytes leader;
-    Bytes payload;
-    Bytes trailer;
-
-    std::uint64_t LeaderId() const { return Get(leader, 8, 8); }
-    std::uint64_t TrailerId() const { return Get(trailer, 8, 8); }
-    std::uint64_t ValidSize() const { return Get(trailer, 20, 8); }
-    std::uint64_t Rows() const { return Get(trailer, 28, 4); }
-};
-
-// One image as a host with a single payload transfer reads it: every request has room for all.
-Image ReadImage(CameraHost& host)
-{
-    Image image;
-    image.leader = host.Stream(65536).data;
-    image.payload = host.Stream(65536).data;
-    image.trailer = host.Stream(65536).data;
-    return image;
 }
 
 std::vector<std::uint64_t> Ids(CameraHost& host, std::size_t count)
