@@ -213,7 +213,7 @@ void Stalls(const std::string& argument)
 {
     const auto wanted = static_cast<unsigned>(std::stoul(argument));
     Bus bus;
-    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    CheckedCamera camera(bus.session, bus.OnlyCamera(), kBuffers);
     Tally tally;
     camera.Start(kEndless, true);
     Take(camera, tally, wanted);
@@ -239,7 +239,7 @@ std::string DeviceFile()
             return path;
         }
     }
-    throw Failure("no camera in sysfs");
+    throw consumer::Error("no camera in sysfs");
 }
 
 // The endpoint is halted before anybody streams, as a process that died may have left it.
@@ -257,7 +257,7 @@ void Halted(const std::string&)
     close(file);
     Check(halted, "somebody leaves the stream endpoint halted");
     Bus bus;
-    Camera camera(bus, OnlyCamera(bus), kBuffers);
+    CheckedCamera camera(bus.session, bus.OnlyCamera(), kBuffers);
     Tally tally;
     camera.Start(kEndless);
     Take(camera, tally, 20);
