@@ -1,12 +1,13 @@
 #include "zr_client.h"
 #include "zr_client_register.h"
+#include "zr_sync_thread.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <memory>
 #include <new>
-#include <system_error>
+#include <optional>
 #include <thread>
 
 std::atomic<bool> Acq_thread_is_running{false};
@@ -33,13 +34,21 @@ constexpr std::chrono::milliseconds kPauseAfterFailure{100};
 
 using BufferMemory = std::unique_ptr<uint8_t[]>;
 
-// The one acquisition that the menus can run. Touched by the main thread only: the acquisition
-// thread is given what it needs.
+// What the acquisition thread reads; not changed while it runs.
+struct ThreadInput
+{
+    DS_HANDLE hDataStream = nullptr;
+    EVENT_HANDLE hEvent = nullptr;
+};
+
+// The one acquisition that the menus can run. Touched by the main thread only, apart from the
+// thread's input.
 struct Acquisition
 {
     bool started = false;
     EVENT_HANDLE hEvent = nullptr;
-    std::thread thread;
+    ThreadInput input;
+    std::optional<ZrSync_U3V::thread> thread;
     std::vector<BufferMemory> memory; // announced, owned here
 };
 Acquisition g_acquisition;
@@ -47,8 +56,9 @@ Acquisition g_acquisition;
 void JoinAcquisitionThread()
 {
     Acq_thread_is_running = false;
-    if (g_acquisition.thread.joinable()) {
-        g_acquisition.thread.join();
+    if (g_acquisition.thread.has_value()) {
+        g_acquisition.thread->join();
+        g_acquisition.thread.reset();
     }
 }
 
@@ -56,12 +66,15 @@ void StartAcquisitionThread(DS_HANDLE hDataStream)
 {
     JoinAcquisitionThread();
     Acq_thread_is_running = true;
-    try {
-        g_acquisition.thread =
-            std::thread(ImageAcquisitionThread, hDataStream, g_acquisition.hEvent);
-    } catch (const std::system_error& error) {
+    g_acquisition.input = {hDataStream, g_acquisition.hEvent};
+    const auto run = [](void* argument) {
+        const auto* input = static_cast<const ThreadInput*>(argument);
+        ImageAcquisitionThread(input->hDataStream, input->hEvent);
+    };
+    g_acquisition.thread.emplace(run, &g_acquisition.input);
+    if (const int error = g_acquisition.thread->Error(); error != 0) {
         Acq_thread_is_running = false;
-        std::printf(":%s thread start failed!:%d\n", "ImageAcquisitionStart", error.code().value());
+        std::printf(":%s thread start failed!:%d\n", "ImageAcquisitionStart", error);
     }
 }
 

@@ -28,7 +28,8 @@ struct thread::Shared
 thread::thread(Function function, void* argument) : m_shared(new Shared(function, argument))
 {
     // From here on the record belongs to both; the thread may be over before this call returns.
-    if (pthread_create(&m_thread, nullptr, &thread::_run, m_shared) != 0) {
+    m_error = pthread_create(&m_thread, nullptr, &thread::_run, m_shared);
+    if (m_error != 0) {
         m_thread = {};
         m_shared->finished = true;
         m_shared->Release(); // the share of the thread that does not exist

@@ -12,7 +12,7 @@ public:
     using Function = void (*)(void*);
 
     // Starts `function(argument)`; an exception that leaves it ends the process. When no thread
-    // can be made the object counts as finished and the function is never called.
+    // can be made the object counts as finished and the function is never called; Error says why.
     thread(Function function, void* argument);
     // Detaches a thread that was not joined.
     ~thread();
@@ -22,6 +22,9 @@ public:
     // Joins; returns at once when there is no thread or its function has returned.
     void join();
 
+    // 0, or the error number for which no thread could be made.
+    int Error() const { return m_error; }
+
 private:
     // The finished flag, the function and its argument: shared with the thread, because a detached
     // thread outlives this object.
@@ -29,6 +32,7 @@ private:
     static void* _run(void* argument);
 
     pthread_t m_thread = {};
+    int m_error = 0;
     Shared* m_shared;
 };
 
