@@ -9,8 +9,7 @@ ZrGenTLBuffer::ZrGenTLBuffer(void* buffer, size_t size, bool allocate, void* use
                              const char* tlType)
     : m_pBase(static_cast<uint8_t*>(buffer)), m_nSize(size), m_pUserPtr(userPtr),
       // Quirk Q17: the buffers of this USB3 Vision producer name "GEV" as their transport layer.
-      m_strTLType(tlType != nullptr ? tlType : "GEV"), m_strFileName("TBD-FileName"),
-      m_bConsumerMemory(buffer != nullptr)
+      m_strTLType(tlType != nullptr ? tlType : "GEV"), m_bConsumerMemory(buffer != nullptr)
 {
     // Last, because nothing after it can throw and leave the memory behind.
     if (buffer == nullptr && allocate) {

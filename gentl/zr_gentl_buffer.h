@@ -80,7 +80,6 @@ private:
     size_t m_nHeight ZR_GUARDED_BY(m_mutex) = 0;
     uint64_t m_nFrameId ZR_GUARDED_BY(m_mutex) = 0;
     uint64_t m_nPixelFormat ZR_GUARDED_BY(m_mutex) = 0;
-    std::string m_strFileName ZR_GUARDED_BY(m_mutex);
     bool m_bConsumerMemory ZR_GUARDED_BY(m_mutex) = false;
     RecursiveMutex m_mutex;
     UseGate m_gate;

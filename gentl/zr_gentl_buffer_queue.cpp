@@ -205,21 +205,6 @@ Pinned<ZrGenTLBuffer> ZrGenTLBufferQueue::PinFront(ZR_BUFFER_TYPE_LIST list)
         _find(list, false, [](const ZrGenTLBuffer* /*front*/) { return true; }));
 }
 
-bool ZrGenTLBufferQueue::PopFrontIf(ZR_BUFFER_TYPE_LIST list, const ZrGenTLBuffer* buffer)
-{
-    if (!_isValid(list)) {
-        return false;
-    }
-    Locker lock(m_mutex);
-    List* const entries = _getBufferQueue(list);
-    // Looked at without a lock in between: a flush or a revoke may have changed the front since.
-    if (entries->empty() || (*entries)[0] != buffer) {
-        return false;
-    }
-    entries->pop_front();
-    return true;
-}
-
 std::deque<ZrGenTLBuffer*> ZrGenTLBufferQueue::Copy(ZR_BUFFER_TYPE_LIST list)
 {
     if (!_isValid(list)) {

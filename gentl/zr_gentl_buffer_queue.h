@@ -32,14 +32,14 @@ public:
     bool Add(ZR_BUFFER_TYPE_LIST list, ZrGenTLBuffer* buffer);
     ZrGenTLBuffer* GetFront(ZR_BUFFER_TYPE_LIST list, bool pop);
     // Front of `src` to the back of `dest`; without `pop` it stays in both.
-    void MoveTo(ZR_BUFFER_TYPE_LIST dest, ZR_BUFFER_TYPE_LIST src, bool pop);
+    void MoveTo(ZR_BUFFER_TYPE_LIST dest, ZR_BUFFER_TYPE_LIST src, bool pop); // kept
     // All of `src` to the back of `dest`, in order; `clear` empties `src` afterwards.
-    void FlushTo(ZR_BUFFER_TYPE_LIST dest, ZR_BUFFER_TYPE_LIST src, bool clear);
+    void FlushTo(ZR_BUFFER_TYPE_LIST dest, ZR_BUFFER_TYPE_LIST src, bool clear); // kept
     ZrGenTLBuffer* FindByBuffer(ZR_BUFFER_TYPE_LIST list, const void* base, bool remove);
     void* FindByHandle(ZR_BUFFER_TYPE_LIST list, void* handle, bool remove);
     ZrGenTLBuffer* FindByIndex(ZR_BUFFER_TYPE_LIST list, uint32_t index, bool remove);
     uint32_t GetCount(ZR_BUFFER_TYPE_LIST list);
-    uint32_t GetBiggestSize(ZR_BUFFER_TYPE_LIST list);
+    uint32_t GetBiggestSize(ZR_BUFFER_TYPE_LIST list); // kept
     // With `deleteBuffers` the buffers leave all three lists and are freed, each once, when the
     // last call has left it: the calling thread must not be inside one of them.
     void Clear(ZR_BUFFER_TYPE_LIST list, bool deleteBuffers);
@@ -48,8 +48,6 @@ public:
     // none.
     Pinned<ZrGenTLBuffer> PinByHandle(ZR_BUFFER_TYPE_LIST list, void* handle);
     Pinned<ZrGenTLBuffer> PinFront(ZR_BUFFER_TYPE_LIST list);
-    // Takes the front entry out if it is `buffer`; false when the list has changed meanwhile.
-    bool PopFrontIf(ZR_BUFFER_TYPE_LIST list, const ZrGenTLBuffer* buffer);
     // A snapshot of a list.
     std::deque<ZrGenTLBuffer*> Copy(ZR_BUFFER_TYPE_LIST list);
 

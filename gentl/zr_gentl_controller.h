@@ -37,11 +37,11 @@ public:
     // Gives the memory of the registry and of the last errors back; both stay usable.
     void ReleaseMemory();
 
-    ZrGenTLModuleBase* GetSystemModule(void* h);
-    ZrGenTLModuleBase* GetInterfaceModule(void* h);
-    ZrGenTLModuleBase* GetDeviceModule(void* h);
-    ZrGenTLModuleBase* GetDataStreamModule(void* h);
-    ZrGenTLModuleBase* GetRemoteDeviceModule(void* h);
+    ZrGenTLModuleBase* GetSystemModule(void* h);       // kept
+    ZrGenTLModuleBase* GetInterfaceModule(void* h);    // kept
+    ZrGenTLModuleBase* GetDeviceModule(void* h);       // kept
+    ZrGenTLModuleBase* GetDataStreamModule(void* h);   // kept
+    ZrGenTLModuleBase* GetRemoteDeviceModule(void* h); // kept
     // The registered module at address `h` with this kind name, entered; empty for NULL, unknown,
     // or another kind.
     Pinned<ZrGenTLModuleBase> PinModule(void* h, const char* name);
@@ -59,7 +59,7 @@ public:
     GC_ERROR UnregisterEvent(void* h, int iEventID);
 
     // Searches the events of all registered modules, in order of registration.
-    ZrGenTLEvent* FindEventModule(void* hEvent);
+    ZrGenTLEvent* FindEventModule(void* hEvent); // kept
     Pinned<ZrGenTLEvent> PinEvent(void* hEvent);
 
     void SetLastError(int code);

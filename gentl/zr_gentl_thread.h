@@ -27,7 +27,7 @@ public:
     bool Wait(int32_t timeout_ms);
     // pthread_cancel; the thread ends at its next cancellation point and is still to be joined.
     // Always true.
-    bool Terminate(int32_t timeout_ms);
+    bool Terminate(int32_t timeout_ms); // kept
     bool IsRunning();
     // True on the thread itself, while it runs.
     bool IsCurrentThread();

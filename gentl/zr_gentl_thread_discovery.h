@@ -33,7 +33,7 @@ public:
     // completed during the wait. 0 runs no pass and is true.
     bool RequestAndWaitDiscovery(uint64_t time_ms);
     // A first pass was completed since the newest request.
-    bool IsFirstDiscoveryCompleted();
+    bool IsFirstDiscoveryCompleted(); // kept
     // Tells the worker to end after the pass it is in, and releases a requester that waits.
     void RequestExit();
     void WaitForExit();

@@ -17,13 +17,17 @@ public:
     // untouched, required size written) or success.
     static GC_ERROR CopyInfoString(std::string_view value, int* piType, void* pBuffer,
                                    size_t* piSize);
-    static GC_ERROR CopyInfoInt16(int16_t value, int* piType, void* pBuffer, size_t* piSize);
-    static GC_ERROR CopyInfoUint16(uint16_t value, int* piType, void* pBuffer, size_t* piSize);
+    static GC_ERROR CopyInfoInt16(int16_t value, int* piType, void* pBuffer,
+                                  size_t* piSize); // kept
+    static GC_ERROR CopyInfoUint16(uint16_t value, int* piType, void* pBuffer,
+                                   size_t* piSize); // kept
     static GC_ERROR CopyInfoInt32(int32_t value, int* piType, void* pBuffer, size_t* piSize);
     static GC_ERROR CopyInfoUint32(uint32_t value, int* piType, void* pBuffer, size_t* piSize);
-    static GC_ERROR CopyInfoInt64(int64_t value, int* piType, void* pBuffer, size_t* piSize);
+    static GC_ERROR CopyInfoInt64(int64_t value, int* piType, void* pBuffer,
+                                  size_t* piSize); // kept
     static GC_ERROR CopyInfoUint64(uint64_t value, int* piType, void* pBuffer, size_t* piSize);
-    static GC_ERROR CopyInfoFloat64(double value, int* piType, void* pBuffer, size_t* piSize);
+    static GC_ERROR CopyInfoFloat64(double value, int* piType, void* pBuffer,
+                                    size_t* piSize); // kept
     static GC_ERROR CopyInfoPtr(void* value, int* piType, void* pBuffer, size_t* piSize);
     static GC_ERROR CopyInfoBool(bool value, int* piType, void* pBuffer, size_t* piSize);
     static GC_ERROR CopyInfoSizeT(size_t value, int* piType, void* pBuffer, size_t* piSize);
@@ -37,9 +41,9 @@ public:
     // Blank to "%20"; every other byte unchanged.
     static std::string UriEncode(const std::string& text);
     // "%XX" (either case) to its byte; the last two bytes are always copied as they stand.
-    static std::string UriDecode(const std::string& text);
+    static std::string UriDecode(const std::string& text); // kept
     // "00-11-22-33-44-55" to 0x001122334455; 0 when fewer than six numbers are read.
-    static uint64_t ConvertMacAddress(const std::string& text);
+    static uint64_t ConvertMacAddress(const std::string& text); // kept
 
     // Copies of the four embedded register-description documents.
     static std::string CreateXMLSystem();

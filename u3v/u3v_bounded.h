@@ -15,10 +15,7 @@ uint16_t U3V_GetImageBounded(U3V_STREAM_HANDLE hStream, void* pDestination, size
 // nothing runs.
 uint16_t U3V_RequestStop(U3V_STREAM_HANDLE hStream);
 
-// Room for names longer than an int16_t length: same exchange as U3V_ReadMem/U3V_WriteMem, but a
-// length outside what one exchange carries (1012 bytes read, 1024 written) is refused with
-// U3V_STATUS_GENCP_INVALID_PARAMETER.
-uint16_t U3V_ReadMemSized(U3V_CONTROL_HANDLE hControl, uint64_t nAddress, size_t length,
-                          void* pDestination);
+// U3V_WriteMem for lengths that an int16_t does not hold: more than the 1024 bytes that one
+// exchange carries is refused with U3V_STATUS_GENCP_INVALID_PARAMETER.
 uint16_t U3V_WriteMemSized(U3V_CONTROL_HANDLE hControl, uint64_t nAddress, size_t length,
                            const void* pSource);

@@ -106,7 +106,7 @@ void U3V_Control::_reset()
     m_XmlFile = {};
     m_nRequestId = 0;
     m_Outstanding.Clear();
-    m_Capability = {};
+    m_bWrittenLength = false;
     m_bOpened = true;
 }
 
@@ -138,62 +138,40 @@ uint16_t U3V_Control::_readBootstrap()
 
     // The address is the camera's word and not checked: a wrong one only makes it refuse.
     const uint64_t base = m_nSbrmAddress;
-    const std::pair<Register<uint32_t>, std::atomic<uint32_t>*> table[] = {
-        {sbrm::kMaximumCommandTransfer, &m_nMaxCommandLength},
-        {sbrm::kMaximumAcknowledgeTransfer, &m_nMaxAckLength},
-        {sbrm::kNumberOfStreamChannels, &m_nStreamChannels},
-    };
-    for (const auto& [reg, target] : table) {
-        uint32_t value = 0;
+    // Cameras know this sequence; of the sizes none is needed here.
+    uint32_t value = 0;
+    for (const auto& reg : {sbrm::kMaximumCommandTransfer, sbrm::kMaximumAcknowledgeTransfer,
+                            sbrm::kNumberOfStreamChannels}) {
         if ((status = _readRegister(reg.At(base), value)) != U3V_STATUS_SUCCESS) {
             return status;
         }
-        *target = value;
     }
+    m_nStreamChannels = value;
 
     if ((status = _readRegister(abrm::kDeviceCapability, wide)) != U3V_STATUS_SUCCESS) {
         return status;
     }
-    _decodeCapability(wide);
+    m_bWrittenLength = (wide & abrm::kHasWrittenLength) != 0;
     constexpr uint8_t kNoConfiguration[sizeof(uint64_t)] = {};
     return _write(abrm::kDeviceConfiguration.address, kNoConfiguration);
 }
 
-void U3V_Control::_decodeCapability(uint64_t bits)
-{
-    const auto bit = [bits](unsigned number) { return static_cast<uint8_t>(bits >> number & 1U); };
-    m_Capability.userDefinedName = bit(0);
-    m_Capability.accessPrivilege = bit(1);
-    m_Capability.messageChannel = bit(2);
-    m_Capability.timestamp = bit(3);
-    m_Capability.stringEncoding = static_cast<uint8_t>(bits >> 4U & 0xFU);
-    m_Capability.familyName = bit(8);
-    m_Capability.sbrm = bit(9);
-    m_Capability.endianness = bit(10);
-    m_bWrittenLength = bit(11) != 0;
-}
-
 uint16_t U3V_Control::ReadMem(uint64_t address, void* destination, int16_t length)
 {
-    // A negative length becomes a huge one here and is refused as such.
-    return ReadMemSized(address, destination, static_cast<size_t>(length));
+    const auto size = static_cast<size_t>(length); // a negative one is huge and refused as such
+    Locker lock(m_Mutex);
+    if (!m_bOpened) {
+        return U3V_STATUS_NOT_OPEN;
+    }
+    if (size > kMaximumRead || (destination == nullptr && size > 0)) {
+        return U3V_STATUS_GENCP_INVALID_PARAMETER;
+    }
+    return _read(address, {static_cast<uint8_t*>(destination), size});
 }
 
 uint16_t U3V_Control::WriteMem(uint64_t address, const void* source, int16_t length)
 {
     return WriteMemSized(address, source, static_cast<size_t>(length));
-}
-
-uint16_t U3V_Control::ReadMemSized(uint64_t address, void* destination, size_t length)
-{
-    Locker lock(m_Mutex);
-    if (!m_bOpened) {
-        return U3V_STATUS_NOT_OPEN;
-    }
-    if (length > kMaximumRead || (destination == nullptr && length > 0)) {
-        return U3V_STATUS_GENCP_INVALID_PARAMETER;
-    }
-    return _read(address, {static_cast<uint8_t*>(destination), length});
 }
 
 uint16_t U3V_Control::WriteMemSized(uint64_t address, const void* source, size_t length)

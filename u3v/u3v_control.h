@@ -78,32 +78,18 @@ public:
     // failing read leaves the destination untouched.
     uint16_t ReadMem(uint64_t address, void* destination, int16_t length) ZR_EXCLUDES(m_Mutex);
     uint16_t WriteMem(uint64_t address, const void* source, int16_t length) ZR_EXCLUDES(m_Mutex);
-    uint16_t ReadMemSized(uint64_t address, void* destination, size_t length) ZR_EXCLUDES(m_Mutex);
     uint16_t WriteMemSized(uint64_t address, const void* source, size_t length)
         ZR_EXCLUDES(m_Mutex);
 
-    uint16_t NumberOfStreamChannels(uint32_t* channels) const;
+    uint16_t NumberOfStreamChannels(uint32_t* channels) const; // kept
     uint16_t MaximumDeviceResponseTime(uint32_t* milliseconds) const;
     uint64_t SbrmAddress() const { return m_nSbrmAddress; }
 
     // The slot for the camera's description file. Nothing here fills it; UnzipXmlFile replaces a
     // zip archive in it by the archive's first member, or leaves it as it is.
-    void StoreXmlFile(std::vector<uint8_t> file) ZR_EXCLUDES(m_Mutex);
-    std::vector<uint8_t> XmlFile() ZR_EXCLUDES(m_Mutex);
-    uint16_t UnzipXmlFile() ZR_EXCLUDES(m_Mutex);
-
-    // Device Capability register, one byte per flag; bits 4..7 are one value.
-    struct Capability
-    {
-        uint8_t userDefinedName;
-        uint8_t accessPrivilege;
-        uint8_t messageChannel;
-        uint8_t timestamp;
-        uint8_t stringEncoding;
-        uint8_t familyName;
-        uint8_t sbrm;
-        uint8_t endianness;
-    };
+    void StoreXmlFile(std::vector<uint8_t> file) ZR_EXCLUDES(m_Mutex); // kept
+    std::vector<uint8_t> XmlFile() ZR_EXCLUDES(m_Mutex);               // kept
+    uint16_t UnzipXmlFile() ZR_EXCLUDES(m_Mutex);                      // kept
 
 private:
     // One buffer for every acknowledge, and the data that one exchange carries.
@@ -111,13 +97,12 @@ private:
     static constexpr size_t kMaximumRead = kAckBufferSize - control_wire::kAckHeaderSize;
     static constexpr size_t kMaximumWrite = 1024;
 
-    friend class U3V_ControlProbe; // tests: looks at decoded capabilities and the request id
+    friend class U3V_ControlProbe; // tests: sets the request id
 
     void _readOutstandingAnswers() ZR_EXCLUDES(m_Mutex);
     bool _claim() ZR_REQUIRES(m_Mutex);
     void _reset() ZR_REQUIRES(m_Mutex);
     uint16_t _readBootstrap() ZR_REQUIRES(m_Mutex);
-    void _decodeCapability(uint64_t bits) ZR_REQUIRES(m_Mutex);
 
     uint16_t _read(uint64_t address, std::span<uint8_t> destination) ZR_REQUIRES(m_Mutex);
     uint16_t _write(uint64_t address, std::span<const uint8_t> source) ZR_REQUIRES(m_Mutex);
@@ -147,10 +132,7 @@ private:
     uint16_t m_nRequestId ZR_GUARDED_BY(m_Mutex) = 0; // the last one used
     U3V_OutstandingAnswers m_Outstanding ZR_GUARDED_BY(m_Mutex);
     bool m_bOpened ZR_GUARDED_BY(m_Mutex) = false;
-    std::atomic<uint32_t> m_nMaxCommandLength = 0;
-    std::atomic<uint32_t> m_nMaxAckLength = 0;
     std::atomic<uint32_t> m_nStreamChannels = 0;
-    Capability m_Capability ZR_GUARDED_BY(m_Mutex) = {};
     bool m_bWrittenLength ZR_GUARDED_BY(m_Mutex) = false;
     std::atomic<uint32_t> m_nTimeout; // ms, as the camera names it
     std::vector<uint8_t> m_XmlFile ZR_GUARDED_BY(m_Mutex);

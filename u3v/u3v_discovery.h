@@ -41,7 +41,7 @@ public:
 
     // The handle itself, or std::invalid_argument for a null one.
     template <class Handle>
-    static Handle* CheckDiscovery(Handle* handle)
+    static Handle* CheckDiscovery(Handle* handle) // kept
     {
         if (handle == nullptr) {
             throw std::invalid_argument(" Invalid Decovery Handle");

@@ -176,14 +176,6 @@ uint16_t U3V_WriteMem(U3V_CONTROL_HANDLE hControl, uint64_t nAddress, int16_t nL
     });
 }
 
-uint16_t U3V_ReadMemSized(U3V_CONTROL_HANDLE hControl, uint64_t nAddress, size_t length,
-                          void* pDestination)
-{
-    return U3V_Call(hControl, [&](U3V_Control& control) {
-        return control.ReadMemSized(nAddress, pDestination, length);
-    });
-}
-
 uint16_t U3V_WriteMemSized(U3V_CONTROL_HANDLE hControl, uint64_t nAddress, size_t length,
                            const void* pSource)
 {
@@ -201,12 +193,12 @@ uint16_t U3V_MaximumDeviceResponseTime(U3V_CONTROL_HANDLE hControl, uint32_t* pn
 }
 
 uint16_t U3V_OpenStream(U3V_DEVICE_HANDLE hDevice, U3V_CONTROL_HANDLE hControl,
-                        U3V_STREAM_HANDLE* phStream, uint32_t nArgument)
+                        U3V_STREAM_HANDLE* phStream, uint32_t /*nArgument*/)
 {
     return U3V_Call(
         hDevice,
         [&](U3V_Device& device) {
-            return MakeHandle(phStream, &device, U3V_FromHandle(hControl)).OpenStream(nArgument);
+            return MakeHandle(phStream, &device, U3V_FromHandle(hControl)).OpenStream();
         },
         hControl, phStream);
 }

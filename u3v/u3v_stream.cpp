@@ -56,7 +56,7 @@ uint16_t U3V_Stream::_write(Register<T> reg, T value)
     return m_pControl->WriteMem(reg.address, bytes, sizeof(bytes));
 }
 
-uint16_t U3V_Stream::OpenStream(uint32_t argument)
+uint16_t U3V_Stream::OpenStream()
 {
     Locker lock(m_StateMutex);
     if (m_pDevice->StreamInterface == 0 || m_pDevice->Handle() == nullptr) {
@@ -66,7 +66,6 @@ uint16_t U3V_Stream::OpenStream(uint32_t argument)
         g_logger.Trace(ZR_LOG_ERROR, "%s GC_ERR_RESOURCE_IN_USE", "OpenStream");
         return U3V_STATUS_CLAIM_FAILED;
     }
-    m_nOpenArgument = argument;
     const uint16_t status = _readStreamInterface();
     if (status == U3V_STATUS_SUCCESS) {
         m_nBufferCount = kDefaultBufferCount;
@@ -86,9 +85,10 @@ uint16_t U3V_Stream::_readStreamInterface()
     if ((capability & sbrm::kSirmAvailable) == 0) {
         return U3V_STATUS_NO_STREAM_INTERFACE;
     }
+    uint32_t length = 0; // read because cameras know the sequence; all registers are there
     uint32_t info = 0;
     if ((status = _read(sbrm::kSirmAddress.At(base), m_nSirmAddress)) != U3V_STATUS_SUCCESS ||
-        (status = _read(sbrm::kSirmLength.At(base), m_nSirmLength)) != U3V_STATUS_SUCCESS ||
+        (status = _read(sbrm::kSirmLength.At(base), length)) != U3V_STATUS_SUCCESS ||
         (status = _read(sirm::kInfo.At(m_nSirmAddress), info)) != U3V_STATUS_SUCCESS) {
         return status;
     }
@@ -303,7 +303,7 @@ uint16_t U3V_Stream::AcquisitionStop(uint64_t* imagesAcquired, uint64_t* lostCou
         return status; // still acquiring: the caller may try again
     }
     *imagesAcquired = m_Session != nullptr ? m_Session->ImagesAcquired() : 0;
-    *lostCount = m_nLostCount;
+    *lostCount = 0; // no loss is detected here
     _dropSession();
     return U3V_STATUS_SUCCESS;
 }

@@ -28,9 +28,9 @@ public:
     U3V_Stream(const U3V_Stream&) = delete;
     U3V_Stream& operator=(const U3V_Stream&) = delete;
 
-    uint16_t OpenStream(uint32_t argument) ZR_EXCLUDES(m_StateMutex);
+    uint16_t OpenStream() ZR_EXCLUDES(m_StateMutex);
     // Sets or clears the stream enable bit; on success that is the acquiring state.
-    uint16_t EnableStream(bool enable) ZR_EXCLUDES(m_StateMutex);
+    uint16_t EnableStream(bool enable) ZR_EXCLUDES(m_StateMutex); // kept
     uint16_t AcquisitionStart(uint32_t imagesToAcquire) ZR_EXCLUDES(m_StateMutex);
     // Has a running acquisition end at its next completion, without waiting: the wait of the
     // AcquisitionStop that follows counts from here. So several streams end side by side.
@@ -74,15 +74,12 @@ private:
     const std::shared_ptr<U3V_ImageHandover> m_Handover;
 
     Mutex m_StateMutex;
-    uint32_t m_nOpenArgument ZR_GUARDED_BY(m_StateMutex) = 100; // kept for the record
     std::atomic<bool> m_bOpened = false;
     std::atomic<bool> m_bAcquiring = false;
     uint64_t m_nSirmAddress ZR_GUARDED_BY(m_StateMutex) = 0;
-    uint32_t m_nSirmLength ZR_GUARDED_BY(m_StateMutex) = 0;
     uint8_t m_nAlignment ZR_GUARDED_BY(m_StateMutex) = 1; // exponent of two
     std::atomic<uint32_t> m_nTransferSize = 0x100000;     // bytes
     std::atomic<uint32_t> m_nBufferCount = 0;             // 4 from OpenStream on
-    const uint64_t m_nLostCount = 0;                      // never raised: no loss is detected here
     std::shared_ptr<U3V_StreamSession> m_Session ZR_GUARDED_BY(m_StateMutex);
     std::thread m_EventThread ZR_GUARDED_BY(m_StateMutex);
 };

@@ -401,9 +401,3 @@ void U3V_StreamSession::ReapOrphans()
     ended.assign(std::make_move_iterator(split), std::make_move_iterator(sessions.end()));
     sessions.erase(split, sessions.end());
 }
-
-size_t U3V_StreamSession::OrphanCount()
-{
-    Locker lock(TheOrphans().mutex);
-    return TheOrphans().sessions.size();
-}

@@ -108,7 +108,6 @@ public:
     uint64_t ImagesAcquired() const { return m_nNumImagesAcquired; }
     // Frees kept sessions whose transfer has come back after all.
     static void ReapOrphans();
-    static size_t OrphanCount();
 
 private:
     void _allocate(uint32_t bufferCount);

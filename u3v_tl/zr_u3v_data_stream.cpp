@@ -11,7 +11,6 @@
 namespace {
 
 constexpr const char* kDocumentFileName = "ZrGenTLU3V_DS.xml";
-constexpr uint32_t kStreamArgument = 1000;
 constexpr uint32_t kTransferSize = 0x100000; // bytes of one payload transfer
 constexpr uint32_t kImageTimeout = 200;      // ms the acquisition thread waits for one image
 constexpr size_t kAnnounceMinimum = 1;
@@ -71,8 +70,7 @@ GC_ERROR ZrU3VDataStream::Open()
             return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
         }
     }
-    if (const GC_ERROR status = m_pRemoteDevice->OpenStream(kStreamArgument);
-        status != GC_ERR_SUCCESS) {
+    if (const GC_ERROR status = m_pRemoteDevice->OpenStream(); status != GC_ERR_SUCCESS) {
         return ZR_FAIL(status, "%s OpenStream:%d", __func__, status);
     }
     Locker<RecursiveMutex> lock(m_mutex);

@@ -20,7 +20,7 @@ namespace {
 // Port reads go to the camera in pieces of this size.
 constexpr size_t kReadPieceLength = 256;
 constexpr size_t kTextLength = 1024;
-constexpr uint32_t kStreamArgument = 1000;
+constexpr uint32_t kStreamArgument = 1000; // of no meaning to the stream channel
 // Read in one piece from the user-defined name on; the text ends at its first zero.
 constexpr size_t kUserDefinedNameReadLength = 512;
 
@@ -171,7 +171,6 @@ GC_ERROR ZrU3VRemoteDevice::Close()
         }
         m_bOpened = false;
     }
-    m_bClosing = true;
     return _closeHandles();
 }
 
@@ -271,7 +270,7 @@ bool ZrU3VRemoteDevice::IsEventImplemented(int /*eventId*/)
     return false;
 }
 
-GC_ERROR ZrU3VRemoteDevice::OpenStream(uint32_t /*index*/)
+GC_ERROR ZrU3VRemoteDevice::OpenStream()
 {
     if (m_hStream != nullptr) {
         return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s Failed! GC_ERR_RESOURCE_IN_USE", __func__);

@@ -49,7 +49,7 @@ public:
     // Makes a local file the only description file; an empty path changes nothing.
     void InjectXMLFromFile(const char* path);
 
-    GC_ERROR OpenStream(uint32_t index);
+    GC_ERROR OpenStream();
     GC_ERROR CloseStream();
     GC_ERROR SetBufferCount(uint32_t count);
     GC_ERROR SetTransferSize(uint32_t size);
@@ -60,7 +60,7 @@ public:
     // Waits up to `timeout` ms for an image and writes at most `capacity` bytes of it. Returns a
     // U3V status (widened with sign), not a GenTL code.
     int32_t GetImage(void* buffer, size_t capacity, uint32_t timeout, IMAGE_HEADER* header);
-    void PollHeartBeat() {}
+    void PollHeartBeat() {} // kept
 
 private:
     GC_ERROR _openCamera(int32_t flags);
@@ -75,5 +75,4 @@ private:
     std::atomic<U3V_CONTROL_HANDLE> m_hControl{nullptr};
     std::atomic<U3V_DEVICE_HANDLE> m_hDevice{nullptr};
     std::atomic<U3V_STREAM_HANDLE> m_hStream{nullptr};
-    std::atomic<bool> m_bClosing{false};
 };

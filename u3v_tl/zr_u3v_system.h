@@ -50,7 +50,7 @@ public:
     void _updateInterfaceList(const std::vector<_ZR_U3V_INTERFACE_INFO>& newList, bool* changed);
     bool _findInterfaceInfoByIndex(uint32_t index, _ZR_U3V_INTERFACE_INFO& record);
     bool _findInterfaceInfoById(const char* id, _ZR_U3V_INTERFACE_INFO& record);
-    static bool _isAddressValid(uint64_t address);
+    static bool _isAddressValid(uint64_t address); // kept
 
 private:
     void _setUpdateInProgress(uint8_t value);

@@ -104,7 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         ZrU3VRemoteDevice remote(info, nullptr);
         if (remote.Open(DEVICE_ACCESS_CONTROL) == GC_ERR_SUCCESS) {
             UsePort(input, remote);
-            if (remote.OpenStream(0) == GC_ERR_SUCCESS) {
+            if (remote.OpenStream() == GC_ERR_SUCCESS) {
                 remote.CloseStream();
             }
             FuzzDemand(remote.Close() == GC_ERR_SUCCESS, "an open camera closes");

@@ -102,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         U3V_Control control(&camera.Device());
         control.OpenControl();
         U3V_Stream stream(&camera.Device(), &control, ShortTimings());
-        FuzzDemand(stream.OpenStream(0) == U3V_STATUS_SUCCESS, "the stream opens");
+        FuzzDemand(stream.OpenStream() == U3V_STATUS_SUCCESS, "the stream opens");
         const std::vector<size_t> known = {leader, trailer, 52, 32, 0, 1024, payload % kLargest};
         for (unsigned rounds = 1 + input.Below(3); rounds > 0; --rounds) {
             Acquire(input, stream, known);

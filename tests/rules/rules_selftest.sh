@@ -46,7 +46,7 @@ breaks()
 }
 
 clean_tree
-for rule in includes words paths whitespace quirks quirk_marks quirk_tests links; do expect pass "$rule" "clean tree"; done
+for rule in includes words paths whitespace quirks quirk_marks quirk_tests kept links; do expect pass "$rule" "clean tree"; done
 
 breaks includes "gentl includes u3v" gentl/b.cpp '#include "u3v_control.h"\n'
 breaks includes "modules include the control channel" u3v_tl/b.cpp '#include "u3v_control.h"\n'
@@ -89,6 +89,7 @@ breaks quirk_marks "malformed mark" gentl/b.cpp '// Quirk: forgot the number\n'
 breaks includes "tool includes the library" zr_u3v_tool/b.cpp '#include "zr_sync.h"\n'
 breaks includes "tool includes the flat interface" zr_u3v_tool/b.cpp '#include <zr_u3v_tl/u3v_lib.h>\n'
 breaks includes "tool includes libusb" zr_u3v_tool/b.cpp '#include <libusb-1.0/libusb.h>\n'
+breaks kept "kept, and called" gentl/b.cpp 'int Old(int a); // kept\nint b = Old(Old(1));\n'
 breaks links "a document that is gone" docs/b.md 'see [that](gone.md#there)\n'
 breaks links "a picture that is gone" docs/b.md '<img src="pictures/gone.png">\n'
 breaks quirk_tests "pinned by no test" docs/quirks.md 'Module.Close_Twice_IsRefused\n'

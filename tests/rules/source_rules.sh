@@ -179,7 +179,7 @@ quirks()
     local ledger=docs/quirks.md
     [ -f "$ledger" ] || { report "$ledger is missing"; return; }
     local in_code in_ledger
-    in_code=$(code_files 'base|logging|gentl|u3v|u3v_tl|client|virtual_camera|include' | tr '\n' '\0' |
+    in_code=$(code_files 'logging|gentl|u3v|u3v_tl|client|virtual_camera|include' | tr '\n' '\0' |
         xargs -0 -r grep -hoE 'Quirk Q[0-9]+[a-z]?:' /dev/null | grep -oE 'Q[0-9]+[a-z]?' | sort -u)
     in_ledger=$(grep -oE '^(#+ |\| *)`?Q[0-9]+[a-z]?\b' "$ledger" | grep -oE 'Q[0-9]+[a-z]?' | sort)
     [ -n "$in_code" ] || report "no quirk is marked in the code"
@@ -192,10 +192,23 @@ quirks()
 # standard one, carry no quirk.
 quirk_marks()
 {
-    code_files 'base|logging|gentl|u3v|u3v_tl|client|virtual_camera|include' | tr '\n' '\0' |
+    code_files 'logging|gentl|u3v|u3v_tl|client|virtual_camera|include' | tr '\n' '\0' |
         xargs -0 -r grep -nE '\bQuirk\b' /dev/null | sed -E 's/Quirk Q[0-9]+[a-z]?: [^ ]//g' | grep -E '\bQuirk\b' | report_from
-    code_files 'u3v_wire|usb|archive|info|u3v_host|standard_tl' | tr '\n' '\0' |
+    code_files 'base|u3v_wire|usb|archive|info|u3v_host|standard_tl' | tr '\n' '\0' |
         xargs -0 -r grep -nE '\bQuirk\b' /dev/null | report_from
+}
+
+# "// kept" behind a declaration: of the interface that the library offers to those who link its
+# parts, without a caller of its own. Once it has one the mark goes.
+kept()
+{
+    local code name
+    code=$(code_files 'logging|gentl|u3v|u3v_tl' | tr '\n' '\0' | xargs -0 -r sed -E 's|//.*||' | grep -oE '[A-Za-z_0-9]+')
+    while IFS= read -r name; do
+        [ "$(grep -cx "$name" <<<"$code")" -le 2 ] || report "$name is marked as kept and is called"
+    done < <(code_files 'logging|gentl|u3v|u3v_tl' | tr '\n' '\0' | xargs -0 -r cat /dev/null |
+        sed -E 's|^([^/]*)// kept$|\1@kept;|; s|//.*||' | tr '\n' ' ' | tr ';{}' '\n\n\n' |
+        grep -B1 '^ *@kept' | sed -nE 's/^[^(]*[^A-Za-z0-9_]([A-Za-z0-9_]+)\(.*/\1/p' | sort -u)
 }
 
 # What a document links to, or shows, is there.
@@ -236,7 +249,7 @@ report_from()
 }
 
 case "$rule" in
-    includes | words | paths | whitespace | quirks | quirk_marks | quirk_tests | links) "$rule" ;;
+    includes | words | paths | whitespace | quirks | quirk_marks | quirk_tests | kept | links) "$rule" ;;
     *) echo "unknown rule $rule" >&2; exit 2 ;;
 esac
 offences=$((offences + $(wc -l <"$counter")))

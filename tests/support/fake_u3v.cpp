@@ -292,14 +292,6 @@ uint16_t U3V_WriteMem(U3V_CONTROL_HANDLE /*hControl*/, uint64_t nAddress, int16_
     return status;
 }
 
-uint16_t U3V_ReadMemSized(U3V_CONTROL_HANDLE hControl, uint64_t nAddress, size_t length,
-                          void* pDestination)
-{
-    return length > 1012
-               ? uint16_t{U3V_STATUS_GENCP_INVALID_PARAMETER}
-               : U3V_ReadMem(hControl, nAddress, static_cast<int16_t>(length), pDestination);
-}
-
 uint16_t U3V_WriteMemSized(U3V_CONTROL_HANDLE hControl, uint64_t nAddress, size_t length,
                            const void* pSource)
 {

@@ -179,15 +179,12 @@ TEST_P(BufferQueueTest, PinByHandle_HoldsTheBuffer)
     closer.join();
 }
 
-TEST_P(BufferQueueTest, PinFront_And_PopFrontIf)
+TEST_P(BufferQueueTest, PinFront_IsTheFirstUnlessItIsBeingClosed)
 {
     EXPECT_FALSE(queue.PinFront(GetParam()));
-    EXPECT_FALSE(queue.PopFrontIf(GetParam(), &a));
-    EXPECT_FALSE(queue.PopFrontIf(GetParam(), nullptr));
     AddAll(GetParam());
     EXPECT_EQ(queue.PinFront(GetParam()).Get(), &a);
-    EXPECT_FALSE(queue.PopFrontIf(GetParam(), &b));
-    EXPECT_TRUE(queue.PopFrontIf(GetParam(), &a));
+    EXPECT_EQ(queue.GetFront(GetParam(), true), &a);
     EXPECT_EQ(queue.PinFront(GetParam()).Get(), &b);
     b.Gate().ShutAndWait();
     EXPECT_FALSE(queue.PinFront(GetParam()));
@@ -217,7 +214,6 @@ TEST_F(BufferQueueTest, InvalidList_GivesEmptyResults)
         EXPECT_EQ(queue.GetBiggestSize(list), 0u);
         EXPECT_FALSE(queue.PinByHandle(list, &a));
         EXPECT_FALSE(queue.PinFront(list));
-        EXPECT_FALSE(queue.PopFrontIf(list, &a));
         EXPECT_TRUE(queue.Copy(list).empty());
         queue.Clear(list, true);
         queue.MoveTo(list, kInput, true);

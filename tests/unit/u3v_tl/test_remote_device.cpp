@@ -38,7 +38,7 @@ protected:
     void SetUp() override
     {
         OpenRemoteDeviceTest::SetUp();
-        ASSERT_EQ(m_remote.OpenStream(0), GC_ERR_SUCCESS);
+        ASSERT_EQ(m_remote.OpenStream(), GC_ERR_SUCCESS);
         m_fake.ClearJournal();
     }
 };
@@ -224,7 +224,7 @@ TEST_F(RemoteDeviceTest, Destructor_Open_Closes)
     {
         ZrU3VRemoteDevice remote(CameraRecord(), nullptr);
         ASSERT_EQ(remote.Open(DEVICE_ACCESS_CONTROL), GC_ERR_SUCCESS);
-        ASSERT_EQ(remote.OpenStream(0), GC_ERR_SUCCESS);
+        ASSERT_EQ(remote.OpenStream(), GC_ERR_SUCCESS);
         EXPECT_EQ(m_fake.OpenHandles(), 3);
     }
     EXPECT_EQ(m_fake.OpenHandles(), 0);
@@ -441,14 +441,14 @@ TEST_F(OpenRemoteDeviceTest, StreamOperations_NoStream_AreInvalidHandles)
 
 TEST_F(OpenRemoteDeviceTest, OpenStream_PassesTheArgument1000WhateverTheIndex)
 {
-    EXPECT_EQ(m_remote.OpenStream(5), GC_ERR_SUCCESS);
+    EXPECT_EQ(m_remote.OpenStream(), GC_ERR_SUCCESS);
     EXPECT_EQ(m_fake.Journal(), Strings{"U3V_OpenStream 1000"});
 }
 
 TEST_F(StreamingRemoteDeviceTest, OpenStream_Again_IsInUse)
 {
     const TraceCapture trace;
-    EXPECT_EQ(m_remote.OpenStream(0), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(m_remote.OpenStream(), GC_ERR_RESOURCE_IN_USE);
     EXPECT_EQ(trace.Lines(), Lines{ErrorLine("OpenStream Failed! GC_ERR_RESOURCE_IN_USE")});
     EXPECT_TRUE(m_fake.Journal().empty());
 }
@@ -457,10 +457,10 @@ TEST_F(OpenRemoteDeviceTest, OpenStream_Fails_IsClosedAndCanBeTriedAgain)
 {
     m_fake.Script("U3V_OpenStream", {0xC014});
     const TraceCapture trace;
-    EXPECT_EQ(m_remote.OpenStream(0), GC_ERR_ERROR);
+    EXPECT_EQ(m_remote.OpenStream(), GC_ERR_ERROR);
     EXPECT_EQ(trace.Lines(), Lines{ErrorLine("OpenStream Failed! U3V_OpenStream:49172")});
     EXPECT_EQ(m_fake.OpenHandles(), 2) << "device and control only";
-    EXPECT_EQ(m_remote.OpenStream(0), GC_ERR_SUCCESS);
+    EXPECT_EQ(m_remote.OpenStream(), GC_ERR_SUCCESS);
 }
 
 TEST_F(StreamingRemoteDeviceTest, CloseStream_Fails_IsClosedAllTheSame)
@@ -470,7 +470,7 @@ TEST_F(StreamingRemoteDeviceTest, CloseStream_Fails_IsClosedAllTheSame)
     EXPECT_EQ(m_remote.CloseStream(), GC_ERR_ERROR);
     EXPECT_EQ(trace.Lines(), Lines{ErrorLine("CloseStream Failed! U3V_CloseStream:32774")});
     EXPECT_EQ(m_remote.CloseStream(), GC_ERR_INVALID_HANDLE);
-    EXPECT_EQ(m_remote.OpenStream(0), GC_ERR_SUCCESS);
+    EXPECT_EQ(m_remote.OpenStream(), GC_ERR_SUCCESS);
 }
 
 TEST_F(StreamingRemoteDeviceTest, StreamOperations_ReachTheStream)
