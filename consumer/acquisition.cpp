@@ -4,6 +4,15 @@
 
 namespace consumer {
 
+namespace {
+
+bool IsWithoutMeaning(GC_ERROR status)
+{
+    return status == GC_ERR_NOT_IMPLEMENTED || status == GC_ERR_NOT_AVAILABLE;
+}
+
+} // namespace
+
 CameraSwitch RegisterSwitch(const Camera& camera, uint64_t address, uint32_t startValue,
                             uint32_t stopValue)
 {
@@ -133,17 +142,20 @@ void Acquisition::Rewind() const
     }
 }
 
-// Width, height and format are not answered for a payload that has none, and stay 0.
-template <class T>
-T Acquisition::_infoOrZero(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command) const
+// In one call where the producer has it: then all answers are about one image.
+void Acquisition::_ask(BUFFER_HANDLE buffer, std::span<DS_BUFFER_INFO_STACKED> questions) const
 {
-    T value{};
-    const GC_ERROR status = _ask(buffer, command, value);
-    if (status == GC_ERR_NOT_IMPLEMENTED || status == GC_ERR_NOT_AVAILABLE) {
-        return {};
+    if (Api().DSGetBufferInfoStacked != nullptr) {
+        GENTL_CALL(Api(), DSGetBufferInfoStacked, m_stream.Handle(), buffer, questions.data(),
+                   questions.size());
+        return;
     }
-    Api().Check(status, "DSGetBufferInfo");
-    return value;
+    for (DS_BUFFER_INFO_STACKED& question : questions) {
+        INFO_DATATYPE type = INFO_DATATYPE_UNKNOWN;
+        size_t size = question.iSize; // no address of its own in a packed record
+        question.iResult = Api().DSGetBufferInfo(m_stream.Handle(), buffer, question.iInfoCmd,
+                                                 &type, question.pBuffer, &size);
+    }
 }
 
 // What the producer tells of sizes is used as far as the buffer reaches, no further.
@@ -152,15 +164,38 @@ Image Acquisition::_describe(BUFFER_HANDLE buffer) const
     Image image;
     image.arrival = std::chrono::steady_clock::now();
     image.buffer = buffer;
-    const auto* const base = Info<const uint8_t*>(buffer, BUFFER_INFO_BASE);
-    image.bytes = {base, std::min(Info<size_t>(buffer, BUFFER_INFO_SIZE_FILLED),
-                                  Info<size_t>(buffer, BUFFER_INFO_SIZE))};
-    image.width = _infoOrZero<size_t>(buffer, BUFFER_INFO_WIDTH);
-    image.height = _infoOrZero<size_t>(buffer, BUFFER_INFO_HEIGHT);
-    image.pixelFormat = _infoOrZero<uint64_t>(buffer, BUFFER_INFO_PIXELFORMAT);
-    image.frameId = _infoOrZero<uint64_t>(buffer, BUFFER_INFO_FRAMEID);
-    image.timestamp = _infoOrZero<uint64_t>(buffer, BUFFER_INFO_TIMESTAMP);
-    image.isIncomplete = Info<bool8_t>(buffer, BUFFER_INFO_IS_INCOMPLETE);
+    const uint8_t* base = nullptr;
+    size_t size = 0;
+    size_t filled = 0;
+    size_t width = 0;
+    size_t height = 0;
+    bool8_t isIncomplete = false;
+    const auto question = [](BUFFER_INFO_CMD command, auto& answer) {
+        return DS_BUFFER_INFO_STACKED{command, 0, &answer, sizeof answer, GC_ERR_SUCCESS};
+    };
+    constexpr size_t kAlwaysAnswered = 4; // the others have no meaning for some payloads
+    DS_BUFFER_INFO_STACKED questions[] = {
+        question(BUFFER_INFO_BASE, base),
+        question(BUFFER_INFO_SIZE, size),
+        question(BUFFER_INFO_SIZE_FILLED, filled),
+        question(BUFFER_INFO_IS_INCOMPLETE, isIncomplete),
+        question(BUFFER_INFO_WIDTH, width),
+        question(BUFFER_INFO_HEIGHT, height),
+        question(BUFFER_INFO_PIXELFORMAT, image.pixelFormat),
+        question(BUFFER_INFO_FRAMEID, image.frameId),
+        question(BUFFER_INFO_TIMESTAMP, image.timestamp),
+    };
+    _ask(buffer, questions);
+    for (size_t i = 0; i < std::size(questions); i++) {
+        const GC_ERROR result = questions[i].iResult;
+        if (i < kAlwaysAnswered || !IsWithoutMeaning(result)) {
+            Api().Check(result, "DSGetBufferInfo");
+        }
+    }
+    image.bytes = {base, std::min(filled, size)};
+    image.width = width;
+    image.height = height;
+    image.isIncomplete = isIncomplete;
     return image;
 }
 

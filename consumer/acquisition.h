@@ -77,9 +77,10 @@ public:
     template <class T>
     T Info(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command) const
     {
-        T value{};
-        Api().Check(_ask(buffer, command, value), "DSGetBufferInfo");
-        return value;
+        return Api().Value<T>(
+            "DSGetBufferInfo", [&](INFO_DATATYPE* type, void* data, size_t* size) {
+                return Api().DSGetBufferInfo(m_stream.Handle(), buffer, command, type, data, size);
+            });
     }
 
 private:
@@ -87,17 +88,7 @@ private:
     void _announce(size_t bufferSize, size_t buffers, BufferMemory memory);
     void _release();
     Image _describe(BUFFER_HANDLE buffer) const;
-    template <class T>
-    T _infoOrZero(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command) const;
-    template <class T>
-    GC_ERROR _ask(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command, T& value) const
-    {
-        return AskValue(
-            [&](INFO_DATATYPE* type, void* data, size_t* size) {
-                return Api().DSGetBufferInfo(m_stream.Handle(), buffer, command, type, data, size);
-            },
-            value);
-    }
+    void _ask(BUFFER_HANDLE buffer, std::span<DS_BUFFER_INFO_STACKED> questions) const;
 
     const DataStream& m_stream;
     const CameraSwitch m_camera;

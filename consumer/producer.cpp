@@ -77,6 +77,9 @@ Producer::Producer(const std::filesystem::path& file)
 #define CONSUMER_RESOLVE(name) name = reinterpret_cast<P##name>(_resolve(#name));
         CONSUMER_FUNCTIONS(CONSUMER_RESOLVE)
 #undef CONSUMER_RESOLVE
+#define CONSUMER_FIND(name) name = reinterpret_cast<P##name>(_find(#name));
+        CONSUMER_FUNCTIONS_1_6(CONSUMER_FIND)
+#undef CONSUMER_FIND
         GENTL_CALL(*this, GCInitLib);
     } catch (...) {
         dlclose(m_library);

@@ -70,9 +70,11 @@ public:
 
     const std::filesystem::path& File() const { return m_file; }
 
-    // Every function by its name: producer.IFClose(handle) calls it.
+    // Every function by its name: producer.IFClose(handle) calls it. Those of GenTL 1.6 are nullptr
+    // in a producer that has none of them.
 #define CONSUMER_MEMBER(name) P##name name = nullptr;
     CONSUMER_FUNCTIONS(CONSUMER_MEMBER)
+    CONSUMER_FUNCTIONS_1_6(CONSUMER_MEMBER)
 #undef CONSUMER_MEMBER
 
     // Throws GenTLError unless the status is a success; called by the thread that made the call,

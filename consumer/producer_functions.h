@@ -2,7 +2,8 @@
 
 #include <zr_u3v_tl/gentl.h>
 
-// The functions of a producer, by name, for whatever has to be written once for each of them.
+// The functions of a producer, by name, for whatever has to be written once for each of them: those
+// that every producer of GenTL 1.5 has, and those that came with 1.6.
 #define CONSUMER_FUNCTIONS(X)                                                                      \
     X(GCInitLib)                                                                                   \
     X(GCCloseLib)                                                                                  \
@@ -61,3 +62,12 @@
     X(DSGetBufferPartInfo)                                                                         \
     X(DSGetParentDev)                                                                              \
     X(DSClose)
+
+#define CONSUMER_FUNCTIONS_1_6(X)                                                                  \
+    X(DSAnnounceCompositeBuffer)                                                                   \
+    X(DSGetBufferInfoStacked)                                                                      \
+    X(DSGetBufferPartInfoStacked)                                                                  \
+    X(DSGetNumFlows)                                                                               \
+    X(DSGetFlowInfo)                                                                               \
+    X(DSGetNumBufferSegments)                                                                      \
+    X(DSGetBufferSegmentInfo)

@@ -189,6 +189,85 @@ TEST_F(Consumer, CameraThatRefusesToStop_TheStreamStopsAllTheSame)
     EXPECT_THAT(m_failedCloses, ElementsAre("refused"));
 }
 
+TEST_F(Consumer, FunctionsOfGenTL16_AreThereIfTheProducerSaysSo)
+{
+    const auto number = [&](TL_INFO_CMD command) {
+        return m_producer->Value<uint32_t>(
+            "GCGetInfo", [&](INFO_DATATYPE* type, void* buffer, size_t* size) {
+                return m_producer->GCGetInfo(command, type, buffer, size);
+            });
+    };
+    const bool has16 = number(TL_INFO_GENTL_VER_MAJOR) > 1 || number(TL_INFO_GENTL_VER_MINOR) >= 6;
+    EXPECT_EQ(m_producer->DSGetBufferInfoStacked != nullptr, has16);
+    EXPECT_EQ(m_producer->DSGetNumFlows != nullptr, has16);
+}
+
+const consumer::Producer* g_asked = nullptr;
+size_t g_stackedCalls = 0;
+
+// What a producer of GenTL 1.6 does, in terms of one that is older.
+GC_ERROR StackedByHand(DS_HANDLE stream, BUFFER_HANDLE buffer, DS_BUFFER_INFO_STACKED* infos,
+                       size_t count)
+{
+    g_stackedCalls++;
+    for (size_t i = 0; i < count; i++) {
+        size_t size = infos[i].iSize;
+        INFO_DATATYPE type = 0;
+        infos[i].iResult = g_asked->DSGetBufferInfo(stream, buffer, infos[i].iInfoCmd, &type,
+                                                    infos[i].pBuffer, &size);
+    }
+    return GC_ERR_SUCCESS;
+}
+
+TEST_F(Consumer, StackedInfo_IsAskedInOneCallAnImageAndTellsTheSame)
+{
+    const vusb::Camera device("width=64,height=48,fps=100");
+    const consumer::Session session(*m_producer, kSearch);
+    const OpenCamera camera(session);
+    ImageStream images(camera, device.PayloadSize());
+    images.Start();
+    for (const bool isStacked : {false, true}) {
+        g_asked = &*m_producer;
+        g_stackedCalls = 0;
+        m_producer->DSGetBufferInfoStacked = isStacked ? StackedByHand : nullptr;
+        const auto image = images.Next();
+        ASSERT_TRUE(image);
+        EXPECT_EQ(g_stackedCalls, isStacked ? 1u : 0u);
+        EXPECT_EQ(image->width, 64u);
+        EXPECT_EQ(image->height, 48u);
+        EXPECT_EQ(image->pixelFormat, 0x01080001u);
+        EXPECT_NE(image->timestamp, 0u);
+        EXPECT_FALSE(image->isIncomplete);
+        EXPECT_TRUE(IsExact(*image, device));
+    }
+}
+
+TEST_F(Consumer, InfoThatFails_IsAnError_InfoWithoutMeaningIsNot)
+{
+    const vusb::Camera device("width=64,height=48,fps=100");
+    const consumer::Session session(*m_producer, kSearch);
+    const OpenCamera camera(session);
+    ImageStream images(camera, device.PayloadSize());
+    images.Start();
+    m_producer->DSGetBufferInfoStacked = [](DS_HANDLE, BUFFER_HANDLE, DS_BUFFER_INFO_STACKED* infos,
+                                            size_t count) -> GC_ERROR {
+        for (size_t i = 0; i < count; i++) {
+            const bool isWidth = infos[i].iInfoCmd == BUFFER_INFO_WIDTH;
+            infos[i].iResult = isWidth ? GC_ERR_NOT_AVAILABLE : GC_ERR_SUCCESS;
+        }
+        return GC_ERR_SUCCESS;
+    };
+    const auto image = images.Next();
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->width, 0u);
+    m_producer->DSGetBufferInfoStacked = [](DS_HANDLE, BUFFER_HANDLE, DS_BUFFER_INFO_STACKED* infos,
+                                            size_t) -> GC_ERROR {
+        infos[0].iResult = GC_ERR_NOT_AVAILABLE;
+        return GC_ERR_SUCCESS;
+    };
+    EXPECT_EQ(StatusOf([&] { images.Next(); }), GC_ERR_NOT_AVAILABLE);
+}
+
 TEST_F(Consumer, BufferThatIsRefused_LeavesNothingAnnouncedOrRegistered)
 {
     const vusb::Camera device("width=64,height=64,fps=100");

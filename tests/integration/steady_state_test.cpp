@@ -59,8 +59,6 @@ void ExpectFreeReads(PORT_HANDLE port, const std::vector<RegisterRow>& rows)
     }
 }
 
-} // namespace
-
 TEST_F(SteadyState, Images_AllocateNothing)
 {
     const vusb::Camera device("width=640,height=480,pattern=still");
@@ -167,3 +165,5 @@ TEST_F(SteadyState, FailingCalls_AllocateNothing)
     };
     EXPECT_EQ(AllocationsOf(fail), 0u);
 }
+
+} // namespace
