@@ -11,7 +11,7 @@ clean_tree()
 {
     rm -rf "$tree"
     mkdir -p "$tree"/{base,u3v_wire,gentl,u3v,u3v_host,standard_tl,virtual_camera,client,docs}
-    printf '#pragma once\n' >"$tree/u3v_wire/packets.h"
+    printf '#pragma once\n' | tee "$tree/u3v_wire/packets.h" >"$tree/u3v_wire/registers.h"
     printf '#pragma once\n' >"$tree/gentl/a.h"
     printf '#pragma once\n#include "zr_sync.h"\n' >"$tree/u3v_host/camera.h"
     printf '#pragma once\n#include "packets.h"\n#include <libusb.h>\n' >"$tree/u3v_host/hidden.h"
@@ -64,7 +64,7 @@ breaks includes "an offered header brings libusb along" u3v_host/camera.h '#incl
 breaks includes "an offered header brings a hidden one along" u3v_host/camera.h '#include "hidden.h"\n'
 breaks includes "the GenTL side includes libusb" standard_tl/b.cpp '#include <libusb.h>\n'
 breaks includes "the GenTL side includes a hidden header" standard_tl/b.cpp '#include "hidden.h"\n'
-breaks includes "the GenTL side includes packets" standard_tl/b.cpp '#include "packets.h"\n'
+breaks includes "the GenTL side includes registers of cameras" standard_tl/b.cpp '#include "registers.h"\n'
 breaks includes "the GenTL side includes the exact producer's" standard_tl/b.cpp '#include "a.h"\n'
 breaks includes "a module includes a library of the tool" u3v_tl/b.cpp '#include <nlohmann/json.hpp>\n'
 breaks includes "the tool includes the library" zr_u3v_tool/b.cpp '#include "u3v_control.h"\n'
@@ -74,6 +74,10 @@ breaks includes "the consumer includes the library" consumer/b.cpp '#include "zr
 breaks includes "the benchmark includes the library" bench/b.cpp '#include <u3v_control.h>\n'
 breaks includes "relative include" gentl/b.cpp '#include "../base/zr_sync.h"\n'
 breaks includes "a header's name twice" u3v/zr_sync.h '#pragma once\n'
+clean_tree
+printf '#pragma once\n' | tee "$tree/u3v/channel.h" >"$tree/u3v_host/channel.h"
+printf '#include "channel.h"\n' | tee "$tree/u3v/c.cpp" >"$tree/u3v_host/c.cpp"
+expect pass includes "a header's name twice, in rooms that nobody sees both of"
 breaks words "a word" gentl/b.cpp '// as the s''pec says\n'
 breaks words "a numbered chapter" docs/b.md 'see Par''t 3.1\n'
 breaks words "a file name" "gentl/s""pec_reader.cpp" 'int b;\n'

@@ -54,13 +54,14 @@ may_include()
 # Single headers that a folder may include of another. The exact producer's modules know u3v/ by its
 # flat interface alone: the public header, and beside it the same calls with the size of the caller's
 # memory. The standard producer's know cameras by the classes that u3v_host/ offers, not by what it
-# is made of.
-u3v_host_offers="camera.h camera_info.h camera_list.h error.h stream_receiver.h wakeup.h"
+# is made of, and of the wire what lies in a filled buffer.
+u3v_host_offers="camera.h camera_info.h camera_list.h description_file.h error.h event_packet.h host_limits.h"
+u3v_host_offers+=" stream_receiver.h wakeup.h"
 may_include_header()
 {
     case "$1" in
         u3v_tl) [ "$2" = u3v_bounded.h ] ;;
-        standard_tl) is_word_of "$2" "$u3v_host_offers" ;;
+        standard_tl) is_word_of "$2" "packets.h $u3v_host_offers" ;;
         *) return 1 ;;
     esac
 }
@@ -90,12 +91,34 @@ may_include_foreign()
 
 is_word_of() { [[ " $2 " == *" $1 "* ]]; }
 
+# Sets `owner`: the folder that a header of this name comes from when `folder` includes it. Its own if
+# it has one, else one that it may include from.
+find_owner()
+{
+    local folder=$1 owners=${header_owners[$2]:-}
+    for owner in "$folder" ${seen[$folder]}; do
+        is_word_of "$owner" "$owners" && return
+    done
+    owner=${owners%% *}
+}
+
+# Whether some folder may include from both, so that a header's name would not tell which is meant.
+both_seen()
+{
+    local folder
+    for folder in $folders; do
+        is_word_of "$1" "${seen[$folder]}" && is_word_of "$2" "${seen[$folder]}" && return 0
+    done
+    return 1
+}
+
 check_include()
 {
     local file=$1 folder=$2 name=$3 delimiter=$4
-    local owner=${header_owner[$(basename "$name")]:-}
+    local owner
+    find_owner "$folder" "${name##*/}"
     # What is offered must not bring along what is not.
-    if [ "$folder" = u3v_host ] && is_word_of "$(basename "$file")" "$u3v_host_offers" &&
+    if [ "$folder" = u3v_host ] && is_word_of "${file##*/}" "$u3v_host_offers" &&
         [[ $name == libusb* || (-n $owner && $owner != base) ]] && ! is_word_of "$name" "$u3v_host_offers"; then
         report "$file: offered to others, must not include $name"
         return
@@ -119,7 +142,7 @@ check_include()
     fi
     if [ -z "$owner" ]; then
         may_include_foreign "$folder" "$name" || report "$file: $folder must not include \"$name\""
-    elif ! is_word_of "$owner" "$(may_include "$folder")" && ! may_include_header "$folder" "$name"; then
+    elif ! is_word_of "$owner" "${seen[$folder]}" && ! may_include_header "$folder" "$name"; then
         report "$file: $folder must not include \"$name\" of $owner"
     fi
 }
@@ -128,16 +151,18 @@ includes()
 {
     local folders="base u3v_wire usb archive info logging gentl u3v u3v_tl u3v_host standard_tl"
     folders+=" client virtual_camera consumer demo bench zr_u3v_tool examples"
-    local all=${folders// /|} file folder line name
-    declare -gA header_owner=()
+    local all=${folders// /|} file folder line name other
+    declare -gA header_owners=() seen=()
+    for folder in $folders; do seen[$folder]=$(may_include "$folder"); done
     while IFS= read -r file; do
         [[ $file == *.h ]] || continue
-        name=$(basename "$file")
+        name=${file##*/}
         folder=${file%%/*}
-        if [ -n "${header_owner[$name]:-}" ] && [ "${header_owner[$name]}" != "$folder" ]; then
-            report "$file: a header of this name stands in ${header_owner[$name]} as well"
-        fi
-        header_owner[$name]=$folder
+        for other in ${header_owners[$name]:-}; do
+            [ "$other" != "$folder" ] && both_seen "$folder" "$other" &&
+                report "$file: a header of this name stands in $other as well"
+        done
+        header_owners[$name]+="${header_owners[$name]:+ }$folder"
     done < <(code_files "$all")
     local pattern='^[[:space:]]*#[[:space:]]*include[[:space:]]*([<"])([^>"]+)[>"]'
     while IFS= read -r file; do
