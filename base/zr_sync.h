@@ -21,6 +21,7 @@
 #define ZR_EXCLUDES(...) ZR_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define ZR_ACQUIRE(...) ZR_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define ZR_RELEASE(...) ZR_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
+#define ZR_ASSERTS(...) ZR_THREAD_ANNOTATION(assert_capability(__VA_ARGS__))
 #define ZR_RETURN_CAPABILITY(x) ZR_THREAD_ANNOTATION(lock_returned(x))
 #define ZR_NO_THREAD_SAFETY_ANALYSIS ZR_THREAD_ANNOTATION(no_thread_safety_analysis)
 
@@ -39,6 +40,8 @@ public:
     {
         return pthread_mutex_trylock(&m_native) == 0;
     }
+    // Tells the analysis what it cannot see: that the lock is held, under another name.
+    void AssertHeld() ZR_ASSERTS(this) {}
     pthread_mutex_t* Native() { return &m_native; }
 
 private:
