@@ -268,7 +268,7 @@ bool DataStream::_flush(ACQ_QUEUE_TYPE operation)
         }
         break;
     default:
-        throw Failure(GC_ERR_NOT_IMPLEMENTED,
+        throw Failure(GC_ERR_INVALID_PARAMETER,
                       "there is no flush operation " + std::to_string(operation));
     }
     return isWaitedFor;

@@ -99,7 +99,7 @@ void ReadRegister(const Register& reg, size_t offset, std::span<uint8_t> destina
     }
 }
 
-// What the register would hold after a write of the range.
+// What the register would hold after a write of the range. It is a number: texts are read only.
 uint64_t Written(const Register& reg, uint64_t address, Bytes source)
 {
     const Overlap overlap = OverlapOf(reg, address, source.size());
@@ -147,7 +147,10 @@ void RegisterMap::Write(uint64_t address, Bytes source) const
     }
     const Range range = _cover(address, source.size());
     for (const Register& reg : range) {
-        _check(reg, Written(reg, address, source));
+        _checkWritable(reg.feature);
+    }
+    for (const Register& reg : range) {
+        _checkValue(reg.feature, Written(reg, address, source));
     }
     for (const Register& reg : range) {
         reg.feature.set(Written(reg, address, source));
@@ -170,9 +173,8 @@ RegisterMap::Range RegisterMap::_cover(uint64_t address, size_t size) const
     return {first, last};
 }
 
-void RegisterMap::_check(const Register& reg, uint64_t value) const
+void RegisterMap::_checkWritable(const Feature& feature) const
 {
-    const Feature& feature = reg.feature;
     if (!feature.set) {
         throw Failure(GC_ERR_ACCESS_DENIED, std::string(feature.name) + " is read only");
     }
@@ -181,6 +183,10 @@ void RegisterMap::_check(const Register& reg, uint64_t value) const
                                                 " cannot be written while " + feature.locked +
                                                 " is true");
     }
+}
+
+void RegisterMap::_checkValue(const Feature& feature, uint64_t value) const
+{
     if (!_isAllowed(feature, value)) {
         throw Failure(GC_ERR_INVALID_VALUE,
                       std::string(feature.name) + " cannot be " + std::to_string(value));

@@ -39,7 +39,8 @@ private:
     using Range = std::span<const Register>;
 
     Range _cover(uint64_t address, size_t size) const;
-    void _check(const Register& reg, uint64_t value) const;
+    void _checkWritable(const Feature& feature) const;
+    void _checkValue(const Feature& feature, uint64_t value) const;
     bool _isAllowed(const Feature& feature, uint64_t value) const;
 
     const std::vector<Register> m_registers; // without gaps
