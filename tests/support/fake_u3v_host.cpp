@@ -372,11 +372,6 @@ void Bus::LetGo()
 
 namespace u3v_host {
 
-std::string CameraInfo::DisplayName() const
-{
-    return vendor + " " + model + " (" + (userDefinedName.empty() ? serial : userDefinedName) + ")";
-}
-
 class CameraList::Implementation
 {
 public:
@@ -406,7 +401,8 @@ public:
     }
 };
 
-CameraList::CameraList() : m_implementation(std::make_unique<Implementation>())
+CameraList::CameraList(const CameraListOptions& /*options*/)
+    : m_implementation(std::make_unique<Implementation>())
 {
     fake_host::ThrowIf(fake_host::TheBus().initFailure);
 }

@@ -11,7 +11,7 @@ namespace {
 
 using LibraryTest = StandardTest;
 
-Answer ProducerInfo(TL_INFO_CMD command)
+Answer InfoOfLibrary(TL_INFO_CMD command)
 {
     return Ask([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
         return GCGetInfo(command, type, buffer, size);
@@ -71,24 +71,24 @@ TEST_F(LibraryTest, CloseLib_EverythingOpen_ClosesAll)
 TEST_F(LibraryTest, GetInfo_BeforeInitLib_Answers)
 {
     EXPECT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
-    EXPECT_EQ(ProducerInfo(TL_INFO_TLTYPE).Text(), "U3V");
+    EXPECT_EQ(InfoOfLibrary(TL_INFO_TLTYPE).Text(), "U3V");
 }
 
 TEST_F(LibraryTest, GetInfo_EveryCommand_HasTypeAndValueOfTheStandard)
 {
-    EXPECT_EQ(ProducerInfo(TL_INFO_ID).Text(), "ZRK-U3V-STANDARD");
-    EXPECT_EQ(ProducerInfo(TL_INFO_VENDOR).Text(), "ZRK-ORVANE GmbH");
-    EXPECT_EQ(ProducerInfo(TL_INFO_MODEL).Text(), "U3V Standard");
-    EXPECT_EQ(ProducerInfo(TL_INFO_VERSION).Text(), "1.0.0");
-    EXPECT_EQ(ProducerInfo(TL_INFO_TLTYPE).Text(), "U3V");
-    EXPECT_EQ(ProducerInfo(TL_INFO_DISPLAYNAME).Text(), "ZRK-ORVANE USB3 Vision");
-    const Answer encoding = ProducerInfo(TL_INFO_CHAR_ENCODING);
+    EXPECT_EQ(InfoOfLibrary(TL_INFO_ID).Text(), "ZRK-U3V-STANDARD");
+    EXPECT_EQ(InfoOfLibrary(TL_INFO_VENDOR).Text(), "ZRK-ORVANE GmbH");
+    EXPECT_EQ(InfoOfLibrary(TL_INFO_MODEL).Text(), "U3V Standard");
+    EXPECT_EQ(InfoOfLibrary(TL_INFO_VERSION).Text(), "1.0.0");
+    EXPECT_EQ(InfoOfLibrary(TL_INFO_TLTYPE).Text(), "U3V");
+    EXPECT_EQ(InfoOfLibrary(TL_INFO_DISPLAYNAME).Text(), "ZRK-ORVANE USB3 Vision");
+    const Answer encoding = InfoOfLibrary(TL_INFO_CHAR_ENCODING);
     EXPECT_EQ(encoding.type, INFO_DATATYPE_INT32);
     EXPECT_EQ(encoding.As<int32_t>(), TL_CHAR_ENCODING_UTF8);
-    const Answer major = ProducerInfo(TL_INFO_GENTL_VER_MAJOR);
+    const Answer major = InfoOfLibrary(TL_INFO_GENTL_VER_MAJOR);
     EXPECT_EQ(major.type, INFO_DATATYPE_UINT32);
     EXPECT_EQ(major.As<uint32_t>(), 1U);
-    EXPECT_EQ(ProducerInfo(TL_INFO_GENTL_VER_MINOR).As<uint32_t>(), 6U);
+    EXPECT_EQ(InfoOfLibrary(TL_INFO_GENTL_VER_MINOR).As<uint32_t>(), 6U);
 }
 
 // The functions stand in the test program itself here.
@@ -96,16 +96,16 @@ TEST_F(LibraryTest, GetInfo_Path_IsTheFileThatHoldsTheFunctions)
 {
     char program[4096] = {};
     ASSERT_GT(readlink("/proc/self/exe", program, sizeof(program) - 1), 0);
-    const std::string path = ProducerInfo(TL_INFO_PATHNAME).Text();
+    const std::string path = InfoOfLibrary(TL_INFO_PATHNAME).Text();
     EXPECT_EQ(path, program);
-    EXPECT_EQ(ProducerInfo(TL_INFO_NAME).Text(), path.substr(path.rfind('/') + 1));
+    EXPECT_EQ(InfoOfLibrary(TL_INFO_NAME).Text(), path.substr(path.rfind('/') + 1));
 }
 
 TEST_F(LibraryTest, GetInfo_UnknownCommand_IsNotImplementedAndNamed)
 {
-    EXPECT_EQ(ProducerInfo(11).code, GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(InfoOfLibrary(11).code, GC_ERR_NOT_IMPLEMENTED);
     EXPECT_NE(TheLastError().text.find("command 11"), std::string::npos);
-    EXPECT_EQ(ProducerInfo(-1).code, GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(InfoOfLibrary(-1).code, GC_ERR_NOT_IMPLEMENTED);
 }
 
 // ---- last error
