@@ -103,10 +103,6 @@ void EventLoop::Core::Start()
 
 void EventLoop::Core::Stop()
 {
-    if (IsForked()) {
-        m_thread.detach(); // it is not there
-        return;
-    }
     {
         Locker lock(m_mutex);
         m_stop = true;
@@ -210,12 +206,24 @@ void EventLoop::Core::Forget(Owner owner)
 class EventLoop::LoopWakeup final : public Wakeup
 {
 public:
-    explicit LoopWakeup(std::shared_ptr<Core> core) : m_core(std::move(core)) {}
+    explicit LoopWakeup(std::shared_ptr<Core> core)
+        : m_core(std::move(core)), m_condition(std::make_unique<SteadyCondition>())
+    {
+    }
+    ~LoopWakeup() override
+    {
+        if (m_core->IsForked()) {
+            // Destroying a condition waits for its waiters; those were the parent's threads.
+            static_cast<void>(m_condition.release());
+        }
+    }
+    LoopWakeup(const LoopWakeup&) = delete;
+    LoopWakeup& operator=(const LoopWakeup&) = delete;
 
     void Wait(Mutex& mutex, Deadline deadline) override ZR_REQUIRES(mutex)
     {
         if (!m_core->OnLibraryThread()) {
-            m_condition.Wait(mutex, deadline);
+            m_condition->Wait(mutex, deadline);
             return;
         }
         m_served = true; // before the mutex is free: whoever notifies from then on interrupts
@@ -227,7 +235,7 @@ public:
 
     void NotifyAll() override
     {
-        m_condition.Broadcast();
+        m_condition->Broadcast();
         if (m_served && !m_core->OnLibraryThread()) {
             m_core->Interrupt();
         }
@@ -235,7 +243,7 @@ public:
 
 private:
     const std::shared_ptr<Core> m_core;
-    SteadyCondition m_condition;
+    std::unique_ptr<SteadyCondition> m_condition;
     std::atomic<bool> m_served{false};
 };
 
@@ -246,6 +254,12 @@ EventLoop::EventLoop() : m_core(std::make_shared<Core>())
 
 EventLoop::~EventLoop()
 {
+    if (m_core->IsForked()) {
+        // Neither can its thread be joined nor its conditions be destroyed: to them, the parent's
+        // threads wait for ever.
+        static_cast<void>(new std::shared_ptr<Core>(m_core));
+        return;
+    }
     m_core->Stop();
 }
 

@@ -423,6 +423,7 @@ TEST_F(CameraListTest, Destructor_PassUnderWay_WaitsForIt)
 TEST_F(CameraListTest, Update_ManyThreadsWhileCamerasComeAndGo_StaysSane)
 {
     const vusb::Camera camera("count=4");
+    UpdatedIds();
     std::atomic<bool> stop = false;
     std::vector<std::thread> threads;
     for (int i = 0; i < 3; ++i) {

@@ -6,6 +6,7 @@
 
 #include "bus_camera.h"
 #include "stream_receiver.h"
+#include "wakeup.h"
 
 namespace u3v_host {
 namespace {
@@ -512,6 +513,44 @@ TEST_F(Opening, Fork_ChildClosesWhatItsParentHasOpened_NeitherHangsNorHarms)
     EXPECT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0);
     EXPECT_EQ(ReadRegister(*opened, 0x50000), 640U);
+}
+
+TEST_F(Opening, Fork_WhileAnotherThreadWaits_ChildClosesAllTheSame)
+{
+    const vusb::Camera camera;
+    auto opened = OpenOnly();
+    auto wakeup = opened->MakeWakeup();
+    Mutex mutex;
+    bool waiting = false;
+    bool stop = false;
+    std::thread waiter([&] {
+        Locker lock(mutex);
+        waiting = true;
+        while (!stop) {
+            wakeup->Wait(mutex, Deadline::max());
+        }
+    });
+    ASSERT_TRUE(Eventually([&] {
+        Locker lock(mutex);
+        return waiting;
+    }));
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        wakeup.reset();
+        opened.reset();
+        CloseList();
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    {
+        Locker lock(mutex);
+        stop = true;
+    }
+    wakeup->NotifyAll();
+    waiter.join();
 }
 
 } // namespace
