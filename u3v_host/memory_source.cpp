@@ -92,8 +92,8 @@ DeviceMemorySpeed::Verdict DeviceMemorySpeed::_measure(const UsbHandle& handle) 
     }
     const UsbBlock ordinary = UsbBlock::AllocatePages(kMeasuredSize);
     std::ranges::fill(ordinary.Bytes(), uint8_t{0}); // pages that are there
-    const bool slow = m_timer(block.Bytes()) > kSlowerThan * m_timer(ordinary.Bytes());
-    return slow ? Verdict::Bad : Verdict::Good;
+    const auto device = m_timer(block.Bytes());
+    return device > kSlowerThan * m_timer(ordinary.Bytes()) ? Verdict::Bad : Verdict::Good;
 }
 
 MemorySource::MemorySource(UsbHandle handle, DeviceMemorySpeed& speed)
