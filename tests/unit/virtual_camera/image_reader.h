@@ -4,7 +4,23 @@
 
 #include "camera_host.h"
 
-struct Image
+constexpr char kSmall[] = "width=64,height=33,"; // 2112 bytes: two packets and a short one
+
+using Sizes = std::vector<std::size_t>;
+
+// Lengths of the next requests, each of which asks for so much.
+inline Sizes Lengths(CameraHost& host, std::size_t request, std::size_t count)
+{
+    Sizes lengths;
+    for (std::size_t i = 0; i < count; ++i) {
+        const Read read = host.Stream(request);
+        EXPECT_EQ(vcam::UsbStatus::Done, read.status);
+        lengths.push_back(read.data.size());
+    }
+    return lengths;
+}
+
+struct ImageParts
 {
     Bytes leader;
     Bytes payload;
@@ -22,9 +38,9 @@ struct Image
     }
 };
 
-inline Image ReadImage(CameraHost& host)
+inline ImageParts ReadImage(CameraHost& host)
 {
-    Image image;
+    ImageParts image;
     image.leader = host.Stream(65536).data;
     image.payload = host.Stream(65536).data;
     image.trailer = host.Stream(65536).data;

@@ -4,8 +4,6 @@
 
 namespace {
 
-constexpr char kSmall[] = "width=64,height=33,"; // 2112 bytes
-
 struct ChunkData
 {
     std::uint64_t id;
@@ -15,7 +13,7 @@ struct ChunkData
 };
 
 // From the end of the valid payload backwards, as a host reads them; the last one comes first.
-std::vector<ChunkData> Chunks(const Image& image)
+std::vector<ChunkData> Chunks(const ImageParts& image)
 {
     std::vector<ChunkData> chunks;
     std::size_t end = image.ValidSize();
@@ -48,7 +46,7 @@ TEST(PayloadTypes, ImageWithChunks_ImageFirstThenTheOthers)
     EXPECT_EQ(36U, host.Read32(0x20014)); // the trailer that chunks need
     host.StartWhole();
     ReadImage(host);
-    const Image image = ReadImage(host);
+    const ImageParts image = ReadImage(host);
     EXPECT_EQ(0x4001U, image.PayloadType());
     EXPECT_EQ(52U, Get(image.leader, 6, 2));
     ASSERT_EQ(36U, image.trailer.size());
@@ -100,7 +98,7 @@ TEST(PayloadTypes, ChunksOfVaryingLength_EndTheImageEarly)
     host.StartWhole();
     std::set<std::uint64_t> sizes;
     for (std::uint64_t frame = 0; frame < 20; ++frame) {
-        const Image image = ReadImage(host);
+        const ImageParts image = ReadImage(host);
         EXPECT_EQ(image.payload.size(), image.ValidSize());
         EXPECT_EQ(host.Expected(frame), Chunks(image).back().data);
         sizes.insert(image.ValidSize());
@@ -113,7 +111,7 @@ TEST(PayloadTypes, ShortImageWithChunks_ChunksFollowTheRowsThatCame)
 {
     CameraHost host(std::string(kSmall) + "chunks=1,faults=image-short@0:10");
     host.StartWhole();
-    const Image image = ReadImage(host);
+    const ImageParts image = ReadImage(host);
     EXPECT_EQ(10U, image.Rows());
     const std::vector<ChunkData> chunks = Chunks(image);
     const Bytes expected = host.Expected(0);
@@ -126,7 +124,7 @@ TEST(PayloadTypes, ChunksAlone_NoImage)
     CameraHost host(std::string(kSmall) + "payload=chunk,chunk-bytes=3");
     EXPECT_EQ(16U + 16 + 12 + 11, host.Read64(0x20008));
     host.StartWhole();
-    const Image image = ReadImage(host);
+    const ImageParts image = ReadImage(host);
     EXPECT_EQ(0x4000U, image.PayloadType());
     EXPECT_EQ(28U, Get(image.leader, 6, 2));
     EXPECT_EQ(Bytes(24), Bytes(image.leader.begin() + 28, image.leader.end())); // padding
@@ -139,9 +137,9 @@ TEST(PayloadTypes, ChunkFaults_LengthAndCut)
 {
     CameraHost host(std::string(kSmall) + "chunks=1,faults=chunk-length@0+chunk-cut@1:3");
     host.StartWhole();
-    const Image nonsense = ReadImage(host);
+    const ImageParts nonsense = ReadImage(host);
     EXPECT_EQ(0xFFFFFFFFU, Get(nonsense.payload, nonsense.ValidSize() - 4, 4));
-    const Image cut = ReadImage(host);
+    const ImageParts cut = ReadImage(host);
     EXPECT_EQ(nonsense.ValidSize() - 3, cut.ValidSize());
     EXPECT_EQ(cut.ValidSize(), cut.payload.size());
     EXPECT_EQ(4U, Chunks(ReadImage(host)).size());
@@ -152,7 +150,7 @@ TEST(PayloadTypes, GenDC_DescriptorThenThePixels)
     CameraHost host(std::string(kSmall) + "payload=gendc,offset-x=5,format=Mono8");
     host.StartWhole();
     ReadImage(host);
-    const Image image = ReadImage(host);
+    const ImageParts image = ReadImage(host);
     EXPECT_EQ(0x000BU, image.PayloadType());
     EXPECT_EQ(28U, Get(image.leader, 6, 2));
     EXPECT_EQ(28U, Get(image.trailer, 6, 2));
@@ -178,7 +176,7 @@ TEST(PayloadTypes, UnknownNumber_IsSentAsItIs)
 {
     CameraHost host(std::string(kSmall) + "payload=0x7ABC,chunks=1");
     host.StartWhole();
-    const Image image = ReadImage(host);
+    const ImageParts image = ReadImage(host);
     EXPECT_EQ(0x7ABCU, image.PayloadType());
     EXPECT_EQ(host.Expected(0), image.payload);
 }
@@ -189,12 +187,12 @@ TEST(PayloadTypes, PaddingOfRows_LeaderSaysSoAndThePictureIsTheSame)
     CameraHost padded(std::string(kSmall) + "pattern=ramp,padding-x=3,offset-x=7,offset-y=9");
     plain.StartWhole();
     padded.StartWhole();
-    const Image image = ReadImage(padded);
+    const ImageParts image = ReadImage(padded);
     EXPECT_EQ(67U * 33, image.ValidSize());
     EXPECT_EQ(3U, Get(image.leader, 48, 2));
     EXPECT_EQ(7U, Get(image.leader, 40, 4));
     EXPECT_EQ(9U, Get(image.leader, 44, 4));
-    const Image narrow = ReadImage(plain);
+    const ImageParts narrow = ReadImage(plain);
     for (std::size_t y = 0; y < 33; ++y) {
         EXPECT_EQ(narrow.Part(y * 64, 64), image.Part(y * 67, 64));
         EXPECT_EQ(Bytes(3), image.Part(y * 67 + 64, 3));

@@ -1,13 +1,11 @@
 // Images on the wire: the plan of the host, packet by packet, and every way to spoil it.
 
-#include "camera_host.h"
+#include "image_reader.h"
 #include "wait.h"
 
 using vcam::UsbStatus;
 
 namespace {
-
-constexpr char kSmall[] = "width=64,height=33,"; // 2112 bytes: two packets and a short one
 
 // Reads one image with requests of the planned sizes; checks ids and content.
 void ExpectImage(CameraHost& host, std::uint64_t id)
@@ -21,20 +19,6 @@ void ExpectImage(CameraHost& host, std::uint64_t id)
     ASSERT_EQ(32U, trailer.data.size());
     EXPECT_EQ(id, Get(trailer.data, 8, 8));
 }
-
-// Lengths of the next requests, each of which asks for so much.
-std::vector<std::size_t> Lengths(CameraHost& host, std::size_t request, std::size_t count)
-{
-    std::vector<std::size_t> lengths;
-    for (std::size_t i = 0; i < count; ++i) {
-        const Read read = host.Stream(request);
-        EXPECT_EQ(UsbStatus::Done, read.status);
-        lengths.push_back(read.data.size());
-    }
-    return lengths;
-}
-
-using Sizes = std::vector<std::size_t>;
 
 } // namespace
 

@@ -7,27 +7,11 @@ using vcam::UsbStatus;
 
 namespace {
 
-constexpr char kSmall[] = "width=64,height=33,"; // 2112 bytes: two packets and a short one
-
-using Sizes = std::vector<std::size_t>;
-
-// Lengths of the next requests, each of which asks for so much.
-Sizes Lengths(CameraHost& host, std::size_t request, std::size_t count)
-{
-    Sizes lengths;
-    for (std::size_t i = 0; i < count; ++i) {
-        const Read read = host.Stream(request);
-        EXPECT_EQ(UsbStatus::Done, read.status);
-        lengths.push_back(read.data.size());
-    }
-    return lengths;
-}
-
 std::vector<std::uint64_t> Ids(CameraHost& host, std::size_t count)
 {
     std::vector<std::uint64_t> ids;
     for (std::size_t i = 0; i < count; ++i) {
-        const Image image = ReadImage(host);
+        const ImageParts image = ReadImage(host);
         EXPECT_EQ(image.LeaderId(), image.TrailerId());
         ids.push_back(image.LeaderId());
     }
@@ -76,7 +60,7 @@ TEST(StreamShapes, Padding_All_PadsThePayloadToo)
 {
     CameraHost host(std::string(kSmall) + "padding=all,alignment=6,width=65,height=33");
     host.Start(0, 0, 2176);
-    const Image image = ReadImage(host);
+    const ImageParts image = ReadImage(host);
     EXPECT_EQ(2176U, image.payload.size()); // 2145 rounded up
     EXPECT_EQ(2145U, image.ValidSize());
     EXPECT_EQ(host.Expected(0), Bytes(image.payload.begin(), image.payload.begin() + 2145));
@@ -113,7 +97,7 @@ TEST(StreamShapes, ShortImage_SaysSoInTheTrailer)
     CameraHost host(std::string(kSmall) + "faults=image-short@1:10");
     host.StartWhole();
     EXPECT_EQ(2112U, ReadImage(host).ValidSize());
-    const Image image = ReadImage(host);
+    const ImageParts image = ReadImage(host);
     const Bytes expected = host.Expected(1);
     EXPECT_EQ(33U, Get(image.leader, 36, 4)); // the greatest height there can be
     EXPECT_EQ(640U, image.ValidSize());
@@ -159,7 +143,7 @@ TEST(StreamShapes, MinHeight_HeightsVaryAndTheContentIsTheImagesOwn)
     host.StartWhole();
     std::set<std::uint64_t> heights;
     for (std::uint64_t frame = 0; frame < 40; ++frame) {
-        const Image image = ReadImage(host);
+        const ImageParts image = ReadImage(host);
         heights.insert(image.Rows());
         EXPECT_EQ(image.Rows() * 64, image.ValidSize());
         EXPECT_EQ(image.ValidSize(), image.payload.size());
@@ -206,7 +190,7 @@ TEST(StreamShapes, ImageLong_TrailerSaysHowLong)
 {
     CameraHost host(std::string(kSmall) + "faults=image-long@0:100");
     host.StartWhole();
-    const Image image = ReadImage(host);
+    const ImageParts image = ReadImage(host);
     EXPECT_EQ(2212U, image.payload.size());
     EXPECT_EQ(2212U, image.ValidSize());
     EXPECT_EQ(host.Expected(0), Bytes(image.payload.begin(), image.payload.begin() + 2112));
@@ -217,7 +201,7 @@ TEST(StreamShapes, TrailerFields_EachIsSpoilt)
     CameraHost host(std::string(kSmall) +
                     "faults=trailer-magic@0,trailer-id@0,trailer-valid-size@0:99999");
     host.StartWhole();
-    const Image image = ReadImage(host);
+    const ImageParts image = ReadImage(host);
     EXPECT_NE(0x54563355U, Get(image.trailer, 0, 4));
     EXPECT_EQ(1000U, image.TrailerId());
     EXPECT_EQ(99999U, image.ValidSize());
@@ -308,7 +292,7 @@ TEST(StreamShapes, BlockIds_RestartWithinTheRun_ContentGoesOn)
     CameraHost host(std::string(kSmall) + "faults=block-restart@2");
     host.StartWhole();
     EXPECT_EQ((IdList{0, 1}), Ids(host, 2));
-    const Image image = ReadImage(host);
+    const ImageParts image = ReadImage(host);
     EXPECT_EQ(0U, image.LeaderId());
     EXPECT_EQ(host.Expected(2), image.payload);
     EXPECT_EQ((IdList{1, 2}), Ids(host, 2));
@@ -331,7 +315,7 @@ TEST(StreamShapes, Pattern_None_WritesNothing)
 {
     CameraHost host(std::string(kSmall) + "pattern=none,payload-extra=8");
     host.StartWhole();
-    const Image image = ReadImage(host);
+    const ImageParts image = ReadImage(host);
     EXPECT_EQ(Bytes(2120, 0xEE), image.payload); // as the request was handed in
     EXPECT_EQ(2120U, image.ValidSize());
 }
