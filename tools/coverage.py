@@ -1,11 +1,12 @@
-"""Sums up gcov's counters of the library's folders. Called by tools/coverage: <root> <build folder>."""
+"""Sums up gcov's counters of the producers' folders. Called by tools/coverage: <root> <build folder>."""
 import collections
 import json
 import pathlib
 import subprocess
 import sys
 
-FOLDERS = ("base", "logging", "gentl", "u3v", "u3v_tl", "client")
+# What stands outside of the producers; every other folder with sources is one of theirs.
+OUTSIDE = {"bench", "consumer", "demo", "examples", "include", "tests", "virtual_camera", "zr_u3v_tool"}
 
 
 class File:
@@ -14,9 +15,14 @@ class File:
         self.branches = collections.Counter()
 
 
-def counters(build):
-    """The reports of all objects of the library's folders, and of nothing else that was built."""
-    for folder in FOLDERS:
+def producer_folders(root):
+    sources = subprocess.run(["git", "ls-files", "*.cpp"], cwd=root, capture_output=True, check=True, text=True).stdout
+    return sorted({name.split("/")[0] for name in sources.split()} - OUTSIDE)
+
+
+def counters(build, folders):
+    """The reports of all objects of the producers' folders, and of nothing else that was built."""
+    for folder in folders:
         for data in sorted((build / folder).rglob("*.gcda")):
             report = subprocess.run(["gcov", "--json-format", "--stdout", "--branch-probabilities", data],
                                     cwd=build, capture_output=True, check=True, text=True).stdout
@@ -24,12 +30,12 @@ def counters(build):
                 yield json.loads(line)
 
 
-def collect(root, build):
+def collect(root, build, folders):
     files = collections.defaultdict(File)
-    for report in counters(build):
+    for report in counters(build, folders):
         for entry in report["files"]:
             path = (build / entry["file"]).resolve()
-            if not path.is_relative_to(root) or path.relative_to(root).parts[0] not in FOLDERS:
+            if not path.is_relative_to(root) or path.relative_to(root).parts[0] not in folders:
                 continue
             add(files[str(path.relative_to(root))], entry)
     return files
@@ -68,7 +74,8 @@ def ranges(numbers):
 
 def main():
     root, build = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
-    files = collect(root, build)
+    folders = producer_folders(root)
+    files = collect(root, build, folders)
     if not files:
         sys.exit("no counters: build and run the coverage preset first")
     print("uncovered lines")
@@ -77,7 +84,7 @@ def main():
         if missing:
             print(f"  {name}: {ranges(missing)}")
     totals = [[0, 0], [0, 0]]
-    for folder in FOLDERS:
+    for folder in folders:
         sums = [[0, 0], [0, 0]]
         for name, file in files.items():
             if name.split("/")[0] == folder:
@@ -86,7 +93,7 @@ def main():
                         sums[index][position] += value
                         totals[index][position] += value
         print(row(folder, *sums))
-    print(row("library", *totals))
+    print(row("producers", *totals))
 
 
 main()

@@ -10,6 +10,7 @@
 #   <!-- not run: why -->
 # is left out, and counted and named too.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+. "$source_tree/tests/need.sh"
 
 in_machine=no
 [ "${1:-}" = --in-machine ] && { in_machine=yes; shift; }
@@ -70,7 +71,8 @@ STUB
 } | stub ctest
 if [ "$in_machine" = yes ]; then
     # The kernel lists a port a moment after the attachment; whoever types is slower.
-    usbip=$(command -v usbip) || { fail "the program usbip is missing (package usbip)"; finish; }
+    need usbip usbip
+    usbip=$(command -v usbip)
     stub usbip <<STUB
 '$usbip' "\$@" || exit
 case "\$1" in attach) for i in {1..300}; do '$usbip' port 2>/dev/null | grep -q '^Port' && exit; sleep 0.1; done; exit 1 ;; esac

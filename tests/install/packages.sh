@@ -6,9 +6,11 @@
 # Ends with 77 where the tools are missing, and where there is no right to use a clean root folder.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-for tool in dpkg-buildpackage dh lintian python3; do
-    command -v "$tool" >/dev/null || { say "$tool is not installed (tools/setup --packages)"; exit "$cannot_run"; }
-done
+. "$source_tree/tests/need.sh"
+need dpkg-buildpackage dpkg-dev
+need dh debhelper
+need lintian lintian
+need python3 python3-minimal
 keep=${1:-}
 work_folder
 jobs=${ZR_JOBS:-$(nproc)}

@@ -6,7 +6,8 @@ export LC_ALL=C
 
 source_tree=${1:?source folder}
 build=${2:?build folder}
-command -v valgrind >/dev/null || { echo "valgrind is not installed"; exit 77; }
+. "$source_tree/tests/need.sh"
+need valgrind valgrind
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/zr-documented.XXXXXX") || exit 1
 trap 'rm -rf "$work"' EXIT

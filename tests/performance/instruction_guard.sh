@@ -15,7 +15,9 @@ mode=${4:-}
 more=150 # per cent
 less=50
 
-command -v valgrind >/dev/null && command -v callgrind_annotate >/dev/null || { echo "valgrind is not installed"; exit 77; }
+. "$(dirname "${BASH_SOURCE[0]}")/../need.sh"
+need valgrind valgrind
+need callgrind_annotate valgrind
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/zr-guard.XXXXXX") || exit 1
 trap 'rm -rf "$work"' EXIT

@@ -4,7 +4,8 @@
 set -u
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 folder=${1:?folder}
-command -v doxygen >/dev/null || { echo "doxygen is not installed (tools/setup --docs)"; exit 77; }
+. "$here/tests/need.sh"
+need doxygen doxygen
 
 "$here/tools/reference" "$folder" || exit 1
 for page in index.html gentl_8h.html u3v__lib_8h.html classZrLogger.html; do
