@@ -273,7 +273,8 @@ run_gate()
         result="$counted_passed passed, $counted_failed failed"
         [ "$counted_skipped" -gt 0 ] && result+=", $counted_skipped skipped"
         if [ "$counted_failed" -gt 0 ]; then
-            say "--- gate $name failed; the end of ${log#"$root"/}:"
+            say "--- gate $name failed; what failed in ${log#"$root"/}, and its end:"
+            grep -E '^(FAIL|not ok|.*\*\*\*(Failed|Timeout))\b' "$log"
             grep -vE '^ +Start +[0-9]+:|[ .]Passed +[0-9.]+ sec' "$log" | tail -n "${ZR_LOG_LINES:-60}"
         fi
     fi

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -35,6 +36,43 @@ void LetPass(Duration duration, const char* /*why*/)
     std::this_thread::sleep_for(duration);
 }
 
+// Whether a thread of this process sleeps in the kernel. Its state stands behind its name, which is
+// in brackets.
+inline bool IsAsleep(const std::string& thread)
+{
+    std::ifstream file("/proc/self/task/" + thread + "/stat");
+    std::string line;
+    std::getline(file, line);
+    const std::size_t name = line.rfind(')');
+    return name != std::string::npos && line.compare(name, 3, ") S") == 0;
+}
+
+// Until a condition has held so often in a row that it was no chance: a lock on its way takes less.
+template <class Condition>
+bool WaitUntilSteady(Condition condition)
+{
+    int looks = 0;
+    return WaitUntil([&] {
+        looks = condition() ? looks + 1 : 0;
+        return looks >= 5;
+    });
+}
+
+// Until every other thread of the process sleeps: the library's own have no names here.
+inline bool WaitUntilOthersSleep()
+{
+    return WaitUntilSteady([] {
+        const std::string self = std::to_string(gettid());
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+            const std::string thread = entry.path().filename();
+            if (thread != self && !IsAsleep(thread)) {
+                return false;
+            }
+        }
+        return true;
+    });
+}
+
 // A thread that can be seen waiting; joined at the end.
 class WatchedThread
 {
@@ -60,27 +98,13 @@ public:
     }
     bool HasEnded() const { return m_ended; }
 
-    // Until it sleeps in the kernel, for longer than a lock on its way takes; or has ended.
+    // Until it sleeps in the kernel, or has ended.
     bool UntilAsleep() const
     {
-        int looks = 0;
-        return WaitUntil([this, &looks] {
-            looks = _IsAsleep() ? looks + 1 : 0;
-            return m_ended || looks >= 5;
-        });
+        return WaitUntilSteady([this] { return m_ended || IsAsleep(std::to_string(m_id)); });
     }
 
 private:
-    // The state stands behind the name, which is in brackets.
-    bool _IsAsleep() const
-    {
-        std::ifstream file("/proc/self/task/" + std::to_string(m_id) + "/stat");
-        std::string line;
-        std::getline(file, line);
-        const std::size_t name = line.rfind(')');
-        return m_id != 0 && name != std::string::npos && line.compare(name, 3, ") S") == 0;
-    }
-
     std::atomic<pid_t> m_id{0};
     std::atomic<bool> m_ended{false};
     std::thread m_thread; // last: it uses the others from its first moment

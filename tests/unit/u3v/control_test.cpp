@@ -1,5 +1,6 @@
 #include "u3v_control.h"
 #include "u3v_fixture.h"
+#include "wait.h"
 #include "zip_archive.h"
 
 #include <chrono>
@@ -553,7 +554,7 @@ TEST_F(ControlTest, ReadMem_LateAnswers_ShareOneTimeout)
     Reply(Ack(0, 0x0801, kFirstId, {1, 0, 0, 0}));
     camera.replies.push_back({LIBUSB_ERROR_TIMEOUT, {}});
     usb.ClearJournal();
-    usb.onCall = [] { std::this_thread::sleep_for(std::chrono::milliseconds(300)); };
+    usb.onCall = [] { zr_test::LetPass(std::chrono::milliseconds(300), "the bus is slow"); };
     EXPECT_EQ(control.ReadMem(0x100, &value, 4), 0x800B);
     const auto received = usb.Journal("bulk ep=0x81 length=16 timeout=");
     ASSERT_EQ(received.size(), 2U);
@@ -712,7 +713,7 @@ TEST_F(ControlTest, WriteMem_PendingForTooLong_EndsByTheClock)
     limits.pendingTime = 20;
     U3V_Control impatient(&device, limits);
     ASSERT_EQ(impatient.OpenControl(), 0);
-    usb.onCall = [] { std::this_thread::sleep_for(std::chrono::milliseconds(8)); };
+    usb.onCall = [] { zr_test::LetPass(std::chrono::milliseconds(8), "the bus is slow"); };
     for (int i = 0; i < 900; ++i) {
         Reply(Pending(kFirstId, 1));
     }

@@ -1,6 +1,7 @@
 #include "no_threads.h"
 #include "u3v_fixture.h"
 #include "u3v_stream.h"
+#include "wait.h"
 
 #include <chrono>
 #include <optional>
@@ -284,7 +285,7 @@ TEST_F(StreamTest, EventThread_BusFailsAtOnce_DoesNotSpin)
     Start();
     usb.handleEventsResult = LIBUSB_ERROR_NO_DEVICE;
     usb.ClearJournal();
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    zr_test::LetPass(std::chrono::milliseconds(50), "a few calls, not thousands");
     EXPECT_LE(usb.Count("handle_events"), 60U);
     usb.handleEventsResult = 0;
 }
@@ -344,7 +345,7 @@ TEST_F(StreamTest, Start_SubmitFails_ReturnsItFreesAndEndsTheThread)
     EXPECT_EQ(stream->AcquisitionStart(1), 0xFFFC);
     EXPECT_EQ(usb.liveTransfers.load(), 0);
     usb.ClearJournal();
-    std::this_thread::sleep_for(std::chrono::milliseconds(40));
+    zr_test::LetPass(std::chrono::milliseconds(40), "nobody serves the bus any more");
     EXPECT_EQ(usb.Count("handle_events"), 0U);
     // Still acquiring: a stop waits, switches the camera off and answers.
     EXPECT_EQ(Stop(), 0);
@@ -607,9 +608,7 @@ TEST_F(StreamTest, StallForEver_IsTriedTwentyTimesASecond)
     usb.ClearJournal();
     const auto begin = std::chrono::steady_clock::now();
     usb.StallForEver(true);
-    while (Submitted().size() < 12) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    EXPECT_TRUE(zr_test::WaitUntil([this] { return Submitted().size() >= 12; }));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(63 + 6 * 50));
     EXPECT_GE(usb.Count("clear_halt"), 12U);
     usb.StallForEver(false);
@@ -622,9 +621,7 @@ TEST_F(StreamTest, Stop_WhileStalling_EndsWithTheNextCompletion)
         Start();
         CaptureStdout();
         usb.StallForEver(paused);
-        while (paused && Submitted().size() < 4) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+        EXPECT_TRUE(zr_test::WaitUntil([&] { return !paused || Submitted().size() >= 4; }));
         usb.StallForEver(true);
         EXPECT_EQ(stream->AcquisitionStop(&acquired, &lost), 0);
         usb.StallForEver(false);
@@ -765,7 +762,7 @@ TEST_F(StreamTest, RequestStop_StreamingHasEnded_TheWaitOfTheStopCountsFromTheRe
     PlayImage(1);
     ASSERT_TRUE(usb.AwaitDrained());
     stream->RequestStop();
-    std::this_thread::sleep_for(std::chrono::milliseconds(200)); // longer than stopWait
+    zr_test::LetPass(std::chrono::milliseconds(200), "longer than stopWait");
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Stop(), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(140));

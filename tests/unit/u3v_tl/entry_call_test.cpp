@@ -7,6 +7,7 @@
 
 #include "failing_allocation.h"
 #include "tl_fixture.h"
+#include "wait.h"
 #include "zr_u3v_controller.h"
 #include "zr_u3v_device.h"
 #include "zr_u3v_interface.h"
@@ -118,7 +119,7 @@ const FailureRow kFailures[] = {
          // Passes that last longer than the wait; the first update may still find the end of
          // others.
          FakeU3V::Instance().OnCall("U3V_DiscoveryDevices", [] {
-             std::this_thread::sleep_for(std::chrono::milliseconds(100));
+             zr_test::LetPass(std::chrono::milliseconds(100), "a pass takes longer than the wait");
          });
          GC_ERROR status = 0;
          for (int attempt = 0; attempt < 50 && status == 0; ++attempt) {

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "port_access.h"
+#include "wait.h"
 #include "zr_gentl_util.h"
 
 namespace {
@@ -113,18 +114,12 @@ TEST_F(InterfaceRegisters, UpdateList_WhileItRuns_ReadsOne_SuccessThoughTheUpdat
 {
     std::atomic<bool> release{false};
     FakeU3V::Instance().OnCall("U3V_DiscoveryDevices", [&release] {
-        while (!release.load()) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+        zr_test::WaitUntil([&release] { return release.load(); });
     });
     TraceCapture trace;
     GC_ERROR written = -1;
     std::thread writer([&] { written = WriteAt(m_iface, 0x60104, {0, 0, 0, 0}); });
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-    while (IntegerAt(m_iface, 0x60104) != 1 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    EXPECT_EQ(IntegerAt(m_iface, 0x60104), 1);
+    EXPECT_TRUE(zr_test::WaitUntil([this] { return IntegerAt(m_iface, 0x60104) == 1; }));
     EXPECT_EQ(IntegerAt(m_iface, 0x60410), 0);
     std::thread closer([&] { EXPECT_EQ(IFClose(m_iface), 0); });
     writer.join();

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tl_fixture.h"
+#include "wait.h"
 #include "zr_u3v_controller.h"
 #include "zr_u3v_device.h"
 #include "zr_u3v_interface.h"
@@ -219,7 +220,7 @@ TEST_F(Interface, Update_WorkerTooSlow_TimeoutListAndFlagStay)
     UpdateDevices();
     Fake().SetCameras({});
     Fake().OnCall("U3V_DiscoveryDevices",
-                  [] { std::this_thread::sleep_for(std::chrono::milliseconds(60)); });
+                  [] { zr_test::LetPass(std::chrono::milliseconds(60), "a pass takes its time"); });
     bool8_t changed = true;
     uint32_t countBefore = 0;
     TraceCapture trace;
@@ -245,7 +246,7 @@ TEST_F(Interface, Update_WorkerTooSlow_TimeoutListAndFlagStay)
 TEST_F(Interface, Update_TimeBelowAPass_RepeatedItSucceeds)
 {
     Fake().OnCall("U3V_DiscoveryDevices",
-                  [] { std::this_thread::sleep_for(std::chrono::milliseconds(80)); });
+                  [] { zr_test::LetPass(std::chrono::milliseconds(80), "a pass takes its time"); });
     for (const uint64_t time : {100u, 30u}) {
         GC_ERROR status = -1011;
         for (int attempt = 0; attempt < 200 && status == -1011; ++attempt) {
@@ -526,7 +527,7 @@ TEST_F(SystemTest, InterfaceModule_OpenTwiceAndCloseTwice)
 TEST_F(Interface, Close_AfterARequestWithoutEnd_ReturnsWithinAPass)
 {
     Fake().OnCall("U3V_DiscoveryDevices",
-                  [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); });
+                  [] { zr_test::LetPass(std::chrono::milliseconds(20), "a pass takes its time"); });
     EXPECT_EQ(IFUpdateDeviceList(m_iface, nullptr, GENTL_INFINITE), -1011);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(IFClose(m_iface), 0);

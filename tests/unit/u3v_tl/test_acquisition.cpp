@@ -3,6 +3,7 @@
 #include "failing_allocation.h"
 #include "no_threads.h"
 #include "test_data_stream_fixture.h"
+#include "wait.h"
 #include "zr_u3v_thread_acquisition.h"
 
 #include <algorithm>
@@ -230,7 +231,7 @@ TEST_F(AcquisitionTest, StopAcquisition_Kill_LeavesNobodyWritingIntoTheBuffers)
     std::atomic<bool> left{false};
     m_fake.OnCall("U3V_GetImage", [&] {
         inside = true;
-        std::this_thread::sleep_for(50ms);
+        zr_test::LetPass(50ms, "an image takes its time");
         left = true;
     });
     m_fake.PushImage(MakeImage(1));
@@ -239,7 +240,7 @@ TEST_F(AcquisitionTest, StopAcquisition_Kill_LeavesNobodyWritingIntoTheBuffers)
     EXPECT_EQ(m_stream->StopAcquisition(ACQ_STOP_FLAGS_KILL), GC_ERR_SUCCESS);
     EXPECT_TRUE(left);
     const size_t calls = m_fake.CountOf("U3V_GetImage");
-    std::this_thread::sleep_for(20ms);
+    zr_test::LetPass(20ms, "no call more");
     EXPECT_EQ(m_fake.CountOf("U3V_GetImage"), calls) << "the thread has ended";
 }
 
@@ -339,7 +340,7 @@ TEST_F(AcquisitionTest, Run_EmptyInputList_WaitsInsteadOfSpinning)
     Announce(0);
     const TraceCapture trace;
     ASSERT_EQ(m_stream->StartAcquisition(0, GENTL_INFINITE), GC_ERR_SUCCESS);
-    std::this_thread::sleep_for(50ms);
+    zr_test::LetPass(50ms, "one turn, not thousands");
     EXPECT_LE(trace.Errors().size(), 1U) << "one line per wait";
     EXPECT_EQ(m_stream->StopAcquisition(0), GC_ERR_SUCCESS);
 }
@@ -349,11 +350,11 @@ TEST_F(AcquisitionTest, Run_BufferQueuedOrFlushedIn_IsTakenUpAtOnce)
     ZrGenTLEvent* const event = RegisterEvent();
     void* const handle = Announce(0);
     ASSERT_EQ(m_stream->StartAcquisition(0, GENTL_INFINITE), GC_ERR_SUCCESS);
-    std::this_thread::sleep_for(10ms); // it waits
+    EXPECT_TRUE(zr_test::WaitUntilOthersSleep());
     m_fake.PushImage(MakeImage(1));
     ASSERT_EQ(m_stream->QueueBuffer(handle), GC_ERR_SUCCESS);
     EXPECT_EQ(Take(event, 500), handle);
-    std::this_thread::sleep_for(10ms);
+    EXPECT_TRUE(zr_test::WaitUntilOthersSleep());
     m_fake.PushImage(MakeImage(2));
     ASSERT_EQ(m_stream->FlushQueue(ACQ_QUEUE_UNQUEUED_TO_INPUT), GC_ERR_SUCCESS);
     EXPECT_EQ(Take(event, 500), handle);
@@ -379,7 +380,7 @@ TEST_F(AcquisitionTest, Run_BufferQueuedWhileWaiting_IsTakenUpWithoutDelay)
     ASSERT_EQ(m_stream->StartAcquisition(0, GENTL_INFINITE), GC_ERR_SUCCESS);
     EXPECT_LT(MedianOf([&] {
                   m_fake.PushImage(MakeImage(1));
-                  std::this_thread::sleep_for(2ms); // it waits
+                  EXPECT_TRUE(zr_test::WaitUntilOthersSleep());
                   const auto start = std::chrono::steady_clock::now();
                   EXPECT_EQ(m_stream->QueueBuffer(handle), GC_ERR_SUCCESS);
                   EXPECT_EQ(Take(event, 2000), handle);
@@ -394,7 +395,7 @@ TEST_F(AcquisitionTest, Run_StopWhileWaitingForABuffer_IsTakenUpWithoutDelay)
     Announce(0);
     EXPECT_LT(MedianOf([&] {
                   EXPECT_EQ(m_stream->StartAcquisition(0, GENTL_INFINITE), GC_ERR_SUCCESS);
-                  std::this_thread::sleep_for(2ms);
+                  EXPECT_TRUE(zr_test::WaitUntilOthersSleep());
                   const auto start = std::chrono::steady_clock::now();
                   EXPECT_EQ(m_stream->StopAcquisition(0), GC_ERR_SUCCESS);
                   return std::chrono::steady_clock::now() - start;
@@ -431,15 +432,12 @@ TEST_F(AcquisitionTest, RevokeBuffer_ImageBeingWritten_WaitsForIt)
     ASSERT_EQ(m_stream->StartAcquisition(0, GENTL_INFINITE), GC_ERR_SUCCESS);
     ASSERT_TRUE(WaitUntil([&] { return inside.load(); }));
     ASSERT_EQ(m_stream->FlushQueue(ACQ_QUEUE_ALL_DISCARD), GC_ERR_SUCCESS);
-    std::atomic<bool> revoked{false};
-    std::thread revoker([&] {
-        EXPECT_EQ(m_stream->RevokeBuffer(handle, nullptr, nullptr), GC_ERR_SUCCESS);
-        revoked = true;
-    });
-    std::this_thread::sleep_for(30ms);
-    EXPECT_FALSE(revoked) << "the memory is still written to";
+    zr_test::WatchedThread revoker(
+        [&] { EXPECT_EQ(m_stream->RevokeBuffer(handle, nullptr, nullptr), GC_ERR_SUCCESS); });
+    EXPECT_TRUE(revoker.UntilAsleep());
+    EXPECT_FALSE(revoker.HasEnded()) << "the memory is still written to";
     release = true;
-    revoker.join();
+    revoker.Join();
     EXPECT_EQ(Delivered(), 0U);
     EXPECT_EQ(m_stream->StopAcquisition(0), GC_ERR_SUCCESS);
 }
@@ -475,15 +473,15 @@ protected:
     GC_ERROR WaitForDataAround(const std::function<void()>& action)
     {
         std::atomic<GC_ERROR> status{1};
-        std::thread waiter([&] {
+        zr_test::WatchedThread waiter([&] {
             EVENT_NEW_BUFFER_DATA data{};
             size_t size = sizeof(data);
-            status = EventGetData(m_event, &data, &size, 10000);
+            status = EventGetData(m_event, &data, &size, 60000);
         });
-        std::this_thread::sleep_for(30ms);
+        EXPECT_TRUE(waiter.UntilAsleep());
         EXPECT_EQ(status, 1) << "it waits";
         action();
-        waiter.join();
+        waiter.Join();
         return status;
     }
 
@@ -546,7 +544,7 @@ TEST_F(HandleStreamTest, EverythingAtOnce_ThenClose_AnswersOnlyKnownStatuses)
     std::vector<std::thread> threads;
     threads.push_back(loop([&](uint64_t i) { // the camera
         m_fake.PushImage(MakeImage(i, 80));
-        std::this_thread::sleep_for(200us);
+        zr_test::LetPass(200us, "the camera's rate");
     }));
     for (int consumer = 0; consumer < 2; ++consumer) {
         threads.push_back(loop([&](uint64_t /*i*/) {
@@ -565,7 +563,7 @@ TEST_F(HandleStreamTest, EverythingAtOnce_ThenClose_AnswersOnlyKnownStatuses)
     }
     threads.push_back(loop([&](uint64_t i) { // start and stop
         static_cast<void>(DSStartAcquisition(m_ds, 0, i % 3 == 0 ? 2 : GENTL_INFINITE));
-        std::this_thread::sleep_for(3ms);
+        zr_test::LetPass(3ms, "some images between start and stop");
         static_cast<void>(DSStopAcquisition(m_ds, static_cast<ACQ_STOP_FLAGS>(i % 2)));
         announce(i % memory.size());
     }));
@@ -578,15 +576,15 @@ TEST_F(HandleStreamTest, EverythingAtOnce_ThenClose_AnswersOnlyKnownStatuses)
         static_cast<void>(DSGetBufferInfo(m_ds, handles.at((i + 1) % 6), BUFFER_INFO_SIZE_FILLED,
                                           &type, &filled, &size));
         EXPECT_LE(filled, 64U);
-        std::this_thread::sleep_for(1ms);
+        zr_test::LetPass(1ms, "leaves the others something to take");
     }));
-    std::this_thread::sleep_for(400ms);
-    EXPECT_GT(taken, 0U);
+    EXPECT_TRUE(WaitUntil([&] { return taken > 0; }));
+    zr_test::LetPass(400ms, "everything meets everything");
     EXPECT_EQ(GCUnregisterEvent(m_ds, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
-    std::this_thread::sleep_for(50ms);
+    zr_test::LetPass(50ms, "without an event");
     EXPECT_EQ(DSClose(m_ds), GC_ERR_SUCCESS);
     EXPECT_EQ(DevClose(m_dev), GC_ERR_SUCCESS);
-    std::this_thread::sleep_for(20ms);
+    zr_test::LetPass(20ms, "without a device");
     end = true;
     for (std::thread& thread : threads) {
         thread.join();

@@ -10,22 +10,13 @@
 #include <vector>
 
 #include "test_device_fixture.h"
+#include "wait.h"
 #include "zr_gentl_event.h"
 #include "zr_u3v_data_stream.h"
 
 inline constexpr size_t kBufferSize = 16;
 
-// Waits until `reached()`; false when it did not come true within two seconds.
-inline bool WaitUntil(const std::function<bool()>& reached)
-{
-    for (int i = 0; i < 4000; ++i) {
-        if (reached()) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::microseconds(500));
-    }
-    return reached();
-}
+using zr_test::WaitUntil;
 
 // An image of `size` bytes that all hold the low byte of its id.
 inline FakeU3V::Image MakeImage(uint64_t id, size_t size = kBufferSize, uint16_t status = 0)

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "tl_fixture.h"
+#include "wait.h"
 
 namespace {
 
@@ -41,9 +42,7 @@ public:
     // Until every thread has been at work for a while.
     void Warm() const
     {
-        while (m_rounds.load() < 20) {
-            std::this_thread::sleep_for(milliseconds(1));
-        }
+        zr_test::WaitUntil([this] { return m_rounds.load() >= 20; });
     }
 
 private:
@@ -133,7 +132,7 @@ TEST_F(Threads, IFClose_WhileOthersAreInside_ClosesOnce)
             QueryInterface(iface);
             static_cast<void>(IFUpdateDeviceList(iface, nullptr, 5));
         });
-        std::this_thread::sleep_for(milliseconds(5));
+        zr_test::LetPass(milliseconds(5), "the others get inside, each time elsewhere");
         EXPECT_EQ(IFClose(iface), 0);
         m_iface = nullptr;
         ASSERT_EQ(TLOpenInterface(m_tl, kInterfaceIdText, &m_iface), 0);
@@ -203,7 +202,7 @@ TEST_F(Threads, TLClose_WhileOthersAreInside_EverythingGoes)
             QueryInterface(iface);
             static_cast<void>(IFUpdateDeviceList(iface, nullptr, 5));
         });
-        std::this_thread::sleep_for(milliseconds(5));
+        zr_test::LetPass(milliseconds(5), "the others get inside, each time elsewhere");
         EXPECT_EQ(TLClose(tl), 0);
         m_tl = nullptr;
         m_iface = nullptr;
@@ -240,7 +239,7 @@ TEST_F(Threads, CloseLib_WhileOthersAreInside_EverythingGoes)
             QueryInterface(iface);
             static_cast<void>(IFUpdateDeviceList(iface, nullptr, 5));
         });
-        std::this_thread::sleep_for(milliseconds(5));
+        zr_test::LetPass(milliseconds(5), "the others get inside, each time elsewhere");
         EXPECT_EQ(GCCloseLib(), 0);
         m_tl = nullptr;
         m_iface = nullptr;
@@ -270,9 +269,7 @@ public:
     {
         FakeU3V::Instance().OnCall(function, [this] {
             m_entered = true;
-            while (!m_released) {
-                std::this_thread::sleep_for(milliseconds(1));
-            }
+            zr_test::WaitUntil([this] { return m_released.load(); });
         });
     }
     ~Held() { Release(); }
@@ -281,9 +278,7 @@ public:
 
     void AwaitCall() const
     {
-        while (!m_entered) {
-            std::this_thread::sleep_for(milliseconds(1));
-        }
+        zr_test::WaitUntil([this] { return m_entered.load(); });
     }
     void Release() { m_released = true; }
 
@@ -324,9 +319,8 @@ TEST_F(Threads, CloseLib_WaitingForACallInside_OthersAreAnsweredAtOnce)
     std::thread closer([] { EXPECT_EQ(GCCloseLib(), 0); });
     INFO_DATATYPE type = 0;
     size_t size = 0;
-    while (GCGetInfo(TL_INFO_VENDOR, &type, nullptr, &size) == 0) {
-        std::this_thread::sleep_for(milliseconds(1));
-    }
+    EXPECT_TRUE(
+        zr_test::WaitUntil([&] { return GCGetInfo(TL_INFO_VENDOR, &type, nullptr, &size) != 0; }));
     ExpectNotInitialized(m_tl);
     closing.Release();
     inside.join();
@@ -338,12 +332,13 @@ TEST_F(Threads, InitLib_WhileTheLibraryCloses_ComesAfterIt)
     Held closing("U3V_DiscoveryClose");
     std::thread closer([] { EXPECT_EQ(GCCloseLib(), 0); });
     closing.AwaitCall();
-    std::thread opener([] { EXPECT_EQ(GCInitLib(), 0); });
-    std::this_thread::sleep_for(milliseconds(20));
+    zr_test::WatchedThread opener([] { EXPECT_EQ(GCInitLib(), 0); });
+    EXPECT_TRUE(opener.UntilAsleep());
+    EXPECT_FALSE(opener.HasEnded());
     ExpectNotInitialized(m_tl); // not yet
     closing.Release();
     closer.join();
-    opener.join();
+    opener.Join();
     TL_HANDLE tl = nullptr;
     EXPECT_EQ(TLOpen(&tl), 0);
 }
@@ -353,7 +348,7 @@ TEST_F(Threads, InitLib_WhileTheLibraryCloses_ComesAfterIt)
 // Holds `function` back for a while, so that another thread comes in between.
 void Slow(const char* function)
 {
-    FakeU3V::Instance().OnCall(function, [] { std::this_thread::sleep_for(milliseconds(30)); });
+    FakeU3V::Instance().OnCall(function, [] { zr_test::LetPass(milliseconds(30), "it is slow"); });
 }
 
 TEST_F(Threads, OpenInterface_WhileTheOldOneCloses_WaitsForItsEnd)
@@ -365,9 +360,8 @@ TEST_F(Threads, OpenInterface_WhileTheOldOneCloses_WaitsForItsEnd)
     FakeU3V::Instance().ClearJournal();
     std::thread closer([iface = m_iface] { EXPECT_EQ(IFClose(iface), 0); });
     IF_HANDLE next = nullptr;
-    while (TLOpenInterface(m_tl, kInterfaceIdText, &next) == -1004) {
-        std::this_thread::sleep_for(milliseconds(1));
-    }
+    EXPECT_TRUE(zr_test::WaitUntil(
+        [&] { return TLOpenInterface(m_tl, kInterfaceIdText, &next) != -1004; }));
     closer.join();
     ASSERT_NE(next, nullptr);
     // Discovery is one for the whole library: closed late, it would be the new interface's.
@@ -383,9 +377,8 @@ TEST_F(Threads, OpenDevice_WhileItsOldHandleCloses_WaitsForItsEnd)
     Slow("U3V_CloseControl");
     std::thread closer([device] { EXPECT_EQ(DevClose(device), 0); });
     DEV_HANDLE next = nullptr;
-    while (IFOpenDevice(m_iface, "GUID-A", DEVICE_ACCESS_EXCLUSIVE, &next) == -1004) {
-        std::this_thread::sleep_for(milliseconds(1));
-    }
+    EXPECT_TRUE(zr_test::WaitUntil(
+        [&] { return IFOpenDevice(m_iface, "GUID-A", DEVICE_ACCESS_EXCLUSIVE, &next) != -1004; }));
     closer.join();
     ASSERT_NE(next, nullptr);
     const auto journal = FakeU3V::Instance().Journal();

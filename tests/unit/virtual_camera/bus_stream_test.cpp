@@ -134,14 +134,14 @@ TEST_F(BusStream, Events_WakeTheTransferThatWaits)
     libusb_device_handle* handle = OpenAndClaim();
     EXPECT_EQ(0, libusb_claim_interface(handle, 2));
     Write32(handle, 0x28000, 1);
-    std::thread later([&camera] {
-        std::this_thread::sleep_for(20ms);
-        EXPECT_TRUE(camera.SendEvent(0x1234, {7, 8, 9}));
-    });
     unsigned char packet[1024];
     int received = 0;
-    EXPECT_EQ(0, libusb_bulk_transfer(handle, 0x82, packet, sizeof packet, &received, 5000));
-    later.join();
+    zr_test::WatchedThread reader([&] {
+        EXPECT_EQ(0, libusb_bulk_transfer(handle, 0x82, packet, sizeof packet, &received, 60000));
+    });
+    EXPECT_TRUE(reader.UntilAsleep());
+    EXPECT_TRUE(camera.SendEvent(0x1234, {7, 8, 9}));
+    reader.Join();
     ASSERT_EQ(27, received);
     EXPECT_EQ(0x34, packet[14]);
     EXPECT_EQ(9, packet[26]);
