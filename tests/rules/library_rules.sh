@@ -25,19 +25,29 @@ exports()
         <(nm -D --defined-only --format=posix "$library" | awk '{print $1}' | sort) || fail "symbols differ"
 }
 
+# file's stem, real version, name for GenTL consumers
+names_of()
+{
+    case "$1" in
+        exact) echo "libzr_u3v_tl_x64 2.5.2 zr_u3v_tl.cti" ;;
+        standard) echo "libzr_u3v_standard 1.0.0 zr_u3v_standard.cti" ;;
+    esac
+}
+
 # Bumping the soname breaks every consumer that was linked.
 names()
 {
-    dynamic | grep -q 'SONAME.*\[libzr_u3v_tl_x64\.so\.2\]' || fail "soname is not libzr_u3v_tl_x64.so.2"
-    local folder
+    local folder stem version name cti soname
+    read -r stem version name < <(names_of "$producer") || fail "there is no producer $producer"
+    soname=$stem.so.${version%%.*}
+    dynamic | grep -q "SONAME.*\[${soname//./\\.}\]" || fail "soname is not $soname"
     folder=$(dirname "$library")
-    [ "$(basename "$(readlink -f "$library")")" = libzr_u3v_tl_x64.so.2.5.2 ] || fail "real file is not .so.2.5.2"
-    [ -L "$folder/libzr_u3v_tl_x64.so" ] || fail "no development link"
-    [ -L "$folder/libzr_u3v_tl_x64.so.2" ] || fail "no soname link"
-    local cti
-    cti=$(readlink "$folder/zr_u3v_tl.cti") || fail "zr_u3v_tl.cti is no link"
-    [[ $cti != */* ]] || fail "zr_u3v_tl.cti is not relative: $cti"
-    [ "$(readlink -f "$folder/zr_u3v_tl.cti")" = "$(readlink -f "$library")" ] || fail "zr_u3v_tl.cti leads elsewhere"
+    [ "$(basename "$(readlink -f "$library")")" = "$stem.so.$version" ] || fail "real file is not $stem.so.$version"
+    [ -L "$folder/$stem.so" ] || fail "no development link"
+    [ -L "$folder/$soname" ] || fail "no soname link"
+    cti=$(readlink "$folder/$name") || fail "$name is no link"
+    [[ $cti != */* ]] || fail "$name is not relative: $cti"
+    [ "$(readlink -f "$folder/$name")" = "$(readlink -f "$library")" ] || fail "$name leads elsewhere"
 }
 
 # Under its ordinary soname, so that another one can be put in front; and no way to miss it.
