@@ -264,7 +264,7 @@ enum BUFFER_INFO_CMD_LIST
     BUFFER_INFO_IS_ACQUIRING = 6,  /**< BOOL8: being filled */
     BUFFER_INFO_IS_INCOMPLETE = 7, /**< BOOL8: something of the image is missing */
     BUFFER_INFO_TLTYPE = 8,        /**< STRING: "GEV", whatever the bus */
-    BUFFER_INFO_SIZE_FILLED = 9,   /**< SIZET: bytes of the image */
+    BUFFER_INFO_SIZE_FILLED = 9,   /**< SIZET: the buffer's size once an image has come */
     BUFFER_INFO_WIDTH = 10,        /**< SIZET: pixels; not served before the first image */
     BUFFER_INFO_HEIGHT = 11,       /**< SIZET: lines; likewise */
     BUFFER_INFO_XOFFSET = 12,      /**< not served */
@@ -573,15 +573,21 @@ GC_API GCGetLastError(GC_ERROR* piErrorCode, char* sErrText, size_t* piSize);
 /** Makes the library ready; the first call of all. Once per process, until GCCloseLib.
  *
  * @return GC_ERR_RESOURCE_IN_USE when it is ready already. Before it every other function but
- * GCGetLastError answers GC_ERR_NOT_INITIALIZED. */
+ * GCGetLastError answers GC_ERR_NOT_INITIALIZED. Out of memory, a std::bad_alloc leaves it: there
+ * is no library yet that could keep a status. The library is as before, and C programs end. */
 GC_API GCInitLib(void);
 
 /** Closes everything that is still open, from the streams up, and ends the library; GCInitLib may
  * follow.
  *
  * Releases every wait in EventGetData (GC_ERR_ABORT) and waits for the calls that are inside.
- * Every handle is invalid afterwards. Takes up to a few seconds when a camera streams that does
- * not answer any more. Call it before the process ends or the library is unloaded. */
+ * Every handle is invalid afterwards; calls that come meanwhile answer GC_ERR_NOT_INITIALIZED at
+ * once. Takes up to a few seconds when cameras stream that do not answer any more. Call it before
+ * the process ends or the library is unloaded.
+ *
+ * Before dlclose, join or stop the threads that may be in a call: one that was released from
+ * EventGetData, or answered GC_ERR_NOT_INITIALIZED, still runs the last instructions of the library
+ * when this returns. */
 GC_API GCCloseLib(void);
 
 /** Reads piSize bytes from address iAddress of a module: of the camera (DevGetPort) or of the
@@ -639,7 +645,7 @@ GC_API GCUnregisterEvent(EVENTSRC_HANDLE hEventSrc, EVENT_TYPE iEventID);
  * entry. piSize [in]: room in bytes, at least EVENT_SIZE_MAX. iTimeout in ms, finite: it counts
  * with its low 32 bits as a signed number, so that GENTL_INFINITE does not wait at all. Several
  * threads may wait for one event; one whose entry another thread has taken succeeds with pBuffer
- * untouched: set the record to zero before.
+ * untouched: set the record to zero before; or it answers GC_ERR_TIMEOUT before its time.
  *
  * @return GC_ERR_TIMEOUT; GC_ERR_ABORT after EventKill or when the event has ended;
  * GC_ERR_BUFFER_TOO_SMALL, with the size needed in *piSize and no entry taken;
@@ -674,7 +680,12 @@ GC_API EventKill(EVENT_HANDLE hEvent);
  * open; GC_ERR_INVALID_PARAMETER for NULL. */
 GC_API TLOpen(TL_HANDLE* phTL);
 
-/** Closes the System with all that was opened through it. */
+/** Closes the System with all that was opened through it.
+ *
+ * There is one System from GCInitLib to GCCloseLib, and its handle is the same each time it is
+ * opened: a handle of an earlier TLOpen closes it too.
+ *
+ * @return GC_ERR_ERROR when it is closed already; GC_ERR_INVALID_HANDLE for any other handle. */
 GC_API TLClose(TL_HANDLE hTL);
 
 /** Asks the System: an information query of TL_INFO_CMD_LIST. */

@@ -4,6 +4,7 @@
 #include "producer_fixture.h"
 
 #include <cstring>
+#include <optional>
 
 namespace {
 
@@ -110,6 +111,7 @@ INSTANTIATE_TEST_SUITE_P(
         Shape{"TrailerShorterThanTheAlignment", "width=64,height=48,alignment=6,leader=128", 3072},
         Shape{"LeaderShorterThanRequired", "width=64,height=48,leader=64,faults=leader-short:52",
               3072},
+        Shape{"RestOfTheTrailersSize", "width=8,height=4", 32},
         Shape{"ImageSmallerThanTheAlignment", "width=4,height=1", 4}),
     ShapeName);
 
@@ -176,6 +178,130 @@ TEST_F(KnownLimits, PendingAcknowledgeToARead_TheCameraDoesNotOpen)
     ASSERT_EQ(ids.size(), 1u);
     EXPECT_NE(StatusOfOpening(session, ids[0]), GC_ERR_SUCCESS);
     EXPECT_GT(camera.Stats().faults_played, 0u);
+}
+
+// ---- faults of a camera that is served: each comes with its fourth image
+
+using Bytes = std::vector<unsigned char>;
+
+class OneFault : public KnownLimits
+{
+protected:
+    void TearDown() override
+    {
+        m_session.reset();
+        KnownLimits::TearDown();
+    }
+
+    // Takes the three images before the fault, and then the one that has it.
+    Bytes ImageWith(const std::string& fault, const std::string& value = "")
+    {
+        m_session.emplace("width=64,height=48,faults=" + fault + "@3*1" + value);
+        ExpectExactImages(m_session->Stream(), m_session->Camera(), 0, 3);
+        return m_session->Image();
+    }
+    uint64_t Frame() const { return m_session->Frame(); }
+    Bytes Sent(uint64_t frame) { return m_session->Camera().Expected(frame); }
+    // From the image after the fault on, everything is right again.
+    void ExpectTheNextIsExact()
+    {
+        ExpectExactImages(m_session->Stream(), m_session->Camera(), 4, 2);
+    }
+
+private:
+    std::optional<Streaming> m_session;
+};
+
+TEST_F(OneFault, LeaderLost_TheImageBeforeUnderAnEarlierNumber)
+{
+    const Bytes image = ImageWith("leader-lost");
+    EXPECT_EQ(image, Sent(2));
+    EXPECT_EQ(Frame(), 0u); // of the buffer's earlier image: it had none
+    ExpectTheNextIsExact();
+}
+
+TEST_F(OneFault, PayloadTruncated_TheTrailerThenTheImageThenTheOneBefore)
+{
+    const Bytes image = ImageWith("payload-short", ":1024"); // by so many bytes
+    EXPECT_EQ(Frame(), 3u);
+    EXPECT_TRUE(StartsWithTrailer(image));
+    const Bytes sent = Sent(3);
+    const Bytes before = Sent(2);
+    EXPECT_TRUE(std::equal(image.begin() + 32, image.begin() + 2048, sent.begin() + 32));
+    EXPECT_TRUE(std::equal(image.begin() + 2048, image.end(), before.begin() + 2048));
+    ExpectTheNextIsExact();
+}
+
+TEST_F(OneFault, PayloadLost_TheTrailerOverTheImageBefore)
+{
+    const Bytes image = ImageWith("payload-lost");
+    EXPECT_EQ(Frame(), 3u);
+    EXPECT_TRUE(StartsWithTrailer(image));
+    const Bytes before = Sent(2);
+    EXPECT_TRUE(std::equal(image.begin() + 32, image.end(), before.begin() + 32));
+    ExpectTheNextIsExact();
+}
+
+TEST_F(OneFault, TrailerWithAStatus_TheImageAsIfTheCameraWereContent)
+{
+    const Bytes image = ImageWith("trailer-status", ":0xA101");
+    EXPECT_EQ(image, Sent(3));
+    EXPECT_EQ(Frame(), 3u);
+    ExpectTheNextIsExact();
+}
+
+TEST_F(KnownLimits, SubmitRefused_StreamingEndsWithoutAWordUntilTheNextStart)
+{
+    Streaming session("width=64,height=48");
+    ASSERT_TRUE(session.Stream().Next());
+    ASSERT_EQ(vusb_fail_call("libusb_submit_transfer", 0, 1, -1), 0);
+    while (session.Stream().Next(kSilence)) {
+    }
+    session.Stream().Stop();
+    session.Stream().Rewind();
+    session.Stream().Start();
+    EXPECT_TRUE(session.Stream().Next());
+}
+
+// ---- the control channel
+
+TEST_F(KnownLimits, AcknowledgesBelow268Bytes_LongerReadsFail)
+{
+    const vusb::Camera camera("max-acknowledge=128");
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    Bytes bytes(257);
+    EXPECT_EQ(opened.TryRead(0, bytes.data(), 116), GC_ERR_SUCCESS);
+    EXPECT_EQ(opened.TryRead(0, bytes.data(), 117), GC_ERR_IO);
+    EXPECT_EQ(opened.TryRead(0, bytes.data(), 256), GC_ERR_IO);
+    EXPECT_EQ(opened.TryRead(0, bytes.data(), 257), GC_ERR_IO);
+}
+
+TEST_F(KnownLimits, AcknowledgeLost_TheAccessFailsAndIsNotRepeated)
+{
+    const vusb::Camera camera("response-ms=200");
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    const uint64_t before = camera.Stats().control_transactions;
+    camera.SetFaults("reply-missing@0*1");
+    uint32_t value = 0;
+    EXPECT_EQ(opened.TryRead(0, &value, sizeof(value)), GC_ERR_IO);
+    EXPECT_EQ(camera.Stats().control_transactions, before + 1);
+    EXPECT_EQ(opened.TryRead(0, &value, sizeof(value)), GC_ERR_SUCCESS);
+}
+
+// ---- what an image says about itself
+
+TEST_F(KnownLimits, SizeFilled_IsTheBuffersSize)
+{
+    const vusb::Camera camera("width=64,height=48,fps=100");
+    const auto session = OpenSession();
+    const OpenCamera opened(session);
+    ImageStream stream(opened, camera.PayloadSize() + 1000);
+    stream.Start();
+    const auto image = stream.Next();
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->bytes.size(), camera.PayloadSize() + 1000);
 }
 
 } // namespace

@@ -349,6 +349,16 @@ TEST_F(SystemTest, Close_NotOpen_Error)
     EXPECT_EQ(trace.Errors(), (Errors{"Close GC_ERR_ERROR", "TLClose Failed:-1001"}));
 }
 
+TEST_F(SystemTest, Close_HandleOfAnEarlierOpening_ClosesIt)
+{
+    ASSERT_EQ(TLClose(m_tl), 0);
+    TL_HANDLE again = nullptr;
+    ASSERT_EQ(TLOpen(&again), 0);
+    EXPECT_EQ(again, m_tl);
+    EXPECT_EQ(TLClose(m_tl), 0);
+    EXPECT_EQ(TLClose(again), -1001);
+}
+
 TEST_F(SystemTest, Close_ClosesItsInterfaceAndForgetsTheHandles)
 {
     IF_HANDLE iface = nullptr;
