@@ -19,6 +19,7 @@
 
 #include "acquisition.h"
 #include "camera_features.h"
+#include "description_url.h"
 #include "png_image.h"
 
 namespace {
@@ -87,33 +88,9 @@ std::string ListCameras(const Session& session)
     return ids.front();
 }
 
-// "local:<name>;<address>;<length>", both numbers hexadecimal.
-struct DescriptionUrl
-{
-    std::string name;
-    uint64_t address = 0;
-    size_t length = 0;
-
-    explicit DescriptionUrl(const std::string& url)
-    {
-        const size_t colon = url.find(':');
-        const size_t first = url.find(';');
-        const size_t second = url.find(';', first + 1);
-        if (url.compare(0, colon, "local") != 0 || second == std::string::npos) {
-            throw std::runtime_error("unexpected URL " + url);
-        }
-        name = url.substr(colon + 1, first - colon - 1);
-        std::from_chars(url.data() + first + 1, url.data() + second, address, 16);
-        std::from_chars(url.data() + second + 1, url.data() + url.size(), length, 16);
-    }
-};
-
 void FetchDescription(const Camera& camera, const VirtualBus& bus, const std::string& folder)
 {
-    const DescriptionUrl url(
-        camera.Api().Text("GCGetPortURLInfo", [&](INFO_DATATYPE* type, void* text, size_t* size) {
-            return camera.Api().GCGetPortURLInfo(camera.Port(), 0, URL_INFO_URL, type, text, size);
-        }));
+    const auto url = consumer::ParseDescriptionUrl(consumer::FirstUrl(camera.Api(), camera.Port()));
     std::vector<char> file(url.length);
     camera.Read(url.address, file.data(), file.size());
     if (bus.IsThere()) {
@@ -123,9 +100,7 @@ void FetchDescription(const Camera& camera, const VirtualBus& bus, const std::st
             throw std::runtime_error("the description file is not the camera's");
         }
     }
-    // The name comes from the camera; it is a name only, never a way out of the folder.
-    const std::string path =
-        (std::filesystem::path(folder) / std::filesystem::path(url.name).filename()).string();
+    const std::string path = folder + "/" + (url.name.empty() ? "camera.xml" : url.name);
     std::ofstream(path, std::ios::binary)
         .write(file.data(), static_cast<std::streamsize>(file.size()));
     std::printf("description  %s, %zu bytes\n", path.c_str(), file.size());

@@ -111,7 +111,7 @@ Json PortInfo(const Producer& api, PORT_HANDLE port)
         json[item.name] = text.value_or("");
     }
     try {
-        json["url"] = DescriptionUrlOf(api, port);
+        json["url"] = consumer::FirstUrl(api, port);
     } catch (const GenTLError& error) {
         json["url"] = nullptr;
         Warn(error.what());

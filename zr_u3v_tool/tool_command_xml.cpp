@@ -35,8 +35,8 @@ Document Fetch(const Options& options, const Producer& api, PORT_HANDLE port,
                const std::string& portName)
 {
     if (options.onlyUrl) {
-        const std::string url = DescriptionUrlOf(api, port);
-        return {portName, url, ParseDescriptionUrl(url).name, "", false};
+        const std::string url = consumer::FirstUrl(api, port);
+        return {portName, url, consumer::ParseDescriptionUrl(url).name, "", false};
     }
     Description description = FetchDescription(api, port);
     Document document{portName, description.url, description.name, "", description.isZipped};

@@ -4,6 +4,7 @@
 #include "producer_fixture.h"
 
 #include <chrono>
+#include <description_url.h>
 #include <thread>
 
 namespace {
@@ -37,15 +38,12 @@ TEST_F(Control, DescriptionFile_IsReadWholeThroughItsUrl)
         const vusb::Camera camera(options);
         const auto session = OpenSession();
         const OpenCamera opened(session);
-        const std::string url = opened.Url();
+        const std::string text = consumer::FirstUrl(Gentl(), opened.Port());
         const bool zipped = options[4] == '1';
-        ASSERT_EQ(url.find(zipped ? "local:Cam_v1.2.zip;" : "local:Cam_v1.2.xml;"), 0u) << url;
-        const size_t firstSemicolon = url.find(';');
-        const size_t secondSemicolon = url.find(';', firstSemicolon + 1);
-        const uint64_t address = std::stoull(url.substr(firstSemicolon + 1), nullptr, 16);
-        const size_t size = std::stoull(url.substr(secondSemicolon + 1), nullptr, 16);
-        std::vector<unsigned char> file(size);
-        ASSERT_EQ(opened.TryRead(address, file.data(), size), GC_ERR_SUCCESS);
+        EXPECT_EQ(text.find(zipped ? "local:Cam_v1.2.zip;" : "local:Cam_v1.2.xml;"), 0u) << text;
+        const auto url = consumer::ParseDescriptionUrl(text);
+        std::vector<unsigned char> file(url.length);
+        opened.Read(url.address, file.data(), file.size());
         EXPECT_EQ(file, camera.DescriptionFile());
     }
 }

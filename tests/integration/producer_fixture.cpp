@@ -85,13 +85,6 @@ GC_ERROR OpenCamera::TryWrite(uint64_t address, const void* data, size_t size) c
     return Api().GCWritePort(Port(), address, data, &size);
 }
 
-std::string OpenCamera::Url() const
-{
-    return Api().Text("GCGetPortURLInfo", [&](INFO_DATATYPE* type, void* url, size_t* size) {
-        return Api().GCGetPortURLInfo(Port(), 0, URL_INFO_URL, type, url, size);
-    });
-}
-
 Triggers::Triggers(const consumer::Camera& camera) : m_camera(camera)
 {
     m_camera.Write<uint32_t>(camera_features::kTriggerMode, 1);

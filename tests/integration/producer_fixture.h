@@ -75,7 +75,6 @@ public:
     // The status of an access to the camera's registers.
     GC_ERROR TryRead(uint64_t address, void* data, size_t size) const;
     GC_ERROR TryWrite(uint64_t address, const void* data, size_t size) const;
-    std::string Url() const;
 
 private:
     const consumer::DataStream m_stream;

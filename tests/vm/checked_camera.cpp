@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include <camera_features.h>
+#include <description_url.h>
 
 #include "camera_layout.h"
 
@@ -48,21 +49,10 @@ std::vector<std::uint8_t> CheckedCamera::ReadBytes(std::uint64_t address, std::s
     return data;
 }
 
-// "local:NAME;ADDRESS;LENGTH", both hexadecimal.
 std::vector<std::uint8_t> CheckedCamera::DescriptionFile() const
 {
-    const std::string url =
-        Api().Text("GCGetPortURLInfo", [&](INFO_DATATYPE* type, void* text, std::size_t* size) {
-            return Api().GCGetPortURLInfo(Port(), 0, URL_INFO_URL, type, text, size);
-        });
-    const char* const numbers = std::strchr(url.c_str(), ';');
-    if (!url.starts_with("local:") || numbers == nullptr) {
-        throw consumer::Error("strange URL " + url);
-    }
-    char* rest = nullptr;
-    const std::uint64_t address = std::strtoull(numbers + 1, &rest, 16);
-    const std::uint64_t length = std::strtoull(rest + 1, nullptr, 16);
-    return ReadBytes(address, length);
+    const auto url = consumer::ParseDescriptionUrl(consumer::FirstUrl(Api(), Port()));
+    return ReadBytes(url.address, url.length);
 }
 
 void CheckedCamera::Start(std::uint64_t images, bool onDemand)

@@ -4,12 +4,6 @@
 
 namespace {
 
-TEST(Console, ControlCharactersOfACamera_DoNotReachTheTerminal)
-{
-    EXPECT_EQ(Printable("a\x1b[31m\n\x7f"), "a?[31m??");
-    EXPECT_EQ(Printable("Caf\xC3\xA9"), "Caf\xC3\xA9");
-}
-
 TEST(Console, FormattedTexts_HaveAnyLength)
 {
     EXPECT_EQ(Format("%s", std::string(5000, 'x').c_str()), std::string(5000, 'x'));
