@@ -8,7 +8,8 @@
 
 // The console client: menus over the exported functions, from the list of cameras to a running
 // acquisition. All functions run on the main thread but the two thread bodies at the end. The texts
-// are an interface of their own (scripts read them), as are the names that stand in them.
+// are an interface of their own (scripts read them), as are the names that stand in them. It makes
+// its calls itself, on purpose: it is a part of the library, and their order and number are fixed.
 
 // ---- system and menus -------------------------------------------------------------------------
 

@@ -2,7 +2,9 @@
  * order in which the producer wants them. Linked with the library:
  *     cc list_and_grab.c $(pkg-config --cflags --libs zr_u3v_tl) -o list_and_grab
  * An application that serves several producers loads the .cti file with dlopen instead; the calls
- * are the same (examples/python does it). */
+ * are the same (examples/python does it). Everything is in this file, on purpose: it is to be
+ * copied.
+ */
 #include <inttypes.h>
 #include <stdio.h>
 #include <stdlib.h>

@@ -2,6 +2,7 @@
 // a class for the handles, so that all is closed in the right order whatever happens. By CMake:
 //     find_package(ZrU3vTl REQUIRED)
 //     target_link_libraries(grab_with_events PRIVATE ZrU3vTl::zr_u3v_tl)
+// Everything is in this file, on purpose: it is to be copied.
 
 #include <array>
 #include <atomic>

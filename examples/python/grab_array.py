@@ -5,7 +5,7 @@
     python3 grab_array.py [image.pgm]
 
 The producer is found the way every GenTL application finds it: the .cti files of the folders in
-GENICAM_GENTL64_PATH.
+GENICAM_GENTL64_PATH. Everything is in this file, on purpose: it is to be copied.
 """
 import array
 import ctypes

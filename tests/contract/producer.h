@@ -1,4 +1,6 @@
-/* The producer as a consumer sees it: one table of function pointers out of the loaded file. */
+/* The producer as a consumer sees it: one table of function pointers out of the loaded file.
+ * Written for these programs alone, on purpose: what they find is in C and owes nothing to the
+ * project's C++ consumer. */
 #ifndef ZR_TESTS_CONTRACT_PRODUCER_H
 #define ZR_TESTS_CONTRACT_PRODUCER_H
 

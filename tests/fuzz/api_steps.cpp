@@ -1,5 +1,6 @@
 // The exported functions with whatever a consumer can legally pass in C: any handle, any command,
-// any size that its buffer really has, NULL for any pointer.
+// any size that its buffer really has, NULL for any pointer. Without the project's consumer, on
+// purpose: that makes none of the calls that are wanted here.
 
 #include "api_world.h"
 

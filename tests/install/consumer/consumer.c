@@ -1,6 +1,7 @@
 /* A consumer outside the source tree, built by pkg-config and by CMake: linked with the installed
  * library, on the virtual bus. Takes images, and holds the producer to what
  * docs/other-applications.md tells about it. Ends with the number of answers that were different.
+ * With nothing but what is installed, on purpose.
  */
 #include <stdio.h>
 #include <string.h>
