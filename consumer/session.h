@@ -39,17 +39,17 @@ public:
     // The list as of the last update.
     std::vector<std::string> CameraIds() const;
     std::string CameraText(const std::string& id, DEVICE_INFO_CMD command) const;
-    template <class T>
-    T CameraValue(const std::string& id, DEVICE_INFO_CMD command) const
-    {
-        return m_producer.Value<T>("IFGetDeviceInfo", CameraQuery(id, command));
-    }
-    // The query itself, for FindText and FindValue. It refers to `id`.
+    // The query of one value, for FindText and FindValue. It refers to `id`.
     auto CameraQuery(const std::string& id, DEVICE_INFO_CMD command) const
     {
         return [this, &id, command](INFO_DATATYPE* type, void* buffer, size_t* size) {
             return m_producer.IFGetDeviceInfo(m_interface, id.c_str(), command, type, buffer, size);
         };
+    }
+    template <class T>
+    T CameraValue(const std::string& id, DEVICE_INFO_CMD command) const
+    {
+        return m_producer.Value<T>("IFGetDeviceInfo", CameraQuery(id, command));
     }
 
 private:

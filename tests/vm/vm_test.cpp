@@ -134,7 +134,7 @@ void Discovery(const std::string&)
 
 void FirstImage(const std::string& started)
 {
-    constexpr long kLimit = 60;
+    constexpr long kLimit = 300; // half a minute where nobody else works
     Bus bus;
     CheckedCamera camera(bus.session, bus.OnlyCamera(), kBuffers);
     Tally tally;
