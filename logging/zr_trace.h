@@ -1,5 +1,9 @@
 #pragma once
 
+#include <cstddef>
+#include <cstring>
+#include <type_traits>
+
 // The trace of the GenTL layer. Its lines are dropped: the routine is the hook where a build can
 // route them, and the library stays silent.
 
@@ -12,9 +16,11 @@ enum ZrTraceLevel : unsigned
     ZR_TRACE_DEBUG = 32,
 };
 
-// Formats a line of at most 1023 characters on the stack and discards it; without a hook a line
-// that is sure to be formattable is not even made. Allocates nothing and is re-entrant; only a
-// failure of the formatting itself is reported, to the system log.
+// Bytes of a line, its end included; what is longer is cut.
+inline constexpr size_t kTraceLineSize = 1024;
+
+// Formats a line on the stack and discards it. Allocates nothing and is re-entrant; only a failure
+// of the formatting itself is reported, to the system log.
 void TraceA(unsigned level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 // Whether anybody looks at the lines.
@@ -25,3 +31,28 @@ bool IsTraced();
 // itself. NULL takes the hook away.
 using ZrTraceHook = void (*)(unsigned level, const char* line, const char* message);
 void SetTraceHook(ZrTraceHook hook);
+
+// Whether formatting these arguments might fail. It fails for a text that is too long for any
+// number of characters to be told, never for one that fits a line.
+template <class... Arguments>
+bool MayNotBeFormattable(const Arguments&... arguments)
+{
+    [[maybe_unused]] const auto may = []<class T>(const T& argument) {
+        static_assert(std::is_scalar_v<T> || std::is_convertible_v<T, const char*>);
+        if constexpr (std::is_convertible_v<T, const char*>) {
+            const char* const text = argument;
+            return text != nullptr && strnlen(text, kTraceLineSize) == kTraceLineSize;
+        }
+        return false;
+    };
+    return (may(arguments) || ...);
+}
+
+// TraceA for everything that the library does. Every call traces, so the usual case that nobody
+// looks must cost no more than to see it.
+// Quirk Q05: a line that nobody looks at is dropped, here before it is made. A macro, because the
+// compiler checks the format against the arguments; they are evaluated twice.
+#define ZR_TRACE(level, format, ...)                                                               \
+    (IsTraced() || MayNotBeFormattable(__VA_ARGS__)                                                \
+         ? TraceA(level, format __VA_OPT__(, ) __VA_ARGS__)                                        \
+         : void())

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <cxxabi.h>
 #include <new>
-#include <type_traits>
 
 #include "zr_trace.h"
 #include "zr_u3v_controller.h"
@@ -67,7 +66,7 @@ public:
         }
         const GC_ERROR status = _guard(operation);
         if (status != GC_ERR_SUCCESS) {
-            TraceA(ZR_TRACE_ERROR, "%s Failed:%d iEventID:%d", m_function, status, eventId);
+            ZR_TRACE(ZR_TRACE_ERROR, "%s Failed:%d iEventID:%d", m_function, status, eventId);
             _record(status);
         }
         return status;
@@ -108,7 +107,7 @@ public:
         if (event) {
             return _finish(_guard([&] { return operation(*event); }), Recording::Recorded);
         }
-        TraceA(ZR_TRACE_ERROR, "%s GC_ERR_INVALID_HANDLE", m_function);
+        ZR_TRACE(ZR_TRACE_ERROR, "%s GC_ERR_INVALID_HANDLE", m_function);
         if (unknownHandle == Recording::Recorded) {
             _record(GC_ERR_INVALID_HANDLE);
         }
@@ -133,7 +132,7 @@ public:
             return GC_ERR_SUCCESS;
         }));
         if (child->GetParent() == nullptr) {
-            TraceA(ZR_TRACE_ERROR, "%s Failed: GC_ERR_ERROR", m_function);
+            ZR_TRACE(ZR_TRACE_ERROR, "%s Failed: GC_ERR_ERROR", m_function);
             _record(GC_ERR_ERROR);
             return GC_ERR_ERROR;
         }
@@ -176,7 +175,7 @@ private:
     GC_ERROR _finish(GC_ERROR status, Recording recording)
     {
         if (status != GC_ERR_SUCCESS) {
-            TraceA(ZR_TRACE_ERROR, "%s Failed:%d", m_function, status);
+            ZR_TRACE(ZR_TRACE_ERROR, "%s Failed:%d", m_function, status);
             if (recording == Recording::Recorded) {
                 _record(status);
             }
@@ -186,14 +185,14 @@ private:
 
     GC_ERROR _invalidHandle()
     {
-        TraceA(ZR_TRACE_ERROR, "%s Failed: GC_ERR_INVALID_HANDLE", m_function);
+        ZR_TRACE(ZR_TRACE_ERROR, "%s Failed: GC_ERR_INVALID_HANDLE", m_function);
         _record(GC_ERR_INVALID_HANDLE);
         return GC_ERR_INVALID_HANDLE;
     }
 
     GC_ERROR _notInitialized()
     {
-        TraceA(ZR_TRACE_ERROR, "%s GC_ERR_NOT_INITIALIZED", m_function);
+        ZR_TRACE(ZR_TRACE_ERROR, "%s GC_ERR_NOT_INITIALIZED", m_function);
         _record(GC_ERR_NOT_INITIALIZED);
         return GC_ERR_NOT_INITIALIZED;
     }
@@ -211,19 +210,8 @@ private:
     const char* const m_function;
 };
 
-// Whether a line of these arguments, beside the function's name, can always be formatted; a text
-// may be too long.
-template <class... Arguments>
-constexpr bool AlwaysFormattable(const Arguments&... /*arguments*/)
-{
-    return (std::is_arithmetic_v<Arguments> && ...);
-}
-
 // Opens every exported function: the entry line with the function's own name, then `call`. A macro
 // because it needs the function's name and a format that the compiler checks and a search finds.
-// With numbers only, the usual case that nobody looks costs no more than to see it.
 #define GENTL_ENTRY(format, ...)                                                                   \
-    if (IsTraced() || !AlwaysFormattable(__VA_ARGS__)) {                                           \
-        TraceA(ZR_TRACE_DEBUG, format, __func__ __VA_OPT__(, ) __VA_ARGS__);                       \
-    }                                                                                              \
+    ZR_TRACE(ZR_TRACE_DEBUG, format, __func__ __VA_OPT__(, ) __VA_ARGS__);                         \
     EntryCall call(__func__)

@@ -93,7 +93,7 @@ GC_ERROR ZrU3VDataStream::Close()
     // Ended, or just about to end by itself: the stream goes only after the thread that reads it.
     m_pThreadAcquisition->Wait(-1);
     if (const GC_ERROR status = m_pRemoteDevice->CloseStream(); status != GC_ERR_SUCCESS) {
-        TraceA(ZR_TRACE_ERROR, "%s m_pRemoteDevice->CloseStream:%d", __func__, status);
+        ZR_TRACE(ZR_TRACE_ERROR, "%s m_pRemoteDevice->CloseStream:%d", __func__, status);
     }
     Locker<RecursiveMutex> lock(m_mutex);
     m_bOpen = false;
@@ -395,16 +395,16 @@ GC_ERROR ZrU3VDataStream::AcquireImage()
         m_pRemoteDevice->GetImage(buffer->GetBase(), buffer->GetSize(), kImageTimeout, &header);
     switch (static_cast<uint16_t>(status)) {
     case U3V_STATUS_NO_IMAGE_AVAILABLE:
-        TraceA(ZR_TRACE_INFO, "%s DS_STATUS_NO_IMAGE_AVAILABLE", __func__);
+        ZR_TRACE(ZR_TRACE_INFO, "%s DS_STATUS_NO_IMAGE_AVAILABLE", __func__);
         return GC_ERR_NO_DATA;
     case U3V_STATUS_IMAGE_TIMEOUT:
-        TraceA(ZR_TRACE_INFO, "%s DS_STATUS_IMAGE_TIMEOUT(ignored)", __func__);
+        ZR_TRACE(ZR_TRACE_INFO, "%s DS_STATUS_IMAGE_TIMEOUT(ignored)", __func__);
         return GC_ERR_TIMEOUT;
     case U3V_STATUS_IMAGE_MISSING_PACKETS:
-        TraceA(ZR_TRACE_INFO, "%s DS_STATUS_IMAGE_MISSING_PACKETS", __func__);
+        ZR_TRACE(ZR_TRACE_INFO, "%s DS_STATUS_IMAGE_MISSING_PACKETS", __func__);
         return _deliver(*buffer, true, header);
     case U3V_STATUS_SUCCESS:
-        TraceA(ZR_TRACE_INFO, "%s U3V_STATUS_SUCCESS", __func__);
+        ZR_TRACE(ZR_TRACE_INFO, "%s U3V_STATUS_SUCCESS", __func__);
         return _deliver(*buffer, false, header);
     default: return GC_ERR_ERROR;
     }

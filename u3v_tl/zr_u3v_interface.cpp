@@ -142,7 +142,7 @@ void ZrU3VInterface::_discoverDevices(std::vector<_ZR_U3V_DEVICE_INFO>& list)
 {
     uint16_t count = 0;
     if (const uint16_t status = U3V_DiscoveryDevices(&count); status != U3V_STATUS_SUCCESS) {
-        TraceA(ZR_TRACE_ERROR, "%s Failed! U3V_DiscoveryDevices:%d", __func__, status);
+        ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! U3V_DiscoveryDevices:%d", __func__, status);
         return;
     }
     // The procedural layer counts its cameras from 1.
@@ -150,7 +150,7 @@ void ZrU3VInterface::_discoverDevices(std::vector<_ZR_U3V_DEVICE_INFO>& list)
         U3V_DEVICE_INFO info{};
         if (const uint16_t status = U3V_GetDeviceInfo(static_cast<uint16_t>(index), &info);
             status != U3V_STATUS_SUCCESS) {
-            TraceA(ZR_TRACE_ERROR, "%s Failed! U3V_GetDeviceInfo:%d", __func__, status);
+            ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! U3V_GetDeviceInfo:%d", __func__, status);
             continue;
         }
         list.push_back(MakeRecord(info));

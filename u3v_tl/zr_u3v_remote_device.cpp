@@ -250,7 +250,7 @@ std::string ZrU3VRemoteDevice::GetUserDefinedName()
     const uint16_t status =
         U3V_ReadMem(m_hControl, abrm::kUserDefinedName.address, sizeof(name), name);
     if (status != U3V_STATUS_SUCCESS) {
-        TraceA(ZR_TRACE_ERROR, "%s Failed! U3VApi::U3V_ReadMem error:%d", __func__, status);
+        ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! U3VApi::U3V_ReadMem error:%d", __func__, status);
         // Quirk Q42: an exception where every other failure is a status; callers catch this type.
         throw std::logic_error("basic_string::_M_construct null not valid");
     }
@@ -370,12 +370,12 @@ int32_t ZrU3VRemoteDevice::GetImage(void* buffer, size_t capacity, uint32_t time
 {
     const U3V_STREAM_HANDLE stream = m_hStream;
     if (stream == nullptr) {
-        TraceA(ZR_TRACE_ERROR, "%s Failed! DS_STATUS_STREAM_INTERFACE_NOT_OPEN", __func__);
+        ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! DS_STATUS_STREAM_INTERFACE_NOT_OPEN", __func__);
         return Widen(U3V_STATUS_STREAM_NOT_OPEN);
     }
     const uint16_t status = U3V_GetImageBounded(stream, buffer, capacity, timeout, header);
     if (status != U3V_STATUS_SUCCESS) {
-        TraceA(ZR_TRACE_ERROR, "%s Failed! U3V_GetImage:%d", __func__, status);
+        ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! U3V_GetImage:%d", __func__, status);
     }
     return Widen(status);
 }

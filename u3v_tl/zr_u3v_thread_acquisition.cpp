@@ -50,8 +50,8 @@ bool ZrU3VThreadAcquisition::_acquireImage()
     try {
         return m_pDataStream->AcquireImage() == GC_ERR_SUCCESS;
     } catch (const std::exception& exception) {
-        TraceA(ZR_TRACE_ERROR, "%s Failed! %s", __func__,
-               exception.what()); // out of memory: the next pass tries again
+        ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! %s", __func__,
+                 exception.what()); // out of memory: the next pass tries again
         return false;
     }
 }

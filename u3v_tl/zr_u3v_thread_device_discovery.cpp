@@ -23,6 +23,6 @@ void ZrU3VThreadDeviceDiscovery::DoDiscovery()
         m_pInterface->DiscoverDevices();
     } catch (const std::exception& exception) {
         // Out of memory on the worker: the list of the pass before stays.
-        TraceA(ZR_TRACE_ERROR, "%s Failed! %s", __func__, exception.what());
+        ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! %s", __func__, exception.what());
     }
 }

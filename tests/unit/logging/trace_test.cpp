@@ -115,25 +115,60 @@ TEST_F(TraceTest, TraceA_WithoutHook_StillTellsOfAFailure)
 TEST_F(TraceTest, TraceA_WithoutHook_TakesEveryKindOfArgument)
 {
     SetTraceHook(nullptr);
-    const char* volatile none = nullptr;
     TraceA(ZR_TRACE_ERROR, "%s %d %u 0x%X %08x %llu %llx %s", "f", -1, 2u, 3u, 4u, 5ull, 6ull,
            "end");
-    TraceA(ZR_TRACE_ERROR, "%s", none);
     TraceA(ZR_TRACE_ERROR, "100%%");
     TraceA(ZR_TRACE_ERROR, "%c %5.2f %zu", 'c', 1.5, sizeof(int));
     EXPECT_THAT(TakeSyslogMessages(), testing::IsEmpty());
 }
 
-TEST_F(TraceTest, TraceA_WithoutHook_IsSilent)
+TEST_F(TraceTest, ZrTrace_WithHook_IsTheWholeLine)
+{
+    ZR_TRACE(ZR_TRACE_ERROR, "%s Failed:%d", __func__, -1006);
+    ZR_TRACE(ZR_TRACE_ERROR, "no arguments");
+    ASSERT_EQ(g_traced.size(), 2u);
+    EXPECT_EQ(g_traced[0].message, "TestBody Failed:-1006");
+    EXPECT_EQ(g_traced[1].message, "no arguments");
+}
+
+TEST_F(TraceTest, ZrTrace_WithoutHook_IsSilent)
 {
     SetTraceHook(nullptr);
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
+    ZR_TRACE(ZR_TRACE_ERROR, "%s", "anything");
     TraceA(ZR_TRACE_ERROR, "%s", "anything");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_TRUE(g_traced.empty());
     EXPECT_THAT(TakeSyslogMessages(), testing::IsEmpty());
+}
+
+TEST_F(TraceTest, MayNotBeFormattable_OnlyForATextThatFillsALine)
+{
+    const char* const none = nullptr;
+    const std::string fits(kTraceLineSize - 1, 'x');
+    const std::string fills(kTraceLineSize, 'x');
+    EXPECT_FALSE(MayNotBeFormattable());
+    EXPECT_FALSE(MayNotBeFormattable(1, 2u, none, "text", fits.c_str()));
+    EXPECT_TRUE(MayNotBeFormattable(1, fills.c_str()));
+}
+
+// The one thing that a host hears of must not depend on whether anybody reads the lines. That the
+// formatting fails is seen here by a second argument: a text that is long enough takes a minute.
+TEST_F(TraceTest, ZrTrace_WithoutHook_FormatsWhatMayFailAndNothingElse)
+{
+    SetTraceHook(nullptr);
+    const wchar_t text[] = {static_cast<wchar_t>(0x7FFFFFFF), 0};
+    const wchar_t* const invalid = text;
+    const std::string fits(kTraceLineSize - 1, 'x');
+    const std::string fills(kTraceLineSize, 'x');
+    ZR_TRACE(ZR_TRACE_DEBUG, "%s %ls", fits.c_str(), invalid);
+    EXPECT_THAT(TakeSyslogMessages(), testing::IsEmpty());
+    ZR_TRACE(ZR_TRACE_DEBUG, "%s %ls", fills.c_str(), invalid);
+    const auto messages = TakeSyslogMessages();
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0].text, "vsnprintf not successful ");
 }
 
 } // namespace
