@@ -10,6 +10,14 @@ constinit std::atomic<uint64_t> s_generation{0};
 
 } // namespace
 
+// Places live as long as the table: whoever has a handle may still look at its place.
+HandleTable::~HandleTable()
+{
+    for (const auto& chunk : m_chunks) {
+        delete[] chunk.load();
+    }
+}
+
 void HandleTable::Add(Object& object)
 {
     Locker lock(m_mutex);

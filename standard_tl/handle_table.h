@@ -41,7 +41,7 @@ class HandleTable
 {
 public:
     HandleTable() = default;
-    ~HandleTable() = default; // places live as long as the process
+    ~HandleTable();
     HandleTable(const HandleTable&) = delete;
     HandleTable& operator=(const HandleTable&) = delete;
 

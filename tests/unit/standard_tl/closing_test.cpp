@@ -149,7 +149,7 @@ TEST_F(ClosingTest, CloseAndOpenStream_OthersUseIt_NothingBreaks)
                          DSStopAcquisition(stream, ACQ_STOP_FLAGS_KILL);
                          EventKill(event);
                      }});
-        for (int i = 0; i < 300; ++i) {
+        for (int i = 0; i < 30; ++i) {
             DS_HANDLE opened = nullptr;
             ASSERT_EQ(DevOpenDataStream(Device(), "Stream0", &opened), GC_ERR_SUCCESS);
             EVENT_HANDLE registered = nullptr;
@@ -213,7 +213,7 @@ TEST_F(ClosingTest, CloseAndInitLib_OthersOpenAndUse_NothingBreaks)
                      GCGetInfo(TL_INFO_ID, nullptr, nullptr, &size);
                      TLClose(system);
                  }});
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 100; ++i) {
         GCCloseLib();
         EXPECT_EQ(GCInitLib(), GC_ERR_SUCCESS);
     }
