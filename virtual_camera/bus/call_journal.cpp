@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
+#include <cstring>
 
 namespace vbus {
 
@@ -22,11 +22,12 @@ std::uint64_t ThreadNumber()
     return number;
 }
 
-vusb_call MakeCall(const char* function, const void* object,
+vusb_call MakeCall(const CallJournal::Function& function, const void* object,
                    std::initializer_list<std::uint64_t> arguments)
 {
     vusb_call call{};
-    std::snprintf(call.function, sizeof call.function, "%s", function);
+    const std::size_t length = std::min(function.name.size(), sizeof call.function - 1);
+    std::memcpy(call.function, function.name.data(), length);
     std::copy_n(arguments.begin(), std::min<std::size_t>(arguments.size(), 4), call.arguments);
     call.object = Argument(object);
     call.thread = ThreadNumber();
@@ -34,24 +35,25 @@ vusb_call MakeCall(const char* function, const void* object,
     return call;
 }
 
-std::uint64_t CallJournal::NextSequence()
+CallJournal::Function& CallJournal::Of(std::string_view name)
 {
     const Lock lock(m_mutex);
-    return m_sequence++;
+    const auto [entry, isNew] = m_functions.try_emplace(std::string(name));
+    if (isNew) {
+        entry->second.name = name; // read without the lock from then on
+    }
+    return entry->second;
 }
 
-void CallJournal::Append(const vusb_call& call)
+void CallJournal::Append(Function& function, const vusb_call& call)
 {
     const Lock lock(m_mutex);
-    const auto count = m_counts.find(std::string_view(call.function));
-    if (count == m_counts.end()) {
-        m_counts[call.function] = 1;
-    } else {
-        ++count->second;
-    }
-    m_calls.push_back(call);
-    while (m_calls.size() > m_limit) {
-        m_calls.pop_front();
+    ++function.calls;
+    if (m_calls.size() < m_limit) {
+        m_calls.push_back(call);
+    } else if (m_limit != 0) {
+        m_calls[m_oldest] = call;
+        m_oldest = (m_oldest + 1) % m_limit;
     }
 }
 
@@ -67,7 +69,7 @@ bool CallJournal::Get(std::size_t index, vusb_call& call) const
     if (index >= m_calls.size()) {
         return false;
     }
-    call = m_calls[index];
+    call = m_calls[(m_oldest + index) % m_calls.size()];
     return true;
 }
 
@@ -75,53 +77,67 @@ void CallJournal::Clear()
 {
     const Lock lock(m_mutex);
     m_calls.clear();
-    m_counts.clear();
+    m_oldest = 0;
+    for (auto& [name, function] : m_functions) {
+        function.calls = 0;
+    }
     m_sequence = 0;
 }
 
 void CallJournal::SetLimit(std::size_t entries)
 {
     const Lock lock(m_mutex);
+    // The oldest one first again, then without those that are too many.
+    std::rotate(m_calls.begin(), m_calls.begin() + static_cast<std::ptrdiff_t>(m_oldest),
+                m_calls.end());
+    m_oldest = 0;
+    const std::size_t surplus = m_calls.size() > entries ? m_calls.size() - entries : 0;
+    m_calls.erase(m_calls.begin(), m_calls.begin() + static_cast<std::ptrdiff_t>(surplus));
     m_limit = entries;
-    while (m_calls.size() > m_limit) {
-        m_calls.pop_front();
-    }
 }
 
 std::uint64_t CallJournal::Count(std::string_view function) const
 {
     const Lock lock(m_mutex);
-    const auto count = m_counts.find(function);
-    return count == m_counts.end() ? 0 : count->second;
+    const auto found = m_functions.find(function);
+    return found == m_functions.end() ? 0 : found->second.calls;
 }
 
 void CallJournal::AddScript(std::string_view function, unsigned skip, unsigned count, int result)
 {
+    Function& scripted = Of(function);
     const Lock lock(m_mutex);
-    m_scripts[std::string(function)].push_back({skip, count, count == 0, result});
+    scripted.scripts.push_back({skip, count, count == 0, result});
+    ++m_scripts;
 }
 
 void CallJournal::ClearScripts()
 {
     const Lock lock(m_mutex);
-    m_scripts.clear();
+    for (auto& [name, function] : m_functions) {
+        function.scripts.clear();
+    }
+    m_scripts = 0;
 }
 
-std::optional<int> CallJournal::TakeScript(std::string_view function)
+std::optional<int> CallJournal::TakeScript(Function& function)
 {
-    const Lock lock(m_mutex);
-    const auto scripts = m_scripts.find(function);
-    if (scripts == m_scripts.end() || scripts->second.empty()) {
+    if (m_scripts == 0) {
         return std::nullopt;
     }
-    Script& script = scripts->second.front();
+    const Lock lock(m_mutex);
+    if (function.scripts.empty()) {
+        return std::nullopt;
+    }
+    Script& script = function.scripts.front();
     if (script.skip > 0) {
         --script.skip;
         return std::nullopt;
     }
     const int result = script.result;
     if (!script.forever && --script.left == 0) {
-        scripts->second.pop_front();
+        function.scripts.pop_front();
+        --m_scripts;
     }
     return result;
 }

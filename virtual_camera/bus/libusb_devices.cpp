@@ -10,8 +10,6 @@ using namespace vbus;
 
 namespace {
 
-constexpr std::uint8_t kBusNumber = 2;
-
 // Runs "body(attachment)" for a device that exists; another pointer is noted and answered
 // "missing".
 template <typename Result, typename Body>
@@ -96,6 +94,15 @@ int HandOutCapability(const libusb_bos_dev_capability_descriptor* capability, in
     }
     *result = Allocated<T>(sizeof(T));
     return *result == nullptr ? LIBUSB_ERROR_NO_MEM : LIBUSB_SUCCESS;
+}
+
+int SpeedOf(vcam::UsbSpeed speed)
+{
+    switch (speed) {
+    case vcam::UsbSpeed::High: return LIBUSB_SPEED_HIGH;
+    case vcam::UsbSpeed::SuperPlus: return LIBUSB_SPEED_SUPER_PLUS;
+    default: return LIBUSB_SPEED_SUPER;
+    }
 }
 
 std::uint32_t Le32(const std::uint8_t* at)
@@ -294,7 +301,8 @@ libusb_free_container_id_descriptor(struct libusb_container_id_descriptor* conta
 uint8_t LIBUSB_CALL libusb_get_bus_number(libusb_device* device)
 {
     return Recorded(__func__, device, {}, [device] {
-        return WithDevice(device, std::uint8_t{0}, [](const Attachment&) { return kBusNumber; });
+        return WithDevice(device, std::uint8_t{0},
+                          [](const Attachment& attachment) { return attachment.bus; });
     });
 }
 
@@ -302,7 +310,7 @@ uint8_t LIBUSB_CALL libusb_get_port_number(libusb_device* device)
 {
     return Recorded(__func__, device, {}, [device] {
         return WithDevice(device, std::uint8_t{0},
-                          [](const Attachment& attachment) { return attachment.port; });
+                          [](const Attachment& attachment) { return attachment.ports.back(); });
     });
 }
 
@@ -311,11 +319,15 @@ int LIBUSB_CALL libusb_get_port_numbers(libusb_device* device, uint8_t* port_num
 {
     return Recorded(__func__, device, {Argument(port_numbers)}, [&] {
         return WithDevice(device, int{LIBUSB_ERROR_NO_DEVICE}, [&](const Attachment& attachment) {
-            if (port_numbers == nullptr || port_numbers_len < 1) {
+            const auto depth = static_cast<int>(attachment.ports.size());
+            if (port_numbers_len <= 0) {
+                return int{LIBUSB_ERROR_INVALID_PARAM};
+            }
+            if (port_numbers == nullptr || port_numbers_len < depth) {
                 return int{LIBUSB_ERROR_OVERFLOW};
             }
-            port_numbers[0] = attachment.port;
-            return 1;
+            std::copy(attachment.ports.begin(), attachment.ports.end(), port_numbers);
+            return depth;
         });
     });
 }
@@ -344,8 +356,7 @@ int LIBUSB_CALL libusb_get_device_speed(libusb_device* device)
 {
     return Recorded(__func__, device, {}, [device] {
         return WithDevice(device, int{LIBUSB_SPEED_UNKNOWN}, [](const Attachment& attachment) {
-            return attachment.device->Descriptors().HighSpeed() ? int{LIBUSB_SPEED_HIGH}
-                                                                : int{LIBUSB_SPEED_SUPER};
+            return SpeedOf(attachment.device->Descriptors().Speed());
         });
     });
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "event_handling.h"
 #include "libusb_abi.h"
 #include "transfer_engine.h"
 
@@ -69,7 +70,7 @@ int Open(libusb_device* device, libusb_device_handle** handle)
 
 void Close(libusb_device_handle* handle)
 {
-    const BusLock lock = Bus().Guard();
+    BusLock lock = Bus().Guard();
     if (handle == nullptr) {
         return; // allowed
     }
@@ -77,17 +78,28 @@ void Close(libusb_device_handle* handle)
         Violate("stale-handle");
         return;
     }
-    if (TransferEngine::Instance().AnyInFlight(handle)) {
-        Violate("close-in-flight");
-        TransferEngine::Instance().CancelAll(handle); // nobody follows the dead handle
-    }
-    Bus().CloseHandle(handle);
-    Bus().KickLocked();
+    libusb_context* context = handle->device->context;
+    WithEventsOwned(lock, context, [handle] {
+        if (handle->inFlight != 0) {
+            Violate("close-in-flight");
+            TransferEngine::Instance().CancelAll(handle); // nobody follows the dead handle
+        }
+        Bus().CloseHandle(handle);
+    });
+    WakeHandler(*context);
 }
 
+// Another process has claimed it: the kernel's driver for such is usbfs.
+bool ClaimedElsewhere(const Attachment& attachment)
+{
+    return attachment.camera && attachment.camera->HasFault("claimed-elsewhere");
+}
+
+// usbfs itself does not count.
 bool DriverActive(const Attachment& attachment, int interface)
 {
-    return attachment.hasDriver && attachment.driverDetached.count(interface) == 0;
+    return !attachment.driver.empty() && attachment.driverDetached.count(interface) == 0 &&
+           !ClaimedElsewhere(attachment);
 }
 
 int DetachDriver(Attachment& attachment, int interface)
@@ -107,7 +119,7 @@ int Claim(libusb_device_handle& handle, Attachment& attachment, int interface)
     if (!attachment.configuration.HasInterface(interface)) {
         return LIBUSB_ERROR_NOT_FOUND;
     }
-    if (Fires(attachment, "claim-busy")) {
+    if (Fires(attachment, "claim-busy") || ClaimedElsewhere(attachment)) {
         return LIBUSB_ERROR_BUSY;
     }
     if (Fires(attachment, "claim-fails")) {
@@ -137,57 +149,51 @@ int Release(libusb_device_handle& handle, Attachment& attachment, int interface)
     return LIBUSB_SUCCESS;
 }
 
-// A control request of the library's own making or of the host: straight to the device, which never
-// lets one wait.
-int ControlRequest(libusb_device_handle* handle, const vcam::SetupPacket& setup,
-                   std::vector<std::uint8_t>& data)
+// A control request that blocks. "data": what is sent, or what has come; returns its length or an
+// error.
+int ControlTransfer(libusb_device_handle* handle, const vcam::SetupPacket& setup,
+                    unsigned char* data, unsigned timeout)
 {
-    std::shared_ptr<Attachment> attachment;
+    if (data == nullptr && setup.length != 0) {
+        Violate("bad-buffer");
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
     {
         const BusLock lock = Bus().Guard();
         const int error = CheckHandle(handle);
         if (error != LIBUSB_SUCCESS) {
             return error;
         }
-        attachment = handle->device->attachment;
     }
-    const vcam::UsbResult result = attachment->device->Control(setup, data);
-    switch (result.status) {
-    case vcam::UsbStatus::Done: return LIBUSB_SUCCESS;
-    case vcam::UsbStatus::NoDevice: return LIBUSB_ERROR_NO_DEVICE;
-    default: return LIBUSB_ERROR_PIPE;
-    }
-}
-
-int ControlTransfer(libusb_device_handle* handle, const vcam::SetupPacket& setup,
-                    unsigned char* data)
-{
-    if (data == nullptr && setup.length != 0) {
-        Violate("bad-buffer");
-        return LIBUSB_ERROR_INVALID_PARAM;
-    }
-    std::vector<std::uint8_t> bytes;
+    std::vector<unsigned char> buffer(LIBUSB_CONTROL_SETUP_SIZE + setup.length);
+    libusb_fill_control_setup(buffer.data(), setup.requestType, setup.request, setup.value,
+                              setup.index, setup.length);
     if (!setup.IsIn()) {
-        bytes.assign(data, data + setup.length);
+        std::copy_n(data, setup.length, buffer.begin() + LIBUSB_CONTROL_SETUP_SIZE);
     }
-    const int error = ControlRequest(handle, setup, bytes);
-    if (error != LIBUSB_SUCCESS) {
-        return error;
+    int transferred = 0;
+    const int error = TransferEngine::Instance().Synchronous(
+        handle, 0, LIBUSB_TRANSFER_TYPE_CONTROL, buffer.data(), static_cast<int>(buffer.size()),
+        &transferred, timeout);
+    if (error == LIBUSB_SUCCESS && setup.IsIn()) {
+        std::copy_n(buffer.begin() + LIBUSB_CONTROL_SETUP_SIZE, transferred, data);
     }
-    if (setup.IsIn()) {
-        std::copy(bytes.begin(), bytes.end(), data);
-    }
-    return setup.IsIn() ? static_cast<int>(bytes.size()) : setup.length;
+    return error == LIBUSB_SUCCESS ? transferred : error;
 }
 
 int ReadString(libusb_device_handle* handle, std::uint8_t index, std::vector<std::uint8_t>& bytes)
 {
     constexpr std::uint16_t kStringType = LIBUSB_DT_STRING << 8;
     constexpr std::uint16_t kEnglish = 0x0409;
-    return ControlRequest(handle,
-                          {LIBUSB_ENDPOINT_IN, LIBUSB_REQUEST_GET_DESCRIPTOR,
-                           static_cast<std::uint16_t>(kStringType | index), kEnglish, 255},
-                          bytes);
+    constexpr unsigned kTimeout = 1000; // libusb's own
+    bytes.resize(255);
+    const int size = ControlTransfer(handle,
+                                     {LIBUSB_ENDPOINT_IN, LIBUSB_REQUEST_GET_DESCRIPTOR,
+                                      static_cast<std::uint16_t>(kStringType | index), kEnglish,
+                                      static_cast<std::uint16_t>(bytes.size())},
+                                     bytes.data(), kTimeout);
+    bytes.resize(static_cast<std::size_t>(std::max(size, 0)));
+    return std::min(size, int{LIBUSB_SUCCESS});
 }
 
 int StringAscii(libusb_device_handle* handle, std::uint8_t index, unsigned char* data, int length)
@@ -216,25 +222,33 @@ int StringAscii(libusb_device_handle* handle, std::uint8_t index, unsigned char*
     return written;
 }
 
+// Not a transfer for libusb: the kernel does it, and does not let one wait.
 int ClearHalt(libusb_device_handle* handle, unsigned char endpoint)
 {
+    std::shared_ptr<Attachment> attachment;
     {
         const BusLock lock = Bus().Guard();
         const int error = CheckHandle(handle);
         if (error != LIBUSB_SUCCESS) {
             return error;
         }
-        if (handle->device->attachment->configuration.InterfaceOf(endpoint) < 0) {
+        attachment = handle->device->attachment;
+        if (attachment->configuration.InterfaceOf(endpoint) < 0) {
             return LIBUSB_ERROR_NOT_FOUND;
         }
-        const libusb_context& context = *handle->device->context;
-        if (context.eventDepth != 0 && context.eventOwner == std::this_thread::get_id()) {
+        if (handle->device->context->IsOwnedHere()) {
             Violate("sync-in-callback"); // the real one does it, and holds up every other transfer
         }
     }
     std::vector<std::uint8_t> none;
-    return ControlRequest(
-        handle, {LIBUSB_RECIPIENT_ENDPOINT, LIBUSB_REQUEST_CLEAR_FEATURE, 0, endpoint, 0}, none);
+    const vcam::UsbResult result = attachment->device->Control(
+        {LIBUSB_RECIPIENT_ENDPOINT, LIBUSB_REQUEST_CLEAR_FEATURE, 0, endpoint, 0}, none);
+    switch (result.status) {
+    case vcam::UsbStatus::Done: return LIBUSB_SUCCESS;
+    case vcam::UsbStatus::NoDevice: return LIBUSB_ERROR_NO_DEVICE;
+    case vcam::UsbStatus::Stall: return LIBUSB_ERROR_PIPE;
+    default: return LIBUSB_ERROR_OTHER;
+    }
 }
 
 int Reset(libusb_device_handle* handle)
@@ -322,7 +336,7 @@ int LIBUSB_CALL libusb_set_configuration(libusb_device_handle* handle, int confi
 {
     return Recorded(__func__, handle, {Number(configuration)}, [&] {
         return WithHandle(handle, [&](libusb_device_handle&, Attachment& attachment) {
-            if (!attachment.claims.empty() || (attachment.hasDriver && configuration != 1)) {
+            if (!attachment.claims.empty() || (!attachment.driver.empty() && configuration != 1)) {
                 return LIBUSB_ERROR_BUSY;
             }
             return configuration == 1 || configuration == -1 ? LIBUSB_SUCCESS
@@ -427,13 +441,8 @@ unsigned char* LIBUSB_CALL libusb_dev_mem_alloc(libusb_device_handle* handle, si
 {
     return Recorded(__func__, handle, {length}, [&]() -> unsigned char* {
         const BusLock lock = Bus().Guard();
-        if (CheckHandle(handle) != LIBUSB_SUCCESS) {
-            return nullptr;
-        }
-        auto block = std::make_unique<unsigned char[]>(length);
-        unsigned char* raw = block.get();
-        Bus().memoryBlocks[raw] = std::move(block);
-        return raw;
+        return CheckHandle(handle) == LIBUSB_SUCCESS ? Bus().AllocateDeviceMemory(handle, length)
+                                                     : nullptr;
     });
 }
 
@@ -442,11 +451,11 @@ int LIBUSB_CALL libusb_dev_mem_free(libusb_device_handle* handle, unsigned char*
 {
     return Recorded(__func__, handle, {Argument(buffer), length}, [&]() -> int {
         const BusLock lock = Bus().Guard();
-        if (Bus().memoryBlocks.erase(buffer) == 0) {
-            Violate("foreign-pointer");
-            return LIBUSB_ERROR_INVALID_PARAM;
+        if (Bus().FreeDeviceMemory(buffer, length)) {
+            return LIBUSB_SUCCESS;
         }
-        return LIBUSB_SUCCESS;
+        Violate("foreign-pointer");
+        return LIBUSB_ERROR_INVALID_PARAM;
     });
 }
 
@@ -459,9 +468,10 @@ int LIBUSB_CALL libusb_get_string_descriptor_ascii(libusb_device_handle* handle,
 
 int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, uint8_t request_type,
                                         uint8_t bRequest, uint16_t wValue, uint16_t wIndex,
-                                        unsigned char* data, uint16_t wLength, unsigned int)
+                                        unsigned char* data, uint16_t wLength, unsigned int timeout)
 {
     return Recorded(__func__, handle, {request_type, bRequest, wValue, wIndex}, [&] {
-        return ControlTransfer(handle, {request_type, bRequest, wValue, wIndex, wLength}, data);
+        return ControlTransfer(handle, {request_type, bRequest, wValue, wIndex, wLength}, data,
+                               timeout);
     });
 }

@@ -93,7 +93,9 @@ int RegisterHotplug(libusb_context* context, HotplugCallback callback, int flags
     {
         const BusLock lock = Bus().Guard();
         context = Bus().Resolve(context);
-        if (context == nullptr || callback.function == nullptr) {
+        constexpr int kAll = LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT;
+        if (context == nullptr || callback.function == nullptr || callback.events == 0 ||
+            (callback.events & ~kAll) != 0) {
             return LIBUSB_ERROR_INVALID_PARAM;
         }
         callback.id = nextHotplugId++;
@@ -109,7 +111,12 @@ int RegisterHotplug(libusb_context* context, HotplugCallback callback, int flags
         }
     }
     for (libusb_device* device : present) {
-        callback.function(context, device, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED, callback.userData);
+        libusb_device_descriptor descriptor{};
+        ParseDevice(device->attachment->device->Descriptors().Device(), descriptor);
+        if (callback.Wants(LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED, descriptor)) {
+            callback.function(context, device, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED,
+                              callback.userData);
+        }
         const BusLock lock = Bus().Guard();
         Bus().Unreference(device);
     }

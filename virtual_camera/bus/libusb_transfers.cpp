@@ -2,6 +2,7 @@
 
 #include <sys/time.h>
 
+#include "event_handling.h"
 #include "libusb_abi.h"
 #include "transfer_engine.h"
 
@@ -18,12 +19,6 @@ Clock::time_point After(const timeval* time)
     }
     return Clock::now() + std::chrono::seconds(time->tv_sec) +
            std::chrono::microseconds(time->tv_usec);
-}
-
-int Handle(libusb_context* context, Clock::time_point until, const int* completed)
-{
-    return TransferEngine::Instance().HandleEvents(
-        context, until, [completed] { return completed != nullptr && *completed != 0; });
 }
 
 std::uint64_t Milliseconds(const timeval* time)
@@ -119,33 +114,32 @@ int LIBUSB_CALL libusb_handle_events_timeout_completed(libusb_context* context, 
                                                        int* completed)
 {
     return Recorded(__func__, context, {Milliseconds(tv)},
-                    [&] { return Handle(context, After(tv), completed); });
+                    [&] { return HandleEvents(context, After(tv), completed); });
 }
 
 int LIBUSB_CALL libusb_handle_events_timeout(libusb_context* context, struct timeval* tv)
 {
     return Recorded(__func__, context, {Milliseconds(tv)},
-                    [&] { return Handle(context, After(tv), nullptr); });
+                    [&] { return HandleEvents(context, After(tv), nullptr); });
 }
 
 int LIBUSB_CALL libusb_handle_events_completed(libusb_context* context, int* completed)
 {
     return Recorded(__func__, context, {},
-                    [&] { return Handle(context, After(nullptr), completed); });
+                    [&] { return HandleEvents(context, After(nullptr), completed); });
 }
 
 int LIBUSB_CALL libusb_handle_events(libusb_context* context)
 {
     return Recorded(__func__, context, {},
-                    [&] { return Handle(context, After(nullptr), nullptr); });
+                    [&] { return HandleEvents(context, After(nullptr), nullptr); });
 }
 
 int LIBUSB_CALL libusb_handle_events_locked(libusb_context* context, struct timeval* tv)
 {
     return Recorded(__func__, context, {Milliseconds(tv)}, [&] {
         return WithContext(context, [tv](BusLock& lock, libusb_context* resolved) {
-            TransferEngine::Instance().HandleEventsOwned(lock, resolved, After(tv),
-                                                         [] { return false; });
+            HandleEventsOwned(lock, resolved, After(tv));
             return LIBUSB_SUCCESS;
         });
     });
@@ -156,7 +150,7 @@ void LIBUSB_CALL libusb_interrupt_event_handler(libusb_context* context)
     Recorded(__func__, context, {}, [&] {
         WithContext(context, [](BusLock&, libusb_context* resolved) {
             resolved->interrupted = true;
-            Bus().KickLocked();
+            WakeHandler(*resolved);
             return LIBUSB_SUCCESS;
         });
     });
@@ -166,7 +160,7 @@ int LIBUSB_CALL libusb_try_lock_events(libusb_context* context)
 {
     return Recorded(__func__, context, {}, [&] {
         return WithContext(context, [](BusLock&, libusb_context* resolved) {
-            return TransferEngine::Instance().TryOwnEvents(resolved) ? 0 : 1;
+            return TryOwnEvents(resolved) ? 0 : 1;
         });
     });
 }
@@ -175,9 +169,7 @@ void LIBUSB_CALL libusb_lock_events(libusb_context* context)
 {
     Recorded(__func__, context, {}, [&] {
         WithContext(context, [](BusLock& lock, libusb_context* resolved) {
-            while (!TransferEngine::Instance().TryOwnEvents(resolved)) {
-                Bus().Wait(lock, Bus().Generation(), Clock::time_point::max());
-            }
+            OwnEvents(lock, resolved);
             return LIBUSB_SUCCESS;
         });
     });
@@ -187,10 +179,8 @@ void LIBUSB_CALL libusb_unlock_events(libusb_context* context)
 {
     Recorded(__func__, context, {}, [&] {
         WithContext(context, [](BusLock&, libusb_context* resolved) {
-            const bool owned =
-                resolved->eventDepth != 0 && resolved->eventOwner == std::this_thread::get_id();
-            if (owned) {
-                TransferEngine::Instance().DisownEvents(resolved);
+            if (resolved->IsOwnedHere()) {
+                DisownEvents(resolved);
             } else {
                 Violate("unlock-not-locked");
             }
@@ -201,28 +191,40 @@ void LIBUSB_CALL libusb_unlock_events(libusb_context* context)
 
 int LIBUSB_CALL libusb_event_handling_ok(libusb_context* context)
 {
-    return Recorded(__func__, context, {}, [] { return 1; });
+    return Recorded(__func__, context, {}, [&] {
+        return WithContext(context, [](BusLock&, libusb_context* resolved) {
+            return resolved->closing == 0 ? 1 : 0;
+        });
+    });
 }
 
 int LIBUSB_CALL libusb_event_handler_active(libusb_context* context)
 {
     return Recorded(__func__, context, {}, [&] {
         return WithContext(context, [](BusLock&, libusb_context* resolved) {
-            return resolved->eventDepth != 0 ? 1 : 0;
+            return resolved->eventDepth != 0 || resolved->closing != 0 ? 1 : 0;
         });
     });
 }
 
-// The waiters' lock only keeps wake-ups from being missed; here libusb_wait_for_event() looks for
-// anything new since it was called, and has a time-out of its own.
 void LIBUSB_CALL libusb_lock_event_waiters(libusb_context* context)
 {
-    Recorded(__func__, context, {}, [] {});
+    Recorded(__func__, context, {}, [&] {
+        WithContext(context, [](BusLock& lock, libusb_context* resolved) {
+            LockWaiters(lock, resolved);
+            return LIBUSB_SUCCESS;
+        });
+    });
 }
 
 void LIBUSB_CALL libusb_unlock_event_waiters(libusb_context* context)
 {
-    Recorded(__func__, context, {}, [] {});
+    Recorded(__func__, context, {}, [&] {
+        WithContext(context, [](BusLock&, libusb_context* resolved) {
+            UnlockWaiters(resolved);
+            return LIBUSB_SUCCESS;
+        });
+    });
 }
 
 int LIBUSB_CALL libusb_wait_for_event(libusb_context* context, struct timeval* tv)
@@ -232,7 +234,8 @@ int LIBUSB_CALL libusb_wait_for_event(libusb_context* context, struct timeval* t
             if (resolved->eventDepth == 0) {
                 return 0; // nobody is there to wait for
             }
-            return Bus().Wait(lock, Bus().Generation(), After(tv)) ? 0 : 1;
+            const Clock::time_point until = tv == nullptr ? Clock::time_point::max() : After(tv);
+            return WaitForEvent(lock, resolved, until) ? 0 : 1;
         });
     });
 }

@@ -1,7 +1,10 @@
 #include "transfer_engine.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
+
+#include "event_handling.h"
 
 namespace vbus {
 
@@ -20,6 +23,7 @@ libusb_transfer_status StatusOf(vcam::UsbStatus status)
     case vcam::UsbStatus::Stall: return LIBUSB_TRANSFER_STALL;
     case vcam::UsbStatus::Overflow: return LIBUSB_TRANSFER_OVERFLOW;
     case vcam::UsbStatus::NoDevice: return LIBUSB_TRANSFER_NO_DEVICE;
+    case vcam::UsbStatus::Error: return LIBUSB_TRANSFER_ERROR;
     default: return LIBUSB_TRANSFER_COMPLETED;
     }
 }
@@ -41,6 +45,12 @@ void LIBUSB_CALL MarkDone(libusb_transfer* transfer)
     static_cast<std::atomic<bool>*>(transfer->user_data)->store(true);
 }
 
+bool IsHead(const TransferState& state)
+{
+    const auto pipe = state.attachment->pipes.find(state.transfer->endpoint);
+    return pipe->second.front() == &state;
+}
+
 } // namespace
 
 TransferEngine& TransferEngine::Instance()
@@ -51,18 +61,33 @@ TransferEngine& TransferEngine::Instance()
 
 libusb_transfer* TransferEngine::Allocate(int isoPackets)
 {
+    return _Allocate(isoPackets, false);
+}
+
+libusb_transfer* TransferEngine::_Allocate(int isoPackets, bool internal)
+{
     if (isoPackets < 0) {
         return nullptr;
     }
     const std::size_t size = sizeof(libusb_transfer) + static_cast<std::size_t>(isoPackets) *
                                                            sizeof(libusb_iso_packet_descriptor);
     auto* transfer = static_cast<libusb_transfer*>(std::calloc(1, size));
-    if (transfer != nullptr) {
-        const BusLock lock = Bus().Guard();
-        transfer->num_iso_packets = isoPackets;
-        m_transfers[transfer] = {};
+    if (transfer == nullptr) {
+        return nullptr;
     }
+    transfer->num_iso_packets = isoPackets;
+    auto state = std::make_unique<TransferState>();
+    state->transfer = transfer;
+    state->internal = internal;
+    const BusLock lock = Bus().Guard();
+    m_transfers[transfer] = std::move(state);
     return transfer;
+}
+
+TransferState* TransferEngine::_Find(const libusb_transfer* transfer) const
+{
+    const auto found = m_transfers.find(transfer);
+    return found == m_transfers.end() ? nullptr : found->second.get();
 }
 
 void TransferEngine::Free(libusb_transfer* transfer)
@@ -71,20 +96,19 @@ void TransferEngine::Free(libusb_transfer* transfer)
         return; // allowed
     }
     const BusLock lock = Bus().Guard();
-    const auto found = m_transfers.find(transfer);
-    if (found == m_transfers.end()) {
+    const TransferState* state = _Find(transfer);
+    if (state == nullptr) {
         Violate("double-free");
         return;
     }
-    if (found->second.inFlight) {
+    if (state->inFlight) {
         Violate("free-in-flight"); // it stays, or the engine would follow a dead pointer
         return;
     }
-    const bool freeBuffer = (transfer->flags & LIBUSB_TRANSFER_FREE_BUFFER) != 0;
-    if (freeBuffer) {
+    if ((transfer->flags & LIBUSB_TRANSFER_FREE_BUFFER) != 0) {
         std::free(transfer->buffer);
     }
-    m_transfers.erase(found);
+    m_transfers.erase(transfer);
     std::free(transfer);
 }
 
@@ -124,12 +148,12 @@ int TransferEngine::_CheckSubmit(const libusb_transfer* transfer) const
 int TransferEngine::Submit(libusb_transfer* transfer)
 {
     const BusLock lock = Bus().Guard();
-    const auto found = m_transfers.find(transfer);
-    if (transfer == nullptr || found == m_transfers.end()) {
+    TransferState* state = transfer == nullptr ? nullptr : _Find(transfer);
+    if (state == nullptr) {
         Violate("stale-transfer");
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    if (found->second.inFlight) {
+    if (state->inFlight) {
         Violate("submit-in-flight");
         return LIBUSB_ERROR_BUSY;
     }
@@ -140,19 +164,22 @@ int TransferEngine::Submit(libusb_transfer* transfer)
     }
     const auto& camera = transfer->dev_handle->device->attachment->camera;
     std::int64_t code = LIBUSB_ERROR_IO;
-    if (!found->second.internal && camera && camera->FireFault("submit-fails", code)) {
+    if (!state->internal && camera && camera->FireFault("submit-fails", code)) {
         return static_cast<int>(code);
     }
-    _StartState(transfer, found->second);
+    state->kernelBytes = Bus().KernelBytes(*transfer);
+    if (!Bus().TakeKernelMemory(state->kernelBytes)) {
+        return LIBUSB_ERROR_NO_MEM;
+    }
+    _Start(*state);
     return LIBUSB_SUCCESS;
 }
 
-void TransferEngine::_StartState(libusb_transfer* transfer, State& state)
+void TransferEngine::_Start(TransferState& state)
 {
-    const bool internal = state.internal;
-    state = {};
-    state.internal = internal;
+    libusb_transfer* transfer = state.transfer;
     state.inFlight = true;
+    state.cancelled = false;
     state.handle = transfer->dev_handle;
     state.context = transfer->dev_handle->device->context;
     state.attachment = transfer->dev_handle->device->attachment;
@@ -160,15 +187,20 @@ void TransferEngine::_StartState(libusb_transfer* transfer, State& state)
                          ? Clock::time_point::max()
                          : Clock::now() + std::chrono::milliseconds(transfer->timeout);
     state.sequence = ++m_sequence;
+    state.filled = 0;
+    state.forced.reset();
+    state.answer.reset();
     transfer->actual_length = 0;
     if (transfer->endpoint == vcam::usb::kStreamIn) {
         _ForceByFault(state);
     }
-    m_inFlight.push_back(transfer);
-    Bus().KickLocked();
+    ++state.handle->inFlight;
+    state.place = state.context->inFlight.insert(state.context->inFlight.end(), &state);
+    state.attachment->pipes[transfer->endpoint].push_back(&state);
+    WakeHandler(*state.context);
 }
 
-void TransferEngine::_ForceByFault(State& state) const
+void TransferEngine::_ForceByFault(TransferState& state) const
 {
     constexpr std::pair<const char*, libusb_transfer_status> kFaults[] = {
         {"transfer-error", LIBUSB_TRANSFER_ERROR},
@@ -189,139 +221,59 @@ void TransferEngine::_ForceByFault(State& state) const
 int TransferEngine::Cancel(libusb_transfer* transfer)
 {
     const BusLock lock = Bus().Guard();
-    const auto found = m_transfers.find(transfer);
-    if (transfer == nullptr || found == m_transfers.end()) {
+    TransferState* state = transfer == nullptr ? nullptr : _Find(transfer);
+    if (state == nullptr) {
         Violate("stale-transfer");
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    State& state = found->second;
-    if (!state.inFlight || state.cancelled) {
+    if (!state->inFlight || state->cancelled) {
         return LIBUSB_ERROR_NOT_FOUND;
     }
-    if (!state.attachment->plugged) {
+    if (!state->attachment->plugged) {
         return LIBUSB_ERROR_NO_DEVICE; // it completes as such
     }
-    state.cancelled = true;
-    Bus().KickLocked();
+    state->cancelled = true;
+    WakeHandler(*state->context);
     return LIBUSB_SUCCESS;
 }
 
-bool TransferEngine::TryOwnEvents(libusb_context* context)
+// The first one behind "after" that may have something to do: the head of its pipe, or one that
+// ends without data.
+TransferState* TransferEngine::_NextCandidate(const libusb_context* context, std::uint64_t before,
+                                              std::uint64_t after)
 {
-    const auto self = std::this_thread::get_id();
-    if (context->eventDepth != 0 && context->eventOwner != self) {
-        return false;
-    }
-    context->eventOwner = self;
-    ++context->eventDepth;
-    return true;
-}
-
-void TransferEngine::DisownEvents(libusb_context* context)
-{
-    if (--context->eventDepth == 0) {
-        context->eventOwner = {};
-        Bus().KickLocked();
-    }
-}
-
-int TransferEngine::HandleEvents(libusb_context* context, Clock::time_point until,
-                                 const std::function<bool()>& enough)
-{
-    BusLock lock = Bus().Guard();
-    context = Bus().Resolve(context);
-    if (context == nullptr) {
-        return LIBUSB_ERROR_INVALID_PARAM;
-    }
-    if (context->eventDepth != 0 && context->eventOwner == std::this_thread::get_id()) {
-        return LIBUSB_ERROR_BUSY; // from within a callback
-    }
-    while (!enough()) {
-        if (TryOwnEvents(context)) {
-            HandleEventsOwned(lock, context, until, enough);
-            DisownEvents(context);
-            return LIBUSB_SUCCESS;
+    for (TransferState* state : context->inFlight) {
+        if (state->sequence > before) {
+            return nullptr;
         }
-        // Somebody else handles them: wait until that thread has done something.
-        if (!Bus().Wait(lock, Bus().Generation(), until)) {
-            return LIBUSB_SUCCESS;
-        }
-    }
-    return LIBUSB_SUCCESS;
-}
-
-void TransferEngine::HandleEventsOwned(BusLock& lock, libusb_context* context,
-                                       Clock::time_point until, const std::function<bool()>& enough)
-{
-    for (;;) {
-        Bus().Tick();
-        const std::uint64_t generation = Bus().Generation();
-        Clock::time_point next = until;
-        if (const auto replug = Bus().NextReplug()) {
-            next = std::min(next, *replug);
-        }
-        const bool hotplug = _RunHotplug(lock, context);
-        const bool completed = _RunPass(lock, context, next);
-        const bool interrupted = context->interrupted;
-        context->interrupted = false;
-        if (hotplug || completed || interrupted || enough() || Clock::now() >= until) {
-            return;
-        }
-        Bus().Wait(lock, generation, next);
-    }
-}
-
-// Each endpoint works off its transfers in order; only the first one is looked at.
-bool TransferEngine::_IsHead(const libusb_transfer* transfer) const
-{
-    const State& state = m_transfers.at(const_cast<libusb_transfer*>(transfer));
-    for (const libusb_transfer* other : m_inFlight) {
-        if (other == transfer) {
-            return true;
-        }
-        const State& before = m_transfers.at(const_cast<libusb_transfer*>(other));
-        if (before.attachment == state.attachment && other->endpoint == transfer->endpoint) {
-            return false;
-        }
-    }
-    return true;
-}
-
-libusb_transfer* TransferEngine::_NextCandidate(const libusb_context* context, std::uint64_t before,
-                                                std::uint64_t after) const
-{
-    for (libusb_transfer* transfer : m_inFlight) {
-        const State& state = m_transfers.at(transfer);
-        if (state.context == context && !state.busy && state.sequence <= before &&
-            state.sequence > after &&
-            (_IsHead(transfer) || state.cancelled || state.deadline != Clock::time_point::max())) {
-            return transfer;
+        if (state->sequence > after && !state->busy &&
+            (IsHead(*state) || state->cancelled || !state->attachment->plugged ||
+             state->deadline != Clock::time_point::max())) {
+            return state;
         }
     }
     return nullptr;
 }
 
-// Looks at every transfer that was there when the pass began. What callbacks submit waits for the
-// next pass, so that a pass ends.
-bool TransferEngine::_RunPass(BusLock& lock, libusb_context* context, Clock::time_point& next)
+// What callbacks submit waits for the next pass, so that a pass ends.
+bool TransferEngine::RunPass(BusLock& lock, libusb_context* context, Clock::time_point& next)
 {
     const std::uint64_t before = m_sequence;
     std::uint64_t after = 0;
     bool any = false;
-    while (libusb_transfer* transfer = _NextCandidate(context, before, after)) {
-        State& state = m_transfers.at(transfer);
-        after = state.sequence;
-        const Step step = _Progress(lock, transfer, state, next);
+    while (TransferState* state = _NextCandidate(context, before, after)) {
+        after = state->sequence;
+        const Step step = _Progress(lock, *state, next);
         if (step) {
-            _Complete(lock, transfer, *step);
+            _Complete(lock, *state, *step);
             any = true;
         }
     }
     return any;
 }
 
-TransferEngine::Step TransferEngine::_Progress(BusLock& lock, libusb_transfer* transfer,
-                                               State& state, Clock::time_point& next)
+TransferEngine::Step TransferEngine::_Progress(BusLock& lock, TransferState& state,
+                                               Clock::time_point& next)
 {
     if (!state.attachment->plugged) {
         return LIBUSB_TRANSFER_NO_DEVICE;
@@ -333,10 +285,10 @@ TransferEngine::Step TransferEngine::_Progress(BusLock& lock, libusb_transfer* t
         return state.forced;
     }
     vcam::UsbResult result{vcam::UsbStatus::Nak};
-    if (_IsHead(transfer)) {
+    if (IsHead(state)) {
         state.busy = true;
         lock.unlock();
-        result = _MoveData(transfer, state);
+        result = _MoveData(state);
         lock.lock();
         state.busy = false;
     }
@@ -359,44 +311,57 @@ TransferEngine::Step TransferEngine::_Progress(BusLock& lock, libusb_transfer* t
     return std::nullopt;
 }
 
-vcam::UsbResult TransferEngine::_MoveData(libusb_transfer* transfer, State& state)
+vcam::UsbResult TransferEngine::_MoveData(TransferState& state)
 {
+    libusb_transfer* transfer = state.transfer;
     const auto length = static_cast<std::size_t>(transfer->length);
     if (transfer->type == LIBUSB_TRANSFER_TYPE_CONTROL) {
-        return _MoveControl(transfer, state);
+        return _MoveControl(state);
     }
     if (IsIn(*transfer)) {
         return state.attachment->device->BulkIn(transfer->endpoint, transfer->buffer, length,
                                                 state.filled);
     }
-    const vcam::UsbResult result =
-        state.attachment->device->BulkOut(transfer->endpoint, transfer->buffer, length);
-    state.filled = result.status == vcam::UsbStatus::Done ? length : 0;
-    return result;
+    if (!state.answer) {
+        state.answer =
+            state.attachment->device->BulkOut(transfer->endpoint, transfer->buffer, length);
+        state.filled = state.answer->status == vcam::UsbStatus::Done ? length : 0;
+    }
+    return *state.answer;
 }
 
-vcam::UsbResult TransferEngine::_MoveControl(libusb_transfer* transfer, State& state)
+// The device is asked once; the answer stays here until it is due.
+vcam::UsbResult TransferEngine::_MoveControl(TransferState& state)
 {
-    const vcam::SetupPacket setup = vcam::SetupPacket::Parse(transfer->buffer);
-    const std::size_t room = static_cast<std::size_t>(transfer->length) - kSetupSize;
-    unsigned char* data = transfer->buffer + kSetupSize;
-    std::vector<std::uint8_t> bytes;
-    if (!setup.IsIn()) {
-        bytes.assign(data, data + std::min<std::size_t>(room, setup.length));
+    if (!state.answer) {
+        const libusb_transfer* transfer = state.transfer;
+        const vcam::SetupPacket setup = vcam::SetupPacket::Parse(transfer->buffer);
+        const std::size_t room = static_cast<std::size_t>(transfer->length) - kSetupSize;
+        unsigned char* data = transfer->buffer + kSetupSize;
+        std::vector<std::uint8_t> bytes;
+        if (!setup.IsIn()) {
+            bytes.assign(data, data + std::min<std::size_t>(room, setup.length));
+        }
+        state.answer = state.attachment->device->Control(setup, bytes);
+        state.filled = std::min(room, bytes.size());
+        if (setup.IsIn()) {
+            std::copy_n(bytes.begin(), state.filled, data);
+        }
     }
-    const vcam::UsbResult result = state.attachment->device->Control(setup, bytes);
-    state.filled = std::min(room, bytes.size());
-    if (setup.IsIn()) {
-        std::copy_n(bytes.begin(), state.filled, data);
-    }
-    return result;
+    const bool isLate = state.answer->status == vcam::UsbStatus::Done &&
+                        state.answer->retryAt != Clock::time_point::max() &&
+                        Clock::now() < state.answer->retryAt;
+    return isLate ? vcam::UsbResult{vcam::UsbStatus::Nak, state.answer->retryAt} : *state.answer;
 }
 
-void TransferEngine::_Complete(BusLock& lock, libusb_transfer* transfer,
-                               libusb_transfer_status status)
+void TransferEngine::_Complete(BusLock& lock, TransferState& state, libusb_transfer_status status)
 {
-    State& state = m_transfers.at(transfer);
-    m_inFlight.remove(transfer);
+    libusb_transfer* transfer = state.transfer;
+    libusb_context* context = state.context;
+    std::erase(state.attachment->pipes[transfer->endpoint], &state);
+    context->inFlight.erase(state.place);
+    --state.handle->inFlight;
+    Bus().GiveKernelMemory(state.kernelBytes);
     state.inFlight = false;
     transfer->actual_length = static_cast<int>(state.filled);
     const bool isShort = state.filled < static_cast<std::size_t>(transfer->length);
@@ -413,41 +378,7 @@ void TransferEngine::_Complete(BusLock& lock, libusb_transfer* transfer,
         Free(transfer);
     }
     lock.lock();
-    Bus().KickLocked();
-}
-
-bool TransferEngine::_RunHotplug(BusLock& lock, libusb_context* context)
-{
-    bool any = false;
-    while (!context->hotplug.empty()) {
-        const HotplugEvent event = context->hotplug.front();
-        context->hotplug.pop_front();
-        libusb_device_descriptor descriptor{};
-        ParseDevice(event.device->attachment->device->Descriptors().Device(), descriptor);
-        const std::vector<HotplugCallback> callbacks = context->callbacks;
-        for (const HotplugCallback& callback : callbacks) {
-            const auto matches = [](int wanted, int value) {
-                return wanted < 0 || wanted == value;
-            };
-            if ((callback.events & event.event) == 0 ||
-                !matches(callback.vendorId, descriptor.idVendor) ||
-                !matches(callback.productId, descriptor.idProduct) ||
-                !matches(callback.deviceClass, descriptor.bDeviceClass)) {
-                continue;
-            }
-            lock.unlock();
-            const int done =
-                callback.function(context, event.device, event.event, callback.userData);
-            lock.lock();
-            any = true;
-            if (done != 0) {
-                std::erase_if(context->callbacks,
-                              [&callback](const auto& other) { return other.id == callback.id; });
-            }
-        }
-        Bus().Unreference(event.device);
-    }
-    return any;
+    WakeWaiters(*context);
 }
 
 int TransferEngine::Synchronous(libusb_device_handle* handle, unsigned char endpoint,
@@ -462,27 +393,21 @@ int TransferEngine::Synchronous(libusb_device_handle* handle, unsigned char endp
             return handle == nullptr ? LIBUSB_ERROR_INVALID_PARAM : LIBUSB_ERROR_NO_DEVICE;
         }
         context = handle->device->context;
-        if (context->eventDepth != 0 && context->eventOwner == std::this_thread::get_id()) {
+        if (context->IsOwnedHere()) {
             Violate("sync-in-callback");
             return LIBUSB_ERROR_BUSY;
         }
     }
-    libusb_transfer* transfer = Allocate(0);
+    libusb_transfer* transfer = _Allocate(0, true);
     if (transfer == nullptr) {
         return LIBUSB_ERROR_NO_MEM;
     }
     std::atomic<bool> done{false};
-    {
-        const BusLock lock = Bus().Guard();
-        m_transfers.at(transfer).internal = true;
-    }
     libusb_fill_bulk_transfer(transfer, handle, endpoint, data, length, MarkDone, &done, timeout);
     transfer->type = type;
     int result = Submit(transfer);
-    while (result == LIBUSB_SUCCESS && !done.load()) {
-        HandleEvents(context, Clock::time_point::max(), [&done] { return done.load(); });
-    }
     if (result == LIBUSB_SUCCESS) {
+        HandleEventsUntil(context, done);
         result = ErrorOf(transfer->status);
         if (transferred != nullptr) {
             *transferred = transfer->actual_length;
@@ -492,33 +417,18 @@ int TransferEngine::Synchronous(libusb_device_handle* handle, unsigned char endp
     return result;
 }
 
-bool TransferEngine::AnyInFlight(const libusb_context* context) const
-{
-    return std::any_of(m_inFlight.begin(), m_inFlight.end(), [&](libusb_transfer* transfer) {
-        return m_transfers.at(transfer).context == context;
-    });
-}
-
-bool TransferEngine::AnyInFlight(const libusb_device_handle* handle) const
-{
-    return std::any_of(m_inFlight.begin(), m_inFlight.end(), [&](libusb_transfer* transfer) {
-        return m_transfers.at(transfer).handle == handle;
-    });
-}
-
 void TransferEngine::CancelAll(const libusb_device_handle* handle)
 {
-    for (auto& [transfer, state] : m_transfers) {
-        state.cancelled = state.cancelled || (state.inFlight && state.handle == handle);
+    for (const auto& [transfer, state] : m_transfers) {
+        state->cancelled = state->cancelled || (state->inFlight && state->handle == handle);
     }
 }
 
 Clock::time_point TransferEngine::NextTimeout(const libusb_context* context) const
 {
     Clock::time_point next = Clock::time_point::max();
-    for (libusb_transfer* transfer : m_inFlight) {
-        const State& state = m_transfers.at(transfer);
-        next = state.context == context ? std::min(next, state.deadline) : next;
+    for (const TransferState* state : context->inFlight) {
+        next = std::min(next, state->deadline);
     }
     return next;
 }
@@ -526,8 +436,8 @@ Clock::time_point TransferEngine::NextTimeout(const libusb_context* context) con
 void TransferEngine::CountLive(vusb_live_objects& live) const
 {
     for (const auto& [transfer, state] : m_transfers) {
-        live.transfers += state.internal ? 0 : 1;
-        live.transfers_in_flight += state.internal || !state.inFlight ? 0 : 1;
+        live.transfers += state->internal ? 0U : 1U;
+        live.transfers_in_flight += state->internal || !state->inFlight ? 0U : 1U;
     }
 }
 

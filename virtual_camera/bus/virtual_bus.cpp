@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "sysfs_writer.h"
 #include "transfer_engine.h"
 
 using namespace vbus;
@@ -172,6 +173,33 @@ int vusb_set_options(int id, const char* options)
         camera->SetFrameRate(rate);
     }
     return 0;
+}
+
+int vusb_suspend(int id, int suspended)
+{
+    return WithCamera(id, [&](vcam::UsbCamera& camera) {
+        camera.Suspend(suspended != 0);
+        return 0;
+    });
+}
+
+void vusb_set_usbfs_limit(uint64_t bytes)
+{
+    const BusLock lock = Bus().Guard();
+    Bus().SetKernelMemoryLimit(bytes);
+}
+
+uint64_t vusb_usbfs_used(void)
+{
+    const BusLock lock = Bus().Guard();
+    return Bus().KernelMemoryUsed();
+}
+
+int vusb_write_sysfs(const char* folder)
+{
+    std::string error;
+    const bool written = WriteSysfs(Text(folder), error);
+    return Answer(written, error);
 }
 
 int vusb_set_frame_rate(int id, double frames_per_second)

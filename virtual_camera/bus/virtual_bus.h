@@ -90,6 +90,9 @@ VUSB_API int vusb_set_faults(int id, const char* faults);
 /* Changes options of a camera; those fixed at plug time (strings, descriptors) count from its next
  * plug on, the frame rate ("fps") at once. 0 or -1. */
 VUSB_API int vusb_set_options(int id, const char* options);
+/* Suspends a camera: everything under way, and whatever comes, fails with an error, until it is
+ * resumed. 0 or -1. */
+VUSB_API int vusb_suspend(int id, int suspended);
 VUSB_API int vusb_set_frame_rate(int id, double frames_per_second);
 /* Register access behind the protocol: no access checks, but the effects of a write. 0 or -1. */
 VUSB_API int vusb_peek(int id, uint64_t address, void* data, size_t size);
@@ -113,6 +116,18 @@ VUSB_API int64_t vusb_compare_image(int id, uint64_t frame, const void* image, s
 /* The description file as the camera serves it (plain or zipped); returns its size, copies at most
  * that. */
 VUSB_API size_t vusb_description_file(int id, void* data, size_t size);
+
+/* What the kernel lets transfers under way and device memory take together (0, as after a reset:
+ * any amount); a submit beyond it answers LIBUSB_ERROR_NO_MEM, device memory NULL. Without any
+ * vusb_ call the environment variable ZR_VIRTUAL_USBFS_MB sets it, in MiB. */
+VUSB_API void vusb_set_usbfs_limit(uint64_t bytes);
+VUSB_API uint64_t vusb_usbfs_used(void);
+
+/* Writes what the kernel shows of the bus below /sys, as far as hosts read it, into a folder that
+ * stands for /sys: bus/usb/devices/2-1 with product, manufacturer, serial, ..., its interfaces with
+ * their driver, and module/usbcore/parameters/usbfs_memory_mb. What an earlier call has written
+ * there goes. 0 or -1. */
+VUSB_API int vusb_write_sysfs(const char* folder);
 
 /* From now on lets "skip" calls of the function pass, then answers "count" calls (0: all) with
  * "result" without doing anything. A pointer-valued function (libusb_alloc_transfer) answers NULL.
@@ -182,6 +197,7 @@ public:
     {
         return vusb_send_event(m_id, event, data.data(), data.size()) == 0;
     }
+    void Suspend(bool suspended = true) const { Checked(vusb_suspend(m_id, suspended ? 1 : 0)); }
     void SetFrameRate(double rate) const { Checked(vusb_set_frame_rate(m_id, rate)); }
     std::size_t PayloadSize() const { return vusb_payload_size(m_id); }
 

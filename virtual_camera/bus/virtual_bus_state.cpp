@@ -1,5 +1,8 @@
 #include "virtual_bus_state.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 
@@ -60,6 +63,14 @@ std::string TakeCount(std::string& options, std::uint32_t& count)
 
 } // namespace
 
+bool HotplugCallback::Wants(int event, const libusb_device_descriptor& descriptor) const
+{
+    const auto matches = [](int wanted, int value) { return wanted < 0 || wanted == value; };
+    return (events & event) != 0 && matches(vendorId, descriptor.idVendor) &&
+           matches(productId, descriptor.idProduct) &&
+           matches(deviceClass, descriptor.bDeviceClass);
+}
+
 VirtualBus& VirtualBus::Instance()
 {
     static auto* bus = new VirtualBus;
@@ -74,18 +85,67 @@ void VirtualBus::Kick()
 
 void VirtualBus::KickLocked()
 {
-    ++m_generation;
-    m_wake.notify_all();
+    for (const auto& [key, context] : m_contexts) {
+        WakeHandler(*context);
+    }
 }
 
-bool VirtualBus::Wait(BusLock& lock, std::uint64_t seenGeneration, Clock::time_point until)
+bool VirtualBus::TakeKernelMemory(std::uint64_t bytes)
 {
-    const auto changed = [this, seenGeneration] { return m_generation != seenGeneration; };
-    if (until == Clock::time_point::max()) {
-        m_wake.wait(lock, changed);
-        return true;
+    if (m_kernelMemoryLimit != 0 && m_kernelMemoryUsed + bytes > m_kernelMemoryLimit) {
+        return false;
     }
-    return m_wake.wait_until(lock, until, changed);
+    m_kernelMemoryUsed += bytes;
+    return true;
+}
+
+std::size_t VirtualBus::KernelBytes(const libusb_transfer& transfer) const
+{
+    constexpr std::size_t kOfRequest = 256; // what the kernel needs to keep track of one
+    const auto length = static_cast<std::size_t>(transfer.length);
+    const auto behind = m_memoryBlocks.upper_bound(transfer.buffer);
+    if (behind != m_memoryBlocks.begin()) {
+        const auto& [start, block] = *std::prev(behind);
+        const auto offset = static_cast<std::size_t>(transfer.buffer - start);
+        if (block.owner == transfer.dev_handle && offset <= block.size &&
+            length <= block.size - offset) {
+            return kOfRequest;
+        }
+    }
+    return kOfRequest + length;
+}
+
+// As the real one: whole pages, cleared, and theirs until they are given back, whatever becomes of
+// the device.
+unsigned char* VirtualBus::AllocateDeviceMemory(const libusb_device_handle* handle,
+                                                std::size_t size)
+{
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t mapped = (size + page - 1) / page * page;
+    if (size == 0 || mapped < size || !TakeKernelMemory(mapped)) {
+        return nullptr;
+    }
+    void* block =
+        ::mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (block == MAP_FAILED) {
+        GiveKernelMemory(mapped);
+        return nullptr;
+    }
+    auto* bytes = static_cast<unsigned char*>(block);
+    m_memoryBlocks[bytes] = {size, mapped, handle};
+    return bytes;
+}
+
+bool VirtualBus::FreeDeviceMemory(unsigned char* block, std::size_t size)
+{
+    const auto found = m_memoryBlocks.find(block);
+    if (found == m_memoryBlocks.end() || found->second.size != size) {
+        return false;
+    }
+    GiveKernelMemory(found->second.mapped);
+    ::munmap(block, found->second.mapped);
+    m_memoryBlocks.erase(found);
+    return true;
 }
 
 void VirtualBus::Reset()
@@ -101,6 +161,7 @@ void VirtualBus::Reset()
             }
         }
         m_slots.clear();
+        m_kernelMemoryLimit = 0;
         KickLocked();
     }
     CallJournal& journal = CallJournal::Instance();
@@ -164,6 +225,8 @@ void VirtualBus::LoadEnvironment()
         return;
     }
     m_environmentLoaded = true;
+    const char* megabytes = std::getenv("ZR_VIRTUAL_USBFS_MB");
+    m_kernelMemoryLimit = megabytes == nullptr ? 0 : std::strtoull(megabytes, nullptr, 10) << 20;
     const char* text = std::getenv("ZR_VIRTUAL_CAMERAS");
     std::string cameras = text == nullptr ? "count=1" : text;
     while (!cameras.empty()) {
@@ -215,13 +278,20 @@ void VirtualBus::_Attach(int id)
     if (slot.plainKind.empty()) {
         attachment->camera = std::make_shared<vcam::UsbCamera>(slot.config);
         attachment->device = attachment->camera;
-        attachment->hasDriver = attachment->camera->HasFault("kernel-driver");
+        attachment->driver = slot.config.driver;
+        if (attachment->driver.empty() && attachment->camera->HasFault("kernel-driver")) {
+            attachment->driver = "uvcvideo";
+        }
     } else {
         attachment->device = vcam::MakePlainDevice(slot.plainKind);
     }
     const vcam::UsbDescriptors& descriptors = attachment->device->Descriptors();
     attachment->configurationError = attachment->configuration.Parse(descriptors.Configuration());
-    attachment->port = static_cast<std::uint8_t>(id + 1);
+    attachment->bus = slot.config.bus;
+    attachment->ports = vcam::ParsePortPath(slot.config.port);
+    if (attachment->ports.empty()) {
+        attachment->ports = {static_cast<std::uint8_t>(id + 1)};
+    }
     m_lastAddress =
         static_cast<std::uint8_t>(m_lastAddress == kLastAddress ? 2 : m_lastAddress + 1);
     attachment->address = m_lastAddress;
@@ -389,7 +459,7 @@ void VirtualBus::CloseContext(libusb_context* context)
             Violate("exit-with-handles");
         }
     }
-    if (TransferEngine::Instance().AnyInFlight(context)) {
+    if (!context->inFlight.empty()) {
         Violate("exit-with-transfers");
     }
     const auto devices = context->devices;
@@ -447,7 +517,7 @@ vusb_live_objects VirtualBus::Live() const
         live.device_references += owner->references;
     }
     live.config_descriptors = configurations.size();
-    live.dev_mem_blocks = memoryBlocks.size();
+    live.dev_mem_blocks = m_memoryBlocks.size();
     TransferEngine::Instance().CountLive(live);
     return live;
 }

@@ -2,9 +2,6 @@
 #ifndef VBUS_VIRTUAL_BUS_STATE_H
 #define VBUS_VIRTUAL_BUS_STATE_H
 
-#include <condition_variable>
-#include <functional>
-#include <list>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -49,7 +46,7 @@ public:
     // Cameras of the environment, unless the bus has been steered before. Bus lock held.
     void LoadEnvironment();
     Slot* FindSlot(int id); // bus lock held; null for an unknown id
-    // Wakes everybody who waits for something to happen on the bus.
+    // Wakes everybody who handles events: something may have happened on the bus.
     void Kick();
     void KickLocked();
 
@@ -75,13 +72,19 @@ public:
     void CloseHandle(libusb_device_handle* handle);
     vusb_live_objects Live() const;
 
-    // Waits for a change on the bus; false when the time is over.
-    bool Wait(BusLock& lock, std::uint64_t seenGeneration, Clock::time_point until);
-    std::uint64_t Generation() const { return m_generation; }
+    // --- memory that the kernel counts against usbfs_memory_mb; bus lock held ---
+    void SetKernelMemoryLimit(std::uint64_t bytes) { m_kernelMemoryLimit = bytes; } // 0: none
+    std::uint64_t KernelMemoryLimit() const { return m_kernelMemoryLimit; }
+    std::uint64_t KernelMemoryUsed() const { return m_kernelMemoryUsed; }
+    bool TakeKernelMemory(std::uint64_t bytes);
+    void GiveKernelMemory(std::uint64_t bytes) { m_kernelMemoryUsed -= bytes; }
+    // What a transfer under way takes: its data too, unless they lie in device memory.
+    std::size_t KernelBytes(const libusb_transfer& transfer) const;
+    unsigned char* AllocateDeviceMemory(const libusb_device_handle* handle, std::size_t size);
+    bool FreeDeviceMemory(unsigned char* block, std::size_t size);
 
-    // Objects that only count: configuration descriptors and DMA blocks handed out. Bus lock held.
+    // Configuration descriptors handed out; bus lock held.
     std::unordered_map<const void*, std::unique_ptr<ParsedConfiguration>> configurations;
-    std::unordered_map<const void*, std::unique_ptr<unsigned char[]>> memoryBlocks;
 
 private:
     VirtualBus() = default;
@@ -92,9 +95,17 @@ private:
                              const std::shared_ptr<Attachment>& attachment);
     void _Bury(libusb_device* device);
 
+    struct MemoryBlock
+    {
+        std::size_t size;
+        std::size_t mapped; // whole pages
+        const libusb_device_handle* owner;
+    };
+
     std::mutex m_mutex;
-    std::condition_variable m_wake;
-    std::uint64_t m_generation = 0;
+    std::uint64_t m_kernelMemoryLimit = 0;
+    std::uint64_t m_kernelMemoryUsed = 0;
+    std::map<const unsigned char*, MemoryBlock> m_memoryBlocks;
     bool m_steered = false;
     bool m_environmentLoaded = false;
     std::vector<std::unique_ptr<Slot>> m_slots;
@@ -108,6 +119,19 @@ private:
     std::deque<std::unique_ptr<libusb_device_handle>> m_deadHandles;
     std::deque<std::unique_ptr<libusb_context>> m_deadContexts;
 };
+
+// Bus lock held.
+inline void WakeHandler(libusb_context& context)
+{
+    ++context.generation;
+    context.handlerWake.notify_all();
+}
+
+inline void WakeWaiters(libusb_context& context)
+{
+    ++context.completions;
+    context.waiterWake.notify_all();
+}
 
 inline VirtualBus& Bus()
 {

@@ -1,6 +1,7 @@
 #include "camera_config.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -65,15 +66,38 @@ bool ToRate(std::string_view text, double& rate)
     return true;
 }
 
+int HexDigit(char c)
+{
+    const std::string_view digits = "0123456789abcdef";
+    const std::size_t at =
+        digits.find(static_cast<char>(std::tolower(static_cast<unsigned char>(c))));
+    return at == std::string_view::npos ? -1 : static_cast<int>(at);
+}
+
+// "%41" is 'A': any byte can be written, also what a camera ought not to have in a text.
 bool ToString(std::string_view text, std::string& target)
 {
-    const bool printable =
-        std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
-    if (!printable || text.size() > kMaxString) {
-        return false;
+    std::string plain;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const bool isCode = text[i] == '%' && i + 2 < text.size() && HexDigit(text[i + 1]) >= 0 &&
+                            HexDigit(text[i + 2]) >= 0;
+        if (isCode) {
+            plain += static_cast<char>(HexDigit(text[i + 1]) * 16 + HexDigit(text[i + 2]));
+            i += 2;
+        } else if (static_cast<unsigned char>(text[i]) < ' ' || text[i] == 0x7F) {
+            return false;
+        } else {
+            plain += text[i];
+        }
     }
-    target = text;
-    return true;
+    target = plain;
+    return plain.size() <= kMaxString;
+}
+
+bool ToPort(std::string_view text, std::string& port)
+{
+    port = text;
+    return text.empty() || !ParsePortPath(text).empty();
 }
 
 bool ToFormat(std::string_view text, std::string& format)
@@ -139,6 +163,15 @@ bool ToManifest(std::string_view text, std::string& manifest)
     return text.empty() || ParseManifest(text).has_value();
 }
 
+bool ToEncoding(std::string_view text, TextEncoding& encoding)
+{
+    constexpr std::pair<std::string_view, TextEncoding> kEncodings[] = {
+        {"ascii", TextEncoding::Ascii},
+        {"utf8", TextEncoding::Utf8},
+        {"utf16", TextEncoding::Utf16}};
+    return Choose<TextEncoding>(text, encoding, kEncodings);
+}
+
 bool ToUnused(std::string_view text, bool& empty)
 {
     constexpr std::pair<std::string_view, bool> kWays[] = {{"empty", true}, {"omitted", false}};
@@ -192,6 +225,8 @@ constexpr Option kOptions[] = {
     {{"info", "manufacturer info"}, SetString<&Config::info>},
     {{"serial", "serial number"}, SetString<&Config::serial>},
     {{"user", "user-defined name"}, SetString<&Config::user>},
+    {{"encoding", "of the texts in the registers: ascii, utf8, or utf16"},
+     [](Config& c, Text v) { return ToEncoding(v, c.encoding); }},
     {{"width", "image width in pixels"}, SetNumber<&Config::width, 1, kMaxSide>},
     {{"height", "image height in pixels"}, SetNumber<&Config::height, 1, kMaxSide>},
     {{"format", "pixel format by name"}, [](Config& c, Text v) { return ToFormat(v, c.format); }},
@@ -215,6 +250,8 @@ constexpr Option kOptions[] = {
     {{"multi-event", "1: several events in one packet", kSwitch}, SetFlag<&Config::multiEvent>},
     {{"event-length", "maximum event transfer length"}, SetNumber<&Config::eventLength, 24, 65535>},
     {{"high-speed", "1: a USB 2.0 camera", kSwitch}, SetFlag<&Config::highSpeed>},
+    {{"super-speed-plus", "1: a camera of twice that speed", kSwitch},
+     SetFlag<&Config::superSpeedPlus>},
     {{"written-length", "0: write acknowledges without the written length", kSwitch},
      SetFlag<&Config::writtenLength>},
     {{"alignment", "exponent of the alignment of payload sizes"},
@@ -264,6 +301,8 @@ constexpr Option kOptions[] = {
     {{"pending-ms", "time-out in a pending acknowledge"}, SetNumber<&Config::pendingMs, 0, 65535>},
     {{"pending-delay-ms", "pause after a pending acknowledge"},
      SetNumber<&Config::pendingDelayMs, 0, 600000>},
+    {{"access-alignment", "addresses and lengths of register accesses are multiples of it"},
+     SetNumber<&Config::accessAlignment, 1, 64>},
     {{"privilege", "value of the access privilege register"},
      SetNumber<&Config::privilege, 0, kMaxU32>},
     {{"reboot-ms", "how long a rebooting camera stays away"},
@@ -272,6 +311,11 @@ constexpr Option kOptions[] = {
      SetNumber<&Config::unplugAfter, 0, kMaxU64>},
     {{"replug-ms", "comes back so long after it has gone away; 0: never"},
      SetNumber<&Config::replugMs, 0, 600000>},
+    {{"bus", "bus number (virtual bus only)"}, SetNumber<&Config::bus, 1, 255>},
+    {{"port", "ports from the root on, as 1.4 (virtual bus only)"},
+     [](Config& c, Text v) { return ToPort(v, c.port); }},
+    {{"driver", "kernel driver that holds the interfaces (virtual bus only)"},
+     SetString<&Config::driver>},
     {{"vid", "USB vendor id"}, SetNumber<&Config::vendorId, 0, 65535>},
     {{"pid", "USB product id"}, SetNumber<&Config::productId, 0, 65535>},
     {{"faults", "what goes wrong: name@image:value,..."},
@@ -279,6 +323,22 @@ constexpr Option kOptions[] = {
 };
 
 } // namespace
+
+std::vector<std::uint8_t> ParsePortPath(std::string_view text)
+{
+    constexpr std::size_t kDeepest = 7;
+    std::vector<std::uint8_t> ports;
+    while (!text.empty() && ports.size() <= kDeepest) {
+        const std::size_t end = std::min(text.find('.'), text.size());
+        std::uint8_t port = 0;
+        if (!ToNumber(text.substr(0, end), port) || port == 0) {
+            return {};
+        }
+        ports.push_back(port);
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return ports.size() <= kDeepest ? ports : std::vector<std::uint8_t>();
+}
 
 std::span<const OptionName> OptionNames()
 {

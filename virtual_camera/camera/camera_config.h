@@ -37,9 +37,17 @@ enum class StreamRegisters : std::uint32_t
     Ignored // accepted without effect
 };
 
+// How the texts in the registers are written.
+enum class TextEncoding : std::uint32_t
+{
+    Ascii = 0,
+    Utf8 = 1,
+    Utf16 = 2
+};
+
 struct CameraConfig
 {
-    // Strings; the GUID is 12 upper-case hexadecimal digits.
+    // Strings in UTF-8; the GUID is 12 upper-case hexadecimal digits.
     std::string guid = "120900000001";
     std::string vendor = "ZRK-ORVANE GmbH";
     std::string model = "Virtual U3V";
@@ -48,6 +56,7 @@ struct CameraConfig
     std::string info = "simulated camera";
     std::string serial = "VC000001";
     std::string user;
+    TextEncoding encoding = TextEncoding::Ascii; // of the registers
 
     // Image.
     std::uint32_t width = 640;
@@ -68,6 +77,7 @@ struct CameraConfig
     bool multiEvent = false;           // several events in one packet
     std::uint32_t eventLength = 1024;  // maximum event transfer length
     bool highSpeed = false;            // USB 2.0 packets of 512 bytes
+    bool superSpeedPlus = false;       // says that it is twice as fast
     bool writtenLength = true;         // write acknowledges tell how much was written
     std::uint32_t alignment = 3;       // exponent: sizes are multiples of 2^alignment
     std::uint32_t leaderSize = 52;     // required sizes; larger ones are padded with zeros
@@ -94,15 +104,19 @@ struct CameraConfig
     bool haltEndsImage = false;      // a cleared halt takes the rest of the image with it
     std::uint32_t maxCommand = 2048; // transfer lengths of the control channel
     std::uint32_t maxAcknowledge = 1024;
-    std::uint32_t responseMs = 1000;  // maximum device response time
-    std::uint32_t pendingMs = 500;    // time-out that a pending acknowledge asks for
-    std::uint32_t pendingDelayMs = 0; // how long the camera waits after a pending acknowledge
-    std::uint32_t privilege = 0;      // access privilege register
-    std::uint32_t rebootMs = 200;     // how long a rebooting camera stays away
+    std::uint32_t responseMs = 1000;   // maximum device response time
+    std::uint32_t pendingMs = 500;     // time-out that a pending acknowledge asks for
+    std::uint32_t pendingDelayMs = 0;  // how long the camera waits after a pending acknowledge
+    std::uint32_t accessAlignment = 1; // addresses and lengths of accesses are multiples of it
+    std::uint32_t privilege = 0;       // access privilege register
+    std::uint32_t rebootMs = 200;      // how long a rebooting camera stays away
 
     // Life on the bus.
     std::uint64_t unplugAfter = 0; // images; 0: never
     std::uint32_t replugMs = 0;    // comes back so long after; 0: never
+    std::uint8_t bus = 2;          // where it is plugged in: bus number,
+    std::string port;              // ports from the root on, "1.4"; empty: the next free one
+    std::string driver;            // kernel driver that holds its interfaces; empty: none
     std::uint16_t vendorId = 0x1209;
     std::uint16_t productId = 0x0001;
     std::string faults;
@@ -114,6 +128,9 @@ struct CameraConfig
     // The same camera as the n-th of several: GUID, serial number and seed count on.
     CameraConfig Numbered(std::uint32_t n) const;
 };
+
+// "1.4.2" as numbers; empty when it is none, or longer than USB allows.
+std::vector<std::uint8_t> ParsePortPath(std::string_view text);
 
 struct OptionName
 {

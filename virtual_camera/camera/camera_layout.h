@@ -173,6 +173,7 @@ enum Status : std::uint16_t
     kInvalidParameter = 0x8002,
     kInvalidAddress = 0x8003,
     kWriteProtect = 0x8004,
+    kBadAlignment = 0x8005,
     kAccessDenied = 0x8006,
     kInvalidHeader = 0x800E,
     kResendNotSupported = 0xA001,

@@ -7,6 +7,7 @@
 #include "camera_events.h"
 #include "description_file.h"
 #include "sha1.h"
+#include "utf16.h"
 #include "zip_writer.h"
 
 namespace vcam {
@@ -15,6 +16,7 @@ namespace {
 
 constexpr std::uint32_t kVersion10 = 0x00010000; // major << 16 | minor
 constexpr std::uint32_t kSuperSpeed = 1U << 3;
+constexpr std::uint32_t kSuperSpeedPlus = 1U << 4;
 constexpr std::uint32_t kHighSpeed = 1U << 2;
 
 std::uint64_t Capability(const CameraConfig& config)
@@ -22,13 +24,15 @@ std::uint64_t Capability(const CameraConfig& config)
     constexpr std::uint64_t kUserName = 1U << 0;
     constexpr std::uint64_t kPrivilege = 1U << 1;
     constexpr std::uint64_t kTimestamp = 1U << 3;
+    constexpr unsigned kEncodingShift = 4;
     constexpr std::uint64_t kFamily = 1U << 8;
     constexpr std::uint64_t kSbrm = 1U << 9;
     constexpr std::uint64_t kEndianness = 1U << 10;
     constexpr std::uint64_t kWrittenLength = 1U << 11;
     constexpr std::uint64_t kMultiEvent = 1U << 12;
     return kUserName | kPrivilege | kTimestamp | kFamily | kSbrm | kEndianness |
-           (config.writtenLength ? kWrittenLength : 0) | (config.multiEvent ? kMultiEvent : 0);
+           (config.writtenLength ? kWrittenLength : 0) | (config.multiEvent ? kMultiEvent : 0) |
+           static_cast<std::uint64_t>(config.encoding) << kEncodingShift;
 }
 
 // The value that a register will have when the bytes at address have been written.
@@ -67,8 +71,15 @@ CameraMemory::CameraMemory(const CameraConfig& config, const FaultPlan& faults)
 void CameraMemory::_SetString(std::uint64_t address, const std::string& text)
 {
     Block* block = _Find(address, abrm::kStringSize);
-    const std::size_t length = std::min(text.size(), abrm::kStringSize - 1);
-    std::copy_n(text.begin(), length, block->bytes.data() + (address - block->base));
+    std::uint8_t* at = block->bytes.data() + (address - block->base);
+    if (m_config.encoding != TextEncoding::Utf16) {
+        std::copy_n(text.begin(), std::min(text.size(), abrm::kStringSize - 1), at);
+        return;
+    }
+    const std::u16string wide = ToUtf16(text).substr(0, abrm::kStringSize / 2 - 1);
+    for (std::size_t i = 0; i < wide.size(); ++i) {
+        StoreLe(at + 2 * i, static_cast<std::uint16_t>(wide[i]));
+    }
 }
 
 void CameraMemory::_AddBootstrap(const CameraConfig& config)
@@ -103,7 +114,8 @@ void CameraMemory::_AddU3V(const CameraConfig& config, const FaultPlan& faults)
     Set(sbrm::kU3VVersion, kVersion10);
     Set(sbrm::kMaxCommand, config.maxCommand);
     Set(sbrm::kMaxAcknowledge, config.maxAcknowledge);
-    Set(sbrm::kCurrentSpeed, config.highSpeed ? kHighSpeed : kSuperSpeed);
+    const std::uint32_t fast = config.superSpeedPlus ? kSuperSpeedPlus : kSuperSpeed;
+    Set(sbrm::kCurrentSpeed, config.highSpeed ? kHighSpeed : fast);
     const bool hasSirm = faults.Find("no-sirm") == nullptr;
     const bool hasEirm = config.events && faults.Find("no-eirm") == nullptr;
     Set(sbrm::kCapability, (hasSirm ? sbrm::kHasSirm : 0) | (hasEirm ? sbrm::kHasEirm : 0));

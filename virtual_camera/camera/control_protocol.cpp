@@ -55,10 +55,14 @@ CommandOutcome ControlProtocol::Command(std::span<const std::uint8_t> command)
         _NoteError("bad-prefix"); // not ours to answer
         return outcome;
     }
-    ++m_transactions;
-    m_endless.clear();
     Header header{};
     std::uint16_t status = _CheckHeader(command, header);
+    outcome.refused = _Fire("command-not-taken", header) != nullptr;
+    if (outcome.refused) {
+        return outcome;
+    }
+    ++m_transactions;
+    m_endless.clear();
     outcome.haltOut = _Fire("command-stalled", header) != nullptr;
     outcome.unplug = _Fire("unplug-at-command", header) != nullptr;
     if (outcome.haltOut || outcome.unplug) {
@@ -101,11 +105,19 @@ std::uint16_t ControlProtocol::_CheckRead(std::span<const std::uint8_t> command,
     }
     header.address = gencp::kAddress.Load(command.data());
     header.size = gencp::kReadCount.Load(command.data());
-    if (header.size == 0 || header.size + gencp::kHeaderSize > m_config.maxAcknowledge) {
+    return _CheckAccess(header, header.size + gencp::kHeaderSize, m_config.maxAcknowledge);
+}
+
+std::uint16_t ControlProtocol::_CheckAccess(const Header& header, std::size_t size,
+                                            std::size_t limit)
+{
+    if (header.size == 0 || size > limit) {
         _NoteError("bad-count");
         return gencp::kInvalidParameter;
     }
-    return gencp::kSuccess;
+    const bool aligned = header.address % m_config.accessAlignment == 0 &&
+                         header.size % m_config.accessAlignment == 0;
+    return aligned ? gencp::kSuccess : gencp::kBadAlignment;
 }
 
 std::uint16_t ControlProtocol::_CheckWrite(std::span<const std::uint8_t> command, Header& header)
@@ -117,11 +129,7 @@ std::uint16_t ControlProtocol::_CheckWrite(std::span<const std::uint8_t> command
     }
     header.address = gencp::kAddress.Load(command.data());
     header.size = command.size() - gencp::kWriteData;
-    if (header.size == 0 || command.size() > m_config.maxCommand) {
-        _NoteError("bad-count");
-        return gencp::kInvalidParameter;
-    }
-    return gencp::kSuccess;
+    return _CheckAccess(header, command.size(), m_config.maxCommand);
 }
 
 std::uint16_t ControlProtocol::_Execute(std::span<const std::uint8_t> command, const Header& header,

@@ -17,6 +17,7 @@ namespace vcam {
 struct CommandOutcome
 {
     bool haltOut = false;
+    bool refused = false; // not even taken
     bool unplug = false;
     WriteEffects effects;
 };
@@ -53,6 +54,7 @@ private:
 
     std::uint16_t _CheckHeader(std::span<const std::uint8_t> command, Header& header);
     std::uint16_t _CheckRead(std::span<const std::uint8_t> command, Header& header);
+    std::uint16_t _CheckAccess(const Header& header, std::size_t size, std::size_t limit);
     std::uint16_t _CheckWrite(std::span<const std::uint8_t> command, Header& header);
     std::uint16_t _Execute(std::span<const std::uint8_t> command, const Header& header,
                            std::vector<std::uint8_t>& data, WriteEffects& effects);

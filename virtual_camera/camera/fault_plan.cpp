@@ -16,6 +16,7 @@ constexpr FaultName kNames[] = {
     {"kernel-driver", "a kernel driver holds the interfaces until it is detached"},
     {"detach-fails", "the kernel driver cannot be detached"},
     {"claim-busy", "claiming an interface is refused: busy"},
+    {"claimed-elsewhere", "another process has claimed the interfaces"},
     {"claim-fails", "claiming an interface fails with an I/O error"},
     {"alloc-fails", "no memory for a transfer"},
     {"submit-fails", "submitting a transfer fails (value: the error code, default -1)"},
@@ -36,6 +37,7 @@ constexpr FaultName kNames[] = {
     {"pending", "value pending acknowledges first (default 1)"},
     {"pending-endless", "pending acknowledges for ever, never the answer"},
     {"command-stalled", "the OUT endpoint halts at the command"},
+    {"command-not-taken", "the OUT endpoint does not take the command"},
     {"unplug-at-command", "the device goes away at the command"},
     // Stream. Opportunities: images, counted from 0 in every run.
     {"leader-lost", "no leader"},
@@ -77,6 +79,7 @@ constexpr FaultName kNames[] = {
     {"stream-late-in-payload", "half of the payload comes value ms late (default 1000)"},
     {"stream-late-trailer", "the trailer comes value ms late (default 1000)"},
     {"stream-silent", "nothing more is sent from this image on"},
+    {"suspend", "for value ms (default 200) everything fails with an error"},
     {"unplug-at-leader", "the device goes away before the leader"},
     {"unplug-at-payload", "the device goes away before the payload"},
     {"unplug-in-payload", "the device goes away half-way through the payload"},
@@ -119,6 +122,8 @@ constexpr FaultName kNames[] = {
     {"info-lies", "as info-short, but its length byte says 20"},
     {"info-at-end", "as info-lies, at the very end of the configuration"},
     {"strings-fail", "string descriptors stall"},
+    {"strings-hang", "requests for strings are never answered"},
+    {"strings-late", "strings take value ms (default 500)"},
     {"strings-odd", "string descriptors of length 3 with a wrong type"},
 };
 

@@ -53,7 +53,7 @@ Moved MovePackets(DeviceTransfer& transfer, HostRequest request, std::size_t pac
     if (all && left % packetSize != 0) {
         return Moved::Request; // its last packet was short
     }
-    if (request.Room() == 0) {
+    if (request.Room() == 0 && request.capacity != 0) {
         return Moved::Request;
     }
     if (all) {

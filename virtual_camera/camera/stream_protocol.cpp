@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace vcam {
 
@@ -63,6 +64,11 @@ void StreamProtocol::HaltCleared()
         m_segments.clear();
         _FinishImage();
     }
+}
+
+std::chrono::milliseconds StreamProtocol::TakeSuspension()
+{
+    return std::exchange(m_suspension, std::chrono::milliseconds(0));
 }
 
 UsbResult StreamProtocol::BulkIn(HostRequest request, std::size_t packetSize)
@@ -220,6 +226,9 @@ bool StreamProtocol::_NextImage(UsbResult& result)
     }
     if (_Fire("block-restart") != nullptr) {
         m_blockId = m_config.firstBlock;
+    }
+    if (const Fault* fault = _Fire("suspend")) {
+        m_suspension = std::chrono::milliseconds(FaultSize(*fault, 200));
     }
     _BeginImage();
     // An image of which nothing is sent at all: time passes, or this would never end.

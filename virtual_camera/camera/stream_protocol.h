@@ -32,6 +32,8 @@ public:
     void Drop();
     // The host has cleared the halt of the endpoint.
     void HaltCleared();
+    // How long the device is to be suspended from now on; asked once.
+    std::chrono::milliseconds TakeSuspension();
     const StreamCounts& Counts() const { return m_counts; }
 
 private:
@@ -72,6 +74,7 @@ private:
     std::size_t m_corruptAt = 0;
     bool m_corrupt = false;
     bool m_unplugged = false;
+    std::chrono::milliseconds m_suspension{0};
     SegmentList m_segments;
     StreamCounts m_counts;
 };

@@ -21,7 +21,7 @@ UsbCamera::UsbCamera(const CameraConfig& config)
     : m_config(config), m_faults(PlanOf(config)), m_descriptors(m_config, m_faults),
       m_memory(m_config, m_faults), m_control(m_config, m_memory, m_faults, m_errors),
       m_events(m_config, m_memory, m_faults), m_stream(m_config, m_memory, m_faults, m_events),
-      m_zero(m_descriptors)
+      m_zero(m_descriptors), m_hasFaults(!m_faults.Empty())
 {
 }
 
@@ -33,6 +33,12 @@ UsbResult UsbCamera::Control(const SetupPacket& setup, std::vector<std::uint8_t>
         if (m_gone) {
             return {UsbStatus::NoDevice};
         }
+        if (_IsSuspended()) {
+            return {UsbStatus::Error};
+        }
+        if (const auto fault = _StringFault(setup)) {
+            result = *fault;
+        }
         const ControlOutcome outcome = m_zero.Handle(setup, data);
         if (outcome.haltCleared == usb::kControlIn || outcome.restarted) {
             m_control.Drop();
@@ -40,7 +46,7 @@ UsbResult UsbCamera::Control(const SetupPacket& setup, std::vector<std::uint8_t>
         if (outcome.haltCleared == usb::kStreamIn) {
             m_stream.HaltCleared();
         }
-        result.status = outcome.refused ? UsbStatus::Stall : UsbStatus::Done;
+        result.status = outcome.refused ? UsbStatus::Stall : result.status;
     }
     _Notify();
     return result;
@@ -54,6 +60,9 @@ UsbResult UsbCamera::BulkOut(std::uint8_t endpoint, const std::uint8_t* data, st
         if (m_gone) {
             return {UsbStatus::NoDevice};
         }
+        if (_IsSuspended()) {
+            return {UsbStatus::Error};
+        }
         if (endpoint != usb::kControlOut || m_zero.IsHalted(endpoint)) {
             return {UsbStatus::Stall};
         }
@@ -61,6 +70,9 @@ UsbResult UsbCamera::BulkOut(std::uint8_t endpoint, const std::uint8_t* data, st
             return result; // the empty packet behind a command of whole packets
         }
         const CommandOutcome outcome = m_control.Command({data, size});
+        if (outcome.refused) {
+            return {UsbStatus::Nak};
+        }
         if (outcome.haltOut) {
             m_zero.Halt(endpoint);
             result.status = UsbStatus::Stall;
@@ -89,10 +101,15 @@ UsbResult UsbCamera::BulkIn(std::uint8_t endpoint, std::uint8_t* buffer, std::si
         const Lock lock(m_mutex);
         const bool hadEvents = m_events.HasSomething();
         result = _BulkIn(endpoint, {buffer, capacity, filled});
-        newEvents = !hadEvents && m_events.HasSomething();
+        const std::chrono::milliseconds suspension = m_stream.TakeSuspension();
+        if (suspension.count() != 0) {
+            m_suspendedUntil = Clock::now() + suspension;
+            result = {UsbStatus::Error};
+        }
+        newEvents = suspension.count() != 0 || (!hadEvents && m_events.HasSomething());
     }
     if (newEvents) {
-        _Notify(); // a request that waits for events can go on
+        _Notify(); // a request that waits on another endpoint can go on
     }
     return result;
 }
@@ -101,6 +118,9 @@ UsbResult UsbCamera::_BulkIn(std::uint8_t endpoint, HostRequest request)
 {
     if (m_gone) {
         return {UsbStatus::NoDevice};
+    }
+    if (_IsSuspended()) {
+        return {UsbStatus::Error};
     }
     if (!m_descriptors.HasEndpoint(endpoint) || m_zero.IsHalted(endpoint)) {
         return {UsbStatus::Stall};
@@ -164,8 +184,40 @@ void UsbCamera::_Notify()
 
 bool UsbCamera::Gone() const
 {
-    const Lock lock(m_mutex);
     return m_gone;
+}
+
+void UsbCamera::Suspend(bool suspended)
+{
+    {
+        const Lock lock(m_mutex);
+        m_suspendedUntil = suspended ? Clock::time_point::max() : Clock::time_point();
+    }
+    _Notify();
+}
+
+bool UsbCamera::_IsSuspended() const
+{
+    return m_suspendedUntil != Clock::time_point() && Clock::now() < m_suspendedUntil;
+}
+
+// What a request for a string becomes: never answered, or answered late.
+std::optional<UsbResult> UsbCamera::_StringFault(const SetupPacket& setup)
+{
+    constexpr std::uint8_t kGetDescriptor = 6;
+    const bool isString = setup.requestType == 0x80 && setup.request == kGetDescriptor &&
+                          setup.value >> 8 == usb::kStringType;
+    if (!isString || m_faults.Empty()) {
+        return std::nullopt;
+    }
+    if (m_faults.Fire("strings-hang") != nullptr) {
+        return UsbResult{UsbStatus::Nak};
+    }
+    if (const Fault* fault = m_faults.Fire("strings-late")) {
+        return UsbResult{UsbStatus::Done,
+                         Clock::now() + std::chrono::milliseconds(FaultSize(*fault, 500))};
+    }
+    return std::nullopt;
 }
 
 std::chrono::milliseconds UsbCamera::ReturnsAfter() const
@@ -180,11 +232,16 @@ std::chrono::milliseconds UsbCamera::ReturnsAfter() const
 std::string UsbCamera::SetFaults(std::string_view faults)
 {
     const Lock lock(m_mutex);
-    return m_faults.Parse(faults);
+    std::string error = m_faults.Parse(faults);
+    m_hasFaults = !m_faults.Empty();
+    return error;
 }
 
 bool UsbCamera::FireFault(std::string_view name, std::int64_t& value)
 {
+    if (!m_hasFaults) {
+        return false;
+    }
     const Lock lock(m_mutex);
     const Fault* fault = m_faults.Fire(name);
     if (fault != nullptr) {
@@ -195,6 +252,9 @@ bool UsbCamera::FireFault(std::string_view name, std::int64_t& value)
 
 bool UsbCamera::HasFault(std::string_view name) const
 {
+    if (!m_hasFaults) {
+        return false;
+    }
     const Lock lock(m_mutex);
     return m_faults.Find(name) != nullptr;
 }

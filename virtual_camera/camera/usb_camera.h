@@ -2,6 +2,7 @@
 #ifndef VCAM_USB_CAMERA_H
 #define VCAM_USB_CAMERA_H
 
+#include <atomic>
 #include <mutex>
 
 #include "control_protocol.h"
@@ -40,6 +41,8 @@ public:
     bool FireFault(std::string_view name, std::int64_t& value);
     bool HasFault(std::string_view name) const;
     void SetFrameRate(double rate);
+    // Until it is resumed everything fails with an error.
+    void Suspend(bool suspended);
     bool Peek(std::uint64_t address, std::uint8_t* data, std::size_t size);
     bool Poke(std::uint64_t address, const std::uint8_t* data, std::size_t size);
     // False when the host has not switched events on.
@@ -54,6 +57,8 @@ public:
     CameraConfig Persistent() const;
 
 private:
+    bool _IsSuspended() const;
+    std::optional<UsbResult> _StringFault(const SetupPacket& setup);
     void _Apply(const WriteEffects& effects);
     UsbResult _BulkIn(std::uint8_t endpoint, HostRequest request);
     UsbResult _ControlIn(HostRequest request);
@@ -70,7 +75,9 @@ private:
     StreamProtocol m_stream;
     EndpointZero m_zero;
     std::function<void()> m_listener;
-    bool m_gone = false;
+    std::atomic<bool> m_gone{false}; // read without the lock, which is held while data move
+    std::atomic<bool> m_hasFaults;   // the same
+    Clock::time_point m_suspendedUntil{};
     bool m_rebooting = false; // goes as soon as the acknowledge has been fetched
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "little_endian.h"
+#include "utf16.h"
 
 namespace vcam {
 
@@ -18,6 +19,7 @@ constexpr std::size_t kNumInterfaces = 4;
 constexpr std::size_t kInfoSize = 20;
 constexpr std::uint8_t kHighSpeedBit = 1U << 2;
 constexpr std::uint8_t kSuperSpeedBit = 1U << 3;
+constexpr std::uint8_t kSuperSpeedPlusBit = 1U << 4;
 
 void Append(Bytes& to, std::initializer_list<unsigned> bytes)
 {
@@ -54,7 +56,9 @@ UsbDescriptors::UsbDescriptors(Bytes device, Bytes configuration, std::vector<st
 }
 
 UsbDescriptors::UsbDescriptors(const CameraConfig& config, const FaultPlan& faults)
-    : m_highSpeed(config.highSpeed),
+    : m_highSpeed(config.highSpeed), m_speed(config.highSpeed        ? UsbSpeed::High
+                                             : config.superSpeedPlus ? UsbSpeed::SuperPlus
+                                                                     : UsbSpeed::Super),
       m_deviceFails(faults.Find("device-descriptor-fails") != nullptr),
       m_configurationFails(faults.Find("config-fails") != nullptr),
       m_stringsFail(faults.Find("strings-fail") != nullptr),
@@ -74,7 +78,8 @@ std::uint8_t UsbDescriptors::_AddString(const std::string& text)
 
 void UsbDescriptors::_MakeDevice(const CameraConfig& config)
 {
-    const unsigned usbVersion = m_highSpeed ? 0x0200 : 0x0300;
+    const unsigned fastVersion = m_speed == UsbSpeed::SuperPlus ? 0x0310 : 0x0300;
+    const unsigned usbVersion = m_highSpeed ? 0x0200 : fastVersion;
     const unsigned packet0 = m_highSpeed ? 64 : 9; // SuperSpeed: a power of two
     Append(m_device, {18, usb::kDeviceType, usbVersion & 0xFF, usbVersion >> 8, kMiscClass, 0x02,
                       0x01, packet0, config.vendorId & 0xFFU, unsigned{config.vendorId} >> 8,
@@ -155,7 +160,8 @@ void UsbDescriptors::_AppendEndpoint(std::uint8_t address, std::uint8_t burst)
 // Versions, then the indices of the strings, then the speeds.
 Bytes UsbDescriptors::_CameraInfo(const CameraConfig& config)
 {
-    const unsigned speeds = m_highSpeed ? kHighSpeedBit : kHighSpeedBit | kSuperSpeedBit;
+    const unsigned plus = m_speed == UsbSpeed::SuperPlus ? kSuperSpeedPlusBit : 0;
+    const unsigned speeds = m_highSpeed ? kHighSpeedBit : kHighSpeedBit | kSuperSpeedBit | plus;
     Bytes info;
     Append(info, {kInfoSize, usb::kCameraInfoType, 1, 0, 0, 1, 0, 0, 0, 1, 0});
     Append(info, {_AddString(config.guid)});
@@ -244,13 +250,19 @@ Bytes UsbDescriptors::_String(std::uint8_t index) const
     if (index == 0) {
         return {4, usb::kStringType, 0x09, 0x04}; // English (United States)
     }
-    const std::string text = m_strings[index - 1U].substr(0, 126);
+    const std::u16string text = ToUtf16(m_strings[index - 1U]).substr(0, 126);
     Bytes bytes{static_cast<std::uint8_t>(2 + 2 * text.size()), usb::kStringType};
-    for (const char c : text) {
-        bytes.push_back(static_cast<std::uint8_t>(c));
-        bytes.push_back(0);
+    for (const char16_t c : text) {
+        bytes.push_back(static_cast<std::uint8_t>(c & 0xFF));
+        bytes.push_back(static_cast<std::uint8_t>(c >> 8));
     }
     return bytes;
+}
+
+std::string UsbDescriptors::Text(std::uint8_t index) const
+{
+    const bool has = index != 0 && index <= m_strings.size() && !m_stringsFail && !m_stringsOdd;
+    return has ? m_strings[index - 1U] : std::string();
 }
 
 // What the device would be at the other speed (full speed): the same without a configuration.

@@ -32,6 +32,13 @@ constexpr std::uint8_t kCameraInfoType = 0x24;
 constexpr std::uint8_t kCompanionType = 0x30;
 } // namespace usb
 
+enum class UsbSpeed
+{
+    High,
+    Super,
+    SuperPlus
+};
+
 class UsbDescriptors
 {
 public:
@@ -46,6 +53,9 @@ public:
     const Bytes& Device() const { return m_device; }
     const Bytes& Configuration() const { return m_configuration; }
     bool HighSpeed() const { return m_highSpeed; }
+    UsbSpeed Speed() const { return m_speed; }
+    // A string descriptor's text in UTF-8; empty when there is none.
+    std::string Text(std::uint8_t index) const;
     std::size_t PacketSize() const { return m_highSpeed ? 512 : 1024; }
     bool DeviceFails() const { return m_deviceFails; }
     bool ConfigurationFails() const { return m_configurationFails; }
@@ -71,6 +81,7 @@ private:
     Bytes m_bos;
     std::vector<std::string> m_strings; // the first has index 1
     bool m_highSpeed = false;
+    UsbSpeed m_speed = UsbSpeed::High;
     bool m_deviceFails = false;
     bool m_configurationFails = false;
     bool m_stringsFail = false;

@@ -21,12 +21,15 @@ enum class UsbStatus
     Stall,    // the endpoint is halted, or the control request is refused
     Overflow, // the next packet is larger than the room left; it is lost
     NoDevice, // the device has gone away by itself
+    Error,    // nothing answers on the wire
 };
 
 struct UsbResult
 {
     UsbStatus status = UsbStatus::Done;
-    Clock::time_point retryAt = Clock::time_point::max(); // of Nak: when time alone may help
+    // Of Nak: when time alone may help. Of a control request that is done: its answer takes until
+    // then (max: it is there).
+    Clock::time_point retryAt = Clock::time_point::max();
 };
 
 // The eight bytes that open a control transfer.
@@ -51,9 +54,9 @@ public:
 
     virtual const UsbDescriptors& Descriptors() const = 0;
     // A control request on endpoint 0. OUT: "data" is what the host sends; IN: it is filled, at
-    // most to setup.length.
+    // most to setup.length. Nak: it is never answered.
     virtual UsbResult Control(const SetupPacket& setup, std::vector<std::uint8_t>& data) = 0;
-    // One whole transfer of the host.
+    // One whole transfer of the host. Nak: nothing has been taken.
     virtual UsbResult BulkOut(std::uint8_t endpoint, const std::uint8_t* data,
                               std::size_t size) = 0;
     // Goes on filling a request of the host: "filled" counts what earlier calls for the same

@@ -31,6 +31,7 @@ std::int32_t ErrorOf(UsbStatus status)
     case UsbStatus::Stall: return -EPIPE;
     case UsbStatus::Overflow: return -EOVERFLOW;
     case UsbStatus::NoDevice: return -ENODEV;
+    case UsbStatus::Error: return -EPROTO;
     default: return 0;
     }
 }
@@ -99,6 +100,9 @@ Clock::time_point DeviceLink::_NextTime() const
         if (!pipe.queue.empty()) {
             next = std::min(next, pipe.held != 0 ? pipe.heldUntil : pipe.retryAt);
         }
+    }
+    for (const Parked& parked : m_parked) {
+        next = std::min(next, parked.dueAt);
     }
     return next;
 }
@@ -200,12 +204,31 @@ bool DeviceLink::_Control(const std::uint8_t* record, std::size_t size)
     if (result.status == UsbStatus::NoDevice) {
         return _EndAs(End::DeviceLeft);
     }
-    if (result.status != UsbStatus::Done) {
+    if (result.status != UsbStatus::Done && result.status != UsbStatus::Nak) {
         return _AnswerSubmit(request, ErrorOf(result.status), 0, nullptr, 0);
     }
     const bool in = kDirection.Load(record) == kIn;
     const std::size_t actual = in ? std::min(data.size(), request.capacity) : size - kHeaderSize;
-    return _AnswerSubmit(request, 0, actual, data.data(), in ? actual : 0);
+    data.resize(in ? actual : 0);
+    if (result.status == UsbStatus::Nak || result.retryAt != Clock::time_point::max()) {
+        m_parked.push_back({request, result.retryAt, actual, std::move(data)});
+        return true;
+    }
+    return _AnswerSubmit(request, 0, actual, data.data(), data.size());
+}
+
+bool DeviceLink::_AnswerParked()
+{
+    const auto now = Clock::now();
+    const auto isDue = [now](const Parked& parked) { return parked.dueAt <= now; };
+    for (const Parked& parked : m_parked) {
+        if (isDue(parked) && !_AnswerSubmit(parked.request, 0, parked.actual, parked.data.data(),
+                                            parked.data.size())) {
+            return false;
+        }
+    }
+    std::erase_if(m_parked, isDue);
+    return true;
 }
 
 bool DeviceLink::_BulkOut(const std::uint8_t* record, std::size_t size)
@@ -216,6 +239,10 @@ bool DeviceLink::_BulkOut(const std::uint8_t* record, std::size_t size)
     const UsbResult result = m_device.BulkOut(endpoint, record + kHeaderSize, length);
     if (result.status == UsbStatus::NoDevice) {
         return _EndAs(End::DeviceLeft);
+    }
+    if (result.status == UsbStatus::Nak) {
+        m_parked.push_back({request, Clock::time_point::max(), 0, {}});
+        return true;
     }
     const bool taken = result.status == UsbStatus::Done;
     return _AnswerSubmit(request, ErrorOf(result.status), taken ? length : 0, nullptr, 0);
@@ -246,8 +273,27 @@ bool DeviceLink::_Queue(const std::uint8_t* record)
 // real controller. Any other has been answered before.
 bool DeviceLink::_Unlink(const std::uint8_t* record)
 {
-    const std::uint32_t wanted = kUnlinkSequence.Load(record);
     std::int32_t status = 0;
+    if (!_TakeBack(kUnlinkSequence.Load(record), status)) {
+        return false;
+    }
+    std::uint8_t header[kHeaderSize] = {};
+    kCommand.Store(header, kRetUnlink);
+    kSequence.Store(header, kSequence.Load(record));
+    kStatus.Store(header, status);
+    return _Send(header, nullptr, 0);
+}
+
+bool DeviceLink::_TakeBack(std::uint32_t wanted, std::int32_t& status)
+{
+    const auto isWanted = [wanted](const Parked& parked) {
+        return parked.request.sequence == wanted;
+    };
+    if (std::erase_if(m_parked, isWanted) != 0) {
+        ++m_counts.unlinked;
+        status = -ECONNRESET;
+        return true;
+    }
     for (auto& [endpoint, pipe] : m_pipes) {
         const auto found =
             std::find_if(pipe.queue.begin(), pipe.queue.end(),
@@ -267,11 +313,7 @@ bool DeviceLink::_Unlink(const std::uint8_t* record)
         _Pop(pipe, static_cast<std::size_t>(found - pipe.queue.begin()));
         break;
     }
-    std::uint8_t header[kHeaderSize] = {};
-    kCommand.Store(header, kRetUnlink);
-    kSequence.Store(header, kSequence.Load(record));
-    kStatus.Store(header, status);
-    return _Send(header, nullptr, 0);
+    return true;
 }
 
 void DeviceLink::_Pop(Pipe& pipe, std::size_t index)
@@ -287,6 +329,9 @@ bool DeviceLink::_Pump(bool& more)
     more = false;
     if (m_device.Gone()) {
         return _EndAs(End::DeviceLeft);
+    }
+    if (!_AnswerParked()) {
+        return false;
     }
     for (auto& [endpoint, pipe] : m_pipes) {
         if (!_PumpPipe(endpoint, pipe, more)) {

@@ -73,6 +73,16 @@ private:
         Clock::time_point heldUntil{};
     };
 
+    // The answer to a request on endpoint 0, or on one that takes data, that is not due yet. One
+    // that never comes waits to be taken back.
+    struct Parked
+    {
+        Request request;
+        Clock::time_point dueAt;
+        std::size_t actual = 0;
+        std::vector<std::uint8_t> data;
+    };
+
     bool _Wait(bool more);
     Clock::time_point _NextTime() const;
     bool _Receive();
@@ -83,6 +93,8 @@ private:
     bool _BulkOut(const std::uint8_t* record, std::size_t size);
     bool _Queue(const std::uint8_t* record);
     bool _Unlink(const std::uint8_t* record);
+    bool _TakeBack(std::uint32_t wanted, std::int32_t& status);
+    bool _AnswerParked();
     bool _Pump(bool& more);
     bool _PumpPipe(std::uint8_t endpoint, Pipe& pipe, bool& more);
     bool _Finish(std::uint8_t endpoint, Pipe& pipe, UsbStatus status);
@@ -103,6 +115,7 @@ private:
     std::vector<std::uint8_t> m_input;
     std::size_t m_inputSize = 0;
     std::map<std::uint8_t, Pipe> m_pipes; // by endpoint address
+    std::vector<Parked> m_parked;
     LinkCounts m_counts;
 };
 

@@ -361,17 +361,102 @@ TEST_F(Link, Stop_EndsABlockedSend)
     EXPECT_EQ(Result(), End::Stopped);
 }
 
-// The real camera behind it: a halted endpoint refuses until the host clears it.
+// The real camera behind a link.
+class LinkedCamera
+{
+public:
+    explicit LinkedCamera(const std::string& options) : camera(ConfigOf(options))
+    {
+        int ends[2];
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        m_hostEnd = FileDescriptor(ends[0]);
+        m_link.emplace(camera, FileDescriptor(ends[1]), [] { return false; });
+        m_run = std::async(std::launch::async, [this] { return m_link->Run(); });
+    }
+    ~LinkedCamera()
+    {
+        m_hostEnd.Close();
+        EXPECT_EQ(m_run.get(), End::HostLeft);
+    }
+    LinkedCamera(const LinkedCamera&) = delete;
+    LinkedCamera& operator=(const LinkedCamera&) = delete;
+
+    LinkHost Host() const { return LinkHost(m_hostEnd.Get()); }
+    void GetString(std::uint32_t sequence) const
+    {
+        Host().SendRaw(
+            LinkHost::SubmitRecord(sequence, kIn, 0, 255, 0, {0x80, 6, 1, 3, 9, 4, 255, 0}));
+    }
+
+    UsbCamera camera;
+
+private:
+    static CameraConfig ConfigOf(const std::string& options)
+    {
+        CameraConfig config;
+        EXPECT_EQ("", config.Apply(options));
+        return config;
+    }
+
+    FileDescriptor m_hostEnd;
+    std::optional<DeviceLink> m_link;
+    std::future<End> m_run;
+};
+
+TEST(LinkToCamera, StringThatIsNeverAnswered_IsTakenBack)
+{
+    LinkedCamera linked("faults=strings-hang@0");
+    const LinkHost host = linked.Host();
+    linked.GetString(1);
+    EXPECT_TRUE(host.IsSilent());
+    linked.GetString(2);
+    EXPECT_EQ(host.Read().sequence, 2U);
+    host.Unlink(3, 1);
+    const Answer answer = host.Read();
+    EXPECT_EQ(answer.command, 4U);
+    EXPECT_EQ(answer.status, -ECONNRESET);
+}
+
+TEST(LinkToCamera, StringThatIsLate_ComesAfterItsTime)
+{
+    LinkedCamera linked("vendor=Ab,faults=strings-late@0:40");
+    const auto start = Clock::now();
+    linked.GetString(1);
+    EXPECT_EQ(linked.Host().Read().data, (Bytes{6, 3, 'A', 0, 'b', 0}));
+    EXPECT_LE(start + std::chrono::milliseconds(40), Clock::now());
+}
+
+TEST(LinkToCamera, CommandNotTaken_IsTakenBack)
+{
+    LinkedCamera linked("faults=command-not-taken@0");
+    const LinkHost host = linked.Host();
+    const Bytes command{0x55, 0x33, 0x56, 0x43, 0, 0x40, 0, 8, 12, 0, 1, 0,
+                        0,    0,    0,    0,    0, 0,    0, 0, 0,  0, 4, 0};
+    host.SubmitOut(1, 1, command);
+    EXPECT_TRUE(host.IsSilent());
+    host.Unlink(2, 1);
+    EXPECT_EQ(host.Read().status, -ECONNRESET);
+    host.SubmitOut(3, 1, command);
+    EXPECT_EQ(host.Read(false).actual, command.size());
+}
+
+TEST(LinkToCamera, Suspended_ProtocolError)
+{
+    LinkedCamera linked("");
+    const LinkHost host = linked.Host();
+    host.SubmitIn(1, kStream, 1024);
+    EXPECT_TRUE(host.IsSilent());
+    linked.camera.Suspend(true);
+    EXPECT_EQ(host.Read().status, -EPROTO);
+    linked.GetString(2);
+    EXPECT_EQ(host.Read(false).status, -EPROTO);
+}
+
+// A halted endpoint refuses until the host clears it.
 TEST(LinkToCamera, HaltAndItsClearing)
 {
-    CameraConfig config;
-    UsbCamera camera(config);
-    int ends[2];
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-    FileDescriptor hostEnd(ends[0]);
-    DeviceLink link(camera, FileDescriptor(ends[1]), [] { return false; });
-    auto run = std::async(std::launch::async, [&link] { return link.Run(); });
-    const LinkHost host(hostEnd.Get());
+    const LinkedCamera linked("");
+    const LinkHost host = linked.Host();
     host.SendRaw(LinkHost::SubmitRecord(1, kOut, 0, 0, 0, {0x02, 3, 0, 0, 0x83, 0, 0, 0}));
     EXPECT_EQ(host.Read(false).status, 0);
     host.SubmitIn(2, kStream, 1024);
@@ -380,8 +465,6 @@ TEST(LinkToCamera, HaltAndItsClearing)
     EXPECT_EQ(host.Read(false).status, 0);
     host.SubmitIn(4, kStream, 1024);
     EXPECT_TRUE(host.IsSilent()) << "it waits for an image";
-    hostEnd.Close();
-    EXPECT_EQ(run.get(), End::HostLeft);
 }
 
 } // namespace
