@@ -1,4 +1,4 @@
-#include "test_device_fixture.h"
+#include "device_fixture.h"
 #include "zr_gentl_util.h"
 #include "zr_u3v_controller.h"
 #include "zr_u3v_data_stream.h"

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "test_device_fixture.h"
+#include "device_fixture.h"
 #include "wait.h"
 #include "zr_gentl_event.h"
 #include "zr_u3v_data_stream.h"

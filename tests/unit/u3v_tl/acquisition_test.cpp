@@ -1,8 +1,8 @@
 // The acquisition thread: start, stop, restart, delivery, and everything at once.
 
+#include "data_stream_fixture.h"
 #include "failing_allocation.h"
 #include "no_threads.h"
-#include "test_data_stream_fixture.h"
 #include "wait.h"
 #include "zr_u3v_thread_acquisition.h"
 

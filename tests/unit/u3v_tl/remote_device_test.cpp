@@ -1,4 +1,4 @@
-#include "test_device_fixture.h"
+#include "device_fixture.h"
 
 #include <cstring>
 #include <numeric>
