@@ -44,10 +44,9 @@ ExitCode Run(const Options& options, char** arguments)
     return ExitCode::Usage;
 }
 
-// Every message of a failure begins with the program's name.
-ExitCode Complain(ExitCode code, const char* text)
+ExitCode Fail(ExitCode code, const std::string& text)
 {
-    std::fprintf(stderr, "zr-u3v: %s\n", text);
+    Complain(text);
     return code;
 }
 
@@ -57,11 +56,11 @@ ExitCode Guarded(const Options& options, char** arguments)
     try {
         return Run(options, arguments);
     } catch (const ToolError& error) {
-        return Complain(error.Code(), error.what());
+        return Fail(error.Code(), error.what());
     } catch (const std::bad_alloc&) {
-        return Complain(ExitCode::Failure, "out of memory");
+        return Fail(ExitCode::Failure, "out of memory");
     } catch (const std::exception& error) {
-        return Complain(ExitCode::Failure, error.what());
+        return Fail(ExitCode::Failure, error.what());
     }
 }
 
@@ -76,7 +75,7 @@ int main(int count, char** arguments)
     } else if (code == ExitCode::Success) {
         std::fputs(line.text.c_str(), stdout);
     } else {
-        Complain(code, (line.text + "\nRun zr-u3v --help for more.").c_str());
+        Complain(line.text + "\nRun zr-u3v --help for more.");
     }
     return static_cast<int>(code);
 }

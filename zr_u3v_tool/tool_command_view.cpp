@@ -172,7 +172,8 @@ private:
         }
         const unsigned columns =
             m_options.columns != 0 ? m_options.columns : Console::Columns(STDERR_FILENO);
-        m_console.Print(TerminalPicture(m_raster, columns, TerminalRows()));
+        const std::string still = TerminalPicture(m_raster, columns, TerminalRows());
+        m_console.PrintBytes(still.data(), still.size()); // its colours are control characters
         m_console.Print(m_state.camera + "  " + m_state.format + "\n");
         if (!m_options.inTerminal && !m_options.quiet) {
             Warn("no window (" + reason + "): a still instead");

@@ -122,14 +122,19 @@ Json JsonOf(const Document& document)
     return json;
 }
 
-// An archive on a terminal would only do harm there.
+// An archive on a terminal would only do harm there, and so may a document's control characters;
+// anywhere else it is wanted byte by byte.
 void PrintContents(const Options& options, Console& console, const Document& document)
 {
     if (document.isZipped && !options.unzip && console.IsTerminal()) {
         throw ToolError(ExitCode::Usage,
                         "the document is a zip archive: add --unzip, or -o FILE to keep it");
     }
-    console.Print(document.contents);
+    if (console.IsTerminal()) {
+        console.Print(document.contents);
+    } else {
+        console.PrintBytes(document.contents.data(), document.contents.size());
+    }
 }
 
 // Before any camera is opened: a slip in the command line costs no time.

@@ -47,7 +47,8 @@ Console::~Console()
 
 void Console::Print(std::string_view text)
 {
-    PrintBytes(text.data(), text.size());
+    const std::string clean = PrintableLines(text);
+    PrintBytes(clean.data(), clean.size());
 }
 
 void Console::PrintBytes(const void* data, size_t size)
@@ -77,9 +78,14 @@ unsigned Console::Columns(int descriptor)
     return known ? size.ws_col : kDefaultColumns;
 }
 
+void Complain(const std::string& text)
+{
+    std::fprintf(stderr, "zr-u3v: %s\n", PrintableLines(text).c_str());
+}
+
 void Warn(const std::string& text)
 {
-    std::fprintf(stderr, "zr-u3v: warning: %s\n", text.c_str());
+    Complain("warning: " + text);
 }
 
 // Twice through the arguments: once for the length, once for the text.

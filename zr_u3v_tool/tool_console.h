@@ -19,8 +19,10 @@ public:
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
 
-    // Both throw ToolError when the text cannot be written (a full disk, a closed pipe).
+    // Text, without what could steer a terminal: PrintableLines of it. This and the next throw
+    // ToolError when nothing can be written (a full disk, a closed pipe).
     void Print(std::string_view text);
+    // The bytes as they are.
     void PrintBytes(const void* data, size_t size);
     void Flush();
 
@@ -32,8 +34,11 @@ private:
     std::FILE* m_output = nullptr;
 };
 
-// "zr-u3v: warning: <text>" on standard error.
+// "zr-u3v: <text>" on standard error, without what could steer a terminal.
+void Complain(const std::string& text);
+// "zr-u3v: warning: <text>" in the same way.
 void Warn(const std::string& text);
 
 std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
 using consumer::Printable;
+using consumer::PrintableLines;

@@ -143,13 +143,13 @@ TEST_F(ToolTest, Xml_NameOfTheModelIsNoWayOutOfTheFolder)
     EXPECT_TRUE(fs::exists(File("docs/x_v1.0.0.xml")));
 }
 
-TEST_F(ToolTest, Xml_ModelThatNamesAHiddenFile_DoesNotChooseIt)
+TEST_F(ToolTest, Xml_ModelThatLooksLikeAUrl_ChoosesNeitherFileNorAddress)
 {
     std::ofstream(File(".bashrc")) << "mine";
-    const Result result = RunOn("model=.bashrc?200,zip=0", {"xml", "-o", "./"});
+    const Result result = RunOn("model=.bashrc%3B100000%3B200?,zip=0", {"xml", "-o", "./"});
     EXPECT_EQ(result.code, 0) << result.errors;
-    EXPECT_EQ(result.output, "./bashrc_200_v1.0.0.xml\n");
-    EXPECT_NE(Contents(File("bashrc_200_v1.0.0.xml")).find("RegisterDescription"),
+    EXPECT_EQ(result.output, "./bashrc_100000_200__v1.0.0.xml\n");
+    EXPECT_NE(Contents(File("bashrc_100000_200__v1.0.0.xml")).find("RegisterDescription"),
               std::string::npos);
     EXPECT_EQ(Contents(File(".bashrc")), "mine");
 }
@@ -201,6 +201,27 @@ TEST_F(ToolTest, Read_AsJson)
     EXPECT_EQ(json[0]["address"], "0x50000");
     EXPECT_EQ(json[0]["value"], 640);
     EXPECT_EQ(json[1]["value"], "VC000001");
+}
+
+// The camera's texts, in every form in which a terminal would obey them.
+TEST_F(ToolTest, ControlCharactersOfTheCamera_AreNotPrinted)
+{
+    const std::string camera = "model=a%1B]0%3Bb%07%C2%9B31mc%9B2J,user=%E2%80%AE!,zip=0";
+    EXPECT_EQ(RunOn(camera, {"read", "-q", "ModelName"}).output, "a?]0;b??31mc?2J\n");
+    EXPECT_EQ(Appears(camera, {"read", "-q", "0x44", "-t", "string"}), "a?]0;b??31mc?2J\n");
+    EXPECT_EQ(Appears(camera, {"read", "UserDefinedName"}), "UserDefinedName  ?!\n");
+    const std::string json = RunOn(camera, {"read", "--json", "ModelName"}).output;
+    EXPECT_NE(json.find(R"("a\u001b]0;b\u0007\u009b31mc\ufffd2J")"), std::string::npos) << json;
+    for (const char* const command : {"list", "info", "xml", "doctor"}) {
+        const std::string text = Appears(camera, {command});
+        EXPECT_FALSE(text.empty());
+        EXPECT_EQ(text.find_first_of("\x1b\x07\x9b"), std::string::npos) << command;
+    }
+}
+
+TEST_F(ToolTest, Xml_OnATerminal_IsTheDocument)
+{
+    EXPECT_EQ(Appears("zip=0", {"xml"}), DescriptionOf("zip=0"));
 }
 
 TEST_F(ToolTest, Read_LongerThanOnePacket)

@@ -12,6 +12,7 @@
 #include <png.h>
 #include <sstream>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include "virtual_bus.h"
@@ -51,8 +52,8 @@ protected:
 
     fs::path File(const std::string& name) const { return m_folder / name; }
 
-    // Starts the program in the test's folder; its output goes to files.
-    pid_t Start(std::vector<std::string> arguments) const
+    // Starts the program in the test's folder; its output goes to files, or to `terminal`.
+    pid_t Start(std::vector<std::string> arguments, int terminal = -1) const
     {
         arguments.insert(arguments.begin(), ZR_TOOL);
         std::vector<char*> pointers;
@@ -64,7 +65,7 @@ protected:
         if (child == 0) {
             const int out = open(File("out").c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
             const int err = open(File("err").c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
-            dup2(out, STDOUT_FILENO);
+            dup2(terminal >= 0 ? terminal : out, STDOUT_FILENO);
             dup2(err, STDERR_FILENO);
             if (chdir(m_folder.c_str()) == 0) {
                 execv(ZR_TOOL, pointers.data());
@@ -85,9 +86,27 @@ protected:
     // The same on virtual cameras with these options.
     Result RunOn(const std::string& camera, std::vector<std::string> arguments) const
     {
-        const std::vector<std::string> bus{"--virtual-camera", camera, "--discovery-time", "150"};
-        arguments.insert(arguments.begin(), bus.begin(), bus.end());
-        return Run(arguments);
+        return Run(OnBus(camera, std::move(arguments)));
+    }
+    // The same with a terminal, on which this is what appears.
+    std::string Appears(const std::string& camera, std::vector<std::string> arguments) const
+    {
+        const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+        EXPECT_TRUE(grantpt(terminal) == 0 && unlockpt(terminal) == 0);
+        const int end = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        termios raw{};
+        cfmakeraw(&raw); // line feeds as they are written
+        EXPECT_EQ(tcsetattr(end, TCSANOW, &raw), 0);
+        const pid_t child = Start(OnBus(camera, std::move(arguments)), end);
+        close(end);
+        std::string text;
+        char bytes[4096];
+        for (ssize_t size = 0; (size = read(terminal, bytes, sizeof bytes)) > 0;) {
+            text.append(bytes, static_cast<size_t>(size));
+        }
+        close(terminal);
+        EXPECT_EQ(Finish(child).code, 0);
+        return text;
     }
 
     Json RunJson(const std::string& camera, std::vector<std::string> arguments) const
@@ -99,6 +118,14 @@ protected:
     }
 
 private:
+    static std::vector<std::string> OnBus(const std::string& camera,
+                                          std::vector<std::string> arguments)
+    {
+        const std::vector<std::string> bus{"--virtual-camera", camera, "--discovery-time", "150"};
+        arguments.insert(arguments.begin(), bus.begin(), bus.end());
+        return arguments;
+    }
+
     fs::path m_folder;
 };
 
