@@ -67,10 +67,18 @@ std::optional<LocalUrl> ParseLocalUrl(const std::string& url)
 }
 
 // The name under which a document is written. The camera chose it, so only its last component
-// counts; what is left of "..", "." or nothing names no file that could be opened for writing.
+// counts, and it can neither hide the file nor hold control characters. "..", "." and nothing stay:
+// they name no file that could be opened for writing.
 std::string BaseName(const std::string& name)
 {
-    return name.substr(name.find_last_of("/\\") + 1);
+    std::string base = name.substr(name.find_last_of("/\\") + 1);
+    std::replace_if(
+        base.begin(), base.end(),
+        [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '_');
+    if (base.starts_with('.') && base.find_first_not_of('.') != std::string::npos) {
+        base[0] = '_';
+    }
+    return base;
 }
 
 bool WriteFile(const std::string& name, const char* data, size_t size)

@@ -64,12 +64,40 @@ std::string getFileNameFromURL(const std::string& url)
     return slash == std::string::npos ? url : url.substr(slash + 1);
 }
 
+namespace {
+
+// Bytes that follow the first one of a character in UTF-8.
+unsigned Following(unsigned char first)
+{
+    if (first < 0xC2 || first > 0xF4) {
+        return 0;
+    }
+    return first < 0xE0 ? 1 : first < 0xF0 ? 2 : 3;
+}
+
+// The least byte that may follow this one: a smaller one would make a C1 control character or an
+// over-long form.
+unsigned LeastBehind(unsigned char byte)
+{
+    if (byte == 0xC2 || byte == 0xE0) {
+        return 0xA0;
+    }
+    return byte == 0xF0 ? 0x90 : 0x80;
+}
+
+} // namespace
+
 std::string Printable(const char* text)
 {
     std::string printable(text == nullptr ? "" : text);
+    unsigned following = 0;
+    unsigned char previous = 0;
     for (char& character : printable) {
         const auto code = static_cast<unsigned char>(character);
-        if (code < 0x20 || code == 0x7F) {
+        const bool follows = following > 0 && code >= LeastBehind(previous) && code < 0xC0;
+        following = follows ? following - 1 : Following(code);
+        previous = code;
+        if (code < 0x20 || (code >= 0x7F && code < 0xA0 && !follows)) {
             character = '?';
         }
     }

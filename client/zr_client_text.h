@@ -13,6 +13,6 @@ std::string UriDecode(const std::string& text);
 // The part of a URL after its last '/', the whole text without one.
 std::string getFileNameFromURL(const std::string& url);
 
-// The text for the console: control characters, with which a camera's strings could steer the
-// terminal, become '?'.
+// The text for the console: control characters (C0, delete, C1 in UTF-8 or as single bytes), with
+// which a camera's strings could steer the terminal, become '?'.
 std::string Printable(const char* text);

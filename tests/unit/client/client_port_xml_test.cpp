@@ -149,6 +149,21 @@ TEST_F(ClientPortXml, NameWithFolders_IsWrittenUnderItsBaseNameOnly)
     }
 }
 
+TEST_F(ClientPortXml, NameThatWouldHideOrDisturb_IsChanged)
+{
+    const std::pair<const char*, const char*> names[] = {
+        {".bashrc", "a/b/_bashrc"},
+        {"../.profile", "a/b/_profile"},
+        {"a\n\x1b[2J\x7f.xml", "a/b/a__[2J_.xml"},
+    };
+    for (const auto& [name, file] : names) {
+        Fake().urls = {std::string("local:") + name + ";40000;6"};
+        Print();
+        EXPECT_EQ(Files(), std::vector<std::string>{file});
+        fs::remove(fs::path(file).filename());
+    }
+}
+
 TEST_F(ClientPortXml, NameThatIsNoFileName_IsRefused)
 {
     const std::string longName(300, 'n');

@@ -53,3 +53,17 @@ TEST(ClientText, Printable_ControlCharacters_BecomeQuestionMarks)
     EXPECT_EQ(Printable("gr\xC3\xB6n %s %n"), "gr\xC3\xB6n %s %n");
     EXPECT_EQ(Printable(nullptr), "");
 }
+
+TEST(ClientText, Printable_C1ControlCharacters_BecomeQuestionMarks)
+{
+    for (int code = 0x80; code < 0xA0; ++code) {
+        const char raw[] = {static_cast<char>(code), '\0'};
+        EXPECT_EQ(Printable(raw), "?") << code;
+        EXPECT_EQ(Printable((std::string("\xC2") + raw).c_str()), "\xC2?") << code;
+        EXPECT_EQ(Printable((std::string("\xC3") + raw).c_str()), std::string("\xC3") + raw);
+    }
+    EXPECT_EQ(Printable("\xE0\x82\x9B"), "\xE0??"); // over-long
+    EXPECT_EQ(Printable("\xF0\x80\x82\x9B"), "\xF0???");
+    EXPECT_EQ(Printable("\xE2\x82\xAC\x9B \xF0\x9F\x98\x80\x9B"),
+              "\xE2\x82\xAC? \xF0\x9F\x98\x80?");
+}
