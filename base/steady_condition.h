@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <pthread.h>
 #include <time.h>
@@ -36,7 +37,8 @@ public:
             return;
         }
         using namespace std::chrono;
-        const auto since = deadline.time_since_epoch();
+        const auto since =
+            std::max(deadline, Deadline()).time_since_epoch(); // the past is the past
         const auto whole = floor<seconds>(since);
         timespec until{};
         until.tv_sec = whole.count();
