@@ -411,6 +411,63 @@ TEST_F(CameraListTest, Update_DeadlineOver_LeavesNothingOpenOnceThePassHasEnded)
     EXPECT_TRUE(Eventually([this] { return Ids().size() == 3; }));
 }
 
+TEST_F(CameraListTest, Update_SilentCamera_IsListedWithWhatIsKnownInBoundedTime)
+{
+    WriteAttribute("2-1", "product", "Eye");
+    const vusb::Camera camera("faults=strings-silent");
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(UpdatedIds(), Names{"usb@2-1"});
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
+    EXPECT_EQ(List().Cameras()[0]->model, "Eye");
+    EXPECT_EQ(Live().handles, 0U);
+}
+
+TEST_F(CameraListTest, Update_SilentCamera_HoldsUpNoOther)
+{
+    m_options.stringTime = 1h;
+    const vusb::Camera silent("guid=000000000001,faults=strings-silent");
+    const vusb::Camera good("guid=000000000002");
+    EXPECT_TRUE(Eventually([this] {
+        List().Update(In(10ms));
+        return Ids() == Names{"000000000002"};
+    }));
+}
+
+TEST_F(CameraListTest, Update_CameraWasSilentBefore_IsReadAgainAndNotWaitedFor)
+{
+    const vusb::Camera camera("faults=strings-silent");
+    UpdatedIds();
+    vusb_journal_clear();
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 5; ++i) {
+        UpdatedIds();
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 100ms); // the time of one string
+    EXPECT_GE(vusb_call_count("libusb_submit_transfer"), 1U);
+    camera.SetFaults("");
+    EXPECT_TRUE(Eventually([this] { return UpdatedIds() == Names{"120900000001"}; }));
+}
+
+TEST_F(CameraListTest, Update_UnpluggedWhileItIsRead_EndsTheReading)
+{
+    m_options.stringTime = 1h;
+    const vusb::Camera camera("faults=strings-silent");
+    List().Update(In(0ms));
+    camera.Unplug();
+    EXPECT_EQ(UpdatedIds(), Names{});
+    EXPECT_TRUE(Eventually([] { return Live().handles == 0; }));
+}
+
+TEST_F(CameraListTest, Destructor_CameraIsSilent_DoesNotWaitForIt)
+{
+    m_options.stringTime = 1h;
+    const vusb::Camera camera("faults=strings-silent");
+    List().Update(In(0ms));
+    EXPECT_EQ(Live().transfers_in_flight, 1U);
+    CloseList();
+    EXPECT_EQ(Live().transfers, 0U);
+}
+
 TEST_F(CameraListTest, Destructor_PassUnderWay_WaitsForIt)
 {
     const vusb::Camera camera("count=8");

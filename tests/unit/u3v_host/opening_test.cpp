@@ -268,6 +268,8 @@ void LeaveAnswersBehind(int count)
 TEST_F(Opening, Open_AnswersWait_AreReadAway)
 {
     const vusb::Camera camera("user=Left");
+    // A camera may keep its answers when the halt is cleared; this one would drop them.
+    vusb_fail_call("libusb_clear_halt", 0, 0, LIBUSB_SUCCESS);
     for (const int count : {1, 2, 15, 40}) {
         LeaveAnswersBehind(count);
         const auto opened = OpenOnly();
