@@ -414,7 +414,7 @@ TEST_F(CameraListTest, Update_DeadlineOver_LeavesNothingOpenOnceThePassHasEnded)
 TEST_F(CameraListTest, Update_SilentCamera_IsListedWithWhatIsKnownInBoundedTime)
 {
     WriteAttribute("2-1", "product", "Eye");
-    const vusb::Camera camera("faults=strings-silent");
+    const vusb::Camera camera("faults=strings-hang");
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(UpdatedIds(), Names{"usb@2-1"});
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
@@ -425,7 +425,7 @@ TEST_F(CameraListTest, Update_SilentCamera_IsListedWithWhatIsKnownInBoundedTime)
 TEST_F(CameraListTest, Update_SilentCamera_HoldsUpNoOther)
 {
     m_options.stringTime = 1h;
-    const vusb::Camera silent("guid=000000000001,faults=strings-silent");
+    const vusb::Camera silent("guid=000000000001,faults=strings-hang");
     const vusb::Camera good("guid=000000000002");
     EXPECT_TRUE(Eventually([this] {
         List().Update(In(10ms));
@@ -435,7 +435,7 @@ TEST_F(CameraListTest, Update_SilentCamera_HoldsUpNoOther)
 
 TEST_F(CameraListTest, Update_CameraWasSilentBefore_IsReadAgainAndNotWaitedFor)
 {
-    const vusb::Camera camera("faults=strings-silent");
+    const vusb::Camera camera("faults=strings-hang");
     UpdatedIds();
     vusb_journal_clear();
     const auto begin = std::chrono::steady_clock::now();
@@ -451,7 +451,7 @@ TEST_F(CameraListTest, Update_CameraWasSilentBefore_IsReadAgainAndNotWaitedFor)
 TEST_F(CameraListTest, Update_UnpluggedWhileItIsRead_EndsTheReading)
 {
     m_options.stringTime = 1h;
-    const vusb::Camera camera("faults=strings-silent");
+    const vusb::Camera camera("faults=strings-hang");
     List().Update(In(0ms));
     camera.Unplug();
     EXPECT_EQ(UpdatedIds(), Names{});
@@ -461,7 +461,7 @@ TEST_F(CameraListTest, Update_UnpluggedWhileItIsRead_EndsTheReading)
 TEST_F(CameraListTest, Destructor_CameraIsSilent_DoesNotWaitForIt)
 {
     m_options.stringTime = 1h;
-    const vusb::Camera camera("faults=strings-silent");
+    const vusb::Camera camera("faults=strings-hang");
     List().Update(In(0ms));
     EXPECT_EQ(Live().transfers_in_flight, 1U);
     CloseList();
