@@ -124,12 +124,12 @@ GC_ERROR ZrGenTLModuleBase::GetPortURLInfo(uint32_t iURLIndex, URL_INFO_CMD_LIST
 
 std::string ZrGenTLModuleBase::GetName()
 {
-    return _copy(m_portInfo.module);
+    return _portInfo(&_ZR_GENTL_PORT_INFO::module);
 }
 
 std::string ZrGenTLModuleBase::GetId()
 {
-    return _copy(m_id);
+    return m_id;
 }
 
 void ZrGenTLModuleBase::SetUrlList(const std::vector<std::string>& urls)
@@ -146,7 +146,7 @@ GC_ERROR ZrGenTLModuleBase::RegisterEvent(int iEventID, void** phEvent)
     }
     // Looking for a duplicate and appending are one lock hold.
     Locker lock(m_mutex);
-    if (FindEventById(iEventID, false) != nullptr) {
+    if (_findEventById(iEventID, false) != nullptr) {
         return GC_ERR_RESOURCE_IN_USE;
     }
     m_events.reserve(m_events.size() + 1); // so that appending below cannot fail
@@ -171,7 +171,7 @@ GC_ERROR ZrGenTLModuleBase::UnregisterEvent(int iEventID)
     ZrGenTLEvent* event = nullptr;
     {
         Locker lock(m_mutex);
-        event = FindEventById(iEventID, true);
+        event = _findEventById(iEventID, true);
         if (event == nullptr) {
             return GC_ERR_NOT_INITIALIZED; // Quirk Q21: not one of the "unknown" codes
         }
@@ -186,6 +186,11 @@ GC_ERROR ZrGenTLModuleBase::UnregisterEvent(int iEventID)
 ZrGenTLEvent* ZrGenTLModuleBase::FindEventById(int iEventID, bool remove)
 {
     Locker lock(m_mutex);
+    return _findEventById(iEventID, remove);
+}
+
+ZrGenTLEvent* ZrGenTLModuleBase::_findEventById(int iEventID, bool remove)
+{
     const auto found = std::find_if(m_events.begin(), m_events.end(), [&](ZrGenTLEvent* event) {
         return event->GetType() == iEventID;
     });
@@ -199,26 +204,31 @@ ZrGenTLEvent* ZrGenTLModuleBase::FindEventById(int iEventID, bool remove)
     return event;
 }
 
-// Compares addresses and follows none: the handle may be anything.
 ZrGenTLEvent* ZrGenTLModuleBase::FindEventByHandle(void* hEvent)
 {
     Locker lock(m_mutex);
+    return _findEventByHandle(hEvent);
+}
+
+// Compares addresses and follows none: the handle may be anything.
+ZrGenTLEvent* ZrGenTLModuleBase::_findEventByHandle(void* hEvent)
+{
     const auto found = std::find(m_events.begin(), m_events.end(), hEvent);
     return found == m_events.end() ? nullptr : *found;
 }
 
 // Found and entered under one hold of the lock: UnregisterEvent takes the event out under the same
-// lock before it destroys it. The lock is recursive for the nested look-up.
+// lock before it destroys it.
 Pinned<ZrGenTLEvent> ZrGenTLModuleBase::PinEventById(int iEventID)
 {
     Locker lock(m_mutex);
-    return Pinned<ZrGenTLEvent>::TryPin(FindEventById(iEventID, false));
+    return Pinned<ZrGenTLEvent>::TryPin(_findEventById(iEventID, false));
 }
 
 Pinned<ZrGenTLEvent> ZrGenTLModuleBase::PinEventByHandle(void* hEvent)
 {
     Locker lock(m_mutex);
-    return Pinned<ZrGenTLEvent>::TryPin(FindEventByHandle(hEvent));
+    return Pinned<ZrGenTLEvent>::TryPin(_findEventByHandle(hEvent));
 }
 
 void ZrGenTLModuleBase::_destroyEvents()
@@ -239,77 +249,90 @@ void ZrGenTLModuleBase::_destroyEvents()
 }
 
 template <class T>
-T ZrGenTLModuleBase::_copy(const T& field)
+T ZrGenTLModuleBase::_portInfo(T _ZR_GENTL_PORT_INFO::*field)
 {
     Locker lock(m_mutex);
-    return field;
+    return m_portInfo.*field;
 }
 
 // The getters copy their field under the lock and hand it out after releasing it.
 
 GC_ERROR ZrGenTLModuleBase::_getId(int* piType, void* pBuffer, size_t* piSize)
 {
-    return ZrGenTLUtil::CopyInfoString(_copy(m_portInfo.id), piType, pBuffer, piSize);
+    return ZrGenTLUtil::CopyInfoString(_portInfo(&_ZR_GENTL_PORT_INFO::id), piType, pBuffer,
+                                       piSize);
 }
 
 GC_ERROR ZrGenTLModuleBase::_getVendor(int* piType, void* pBuffer, size_t* piSize)
 {
-    return ZrGenTLUtil::CopyInfoString(_copy(m_portInfo.vendor), piType, pBuffer, piSize);
+    return ZrGenTLUtil::CopyInfoString(_portInfo(&_ZR_GENTL_PORT_INFO::vendor), piType, pBuffer,
+                                       piSize);
 }
 
 GC_ERROR ZrGenTLModuleBase::_getModel(int* piType, void* pBuffer, size_t* piSize)
 {
-    return ZrGenTLUtil::CopyInfoString(_copy(m_portInfo.model), piType, pBuffer, piSize);
+    return ZrGenTLUtil::CopyInfoString(_portInfo(&_ZR_GENTL_PORT_INFO::model), piType, pBuffer,
+                                       piSize);
 }
 
 GC_ERROR ZrGenTLModuleBase::_getTLType(int* piType, void* pBuffer, size_t* piSize)
 {
-    return ZrGenTLUtil::CopyInfoString(_copy(m_portInfo.tlType), piType, pBuffer, piSize);
+    return ZrGenTLUtil::CopyInfoString(_portInfo(&_ZR_GENTL_PORT_INFO::tlType), piType, pBuffer,
+                                       piSize);
 }
 
 GC_ERROR ZrGenTLModuleBase::_getModule(int* piType, void* pBuffer, size_t* piSize)
 {
-    return ZrGenTLUtil::CopyInfoString(_copy(m_portInfo.module), piType, pBuffer, piSize);
+    return ZrGenTLUtil::CopyInfoString(_portInfo(&_ZR_GENTL_PORT_INFO::module), piType, pBuffer,
+                                       piSize);
 }
 
 GC_ERROR ZrGenTLModuleBase::_getLittleEndian(int* piType, void* pBuffer, size_t* piSize)
 {
-    return ZrGenTLUtil::CopyInfoBool(_copy(m_portInfo.littleEndian), piType, pBuffer, piSize);
+    return ZrGenTLUtil::CopyInfoBool(_portInfo(&_ZR_GENTL_PORT_INFO::littleEndian), piType, pBuffer,
+                                     piSize);
 }
 
 GC_ERROR ZrGenTLModuleBase::_getBigEndian(int* piType, void* pBuffer, size_t* piSize)
 {
-    return ZrGenTLUtil::CopyInfoBool(_copy(m_portInfo.bigEndian), piType, pBuffer, piSize);
+    return ZrGenTLUtil::CopyInfoBool(_portInfo(&_ZR_GENTL_PORT_INFO::bigEndian), piType, pBuffer,
+                                     piSize);
 }
 
 GC_ERROR ZrGenTLModuleBase::_getAccessRead(int* piType, void* pBuffer, size_t* piSize)
 {
-    return ZrGenTLUtil::CopyInfoBool(_copy(m_portInfo.accessRead), piType, pBuffer, piSize);
+    return ZrGenTLUtil::CopyInfoBool(_portInfo(&_ZR_GENTL_PORT_INFO::accessRead), piType, pBuffer,
+                                     piSize);
 }
 
 GC_ERROR ZrGenTLModuleBase::_getAccessWrite(int* piType, void* pBuffer, size_t* piSize)
 {
-    return ZrGenTLUtil::CopyInfoBool(_copy(m_portInfo.accessWrite), piType, pBuffer, piSize);
+    return ZrGenTLUtil::CopyInfoBool(_portInfo(&_ZR_GENTL_PORT_INFO::accessWrite), piType, pBuffer,
+                                     piSize);
 }
 
 GC_ERROR ZrGenTLModuleBase::_getAccessNA(int* piType, void* pBuffer, size_t* piSize)
 {
-    return ZrGenTLUtil::CopyInfoBool(_copy(m_portInfo.accessNA), piType, pBuffer, piSize);
+    return ZrGenTLUtil::CopyInfoBool(_portInfo(&_ZR_GENTL_PORT_INFO::accessNA), piType, pBuffer,
+                                     piSize);
 }
 
 GC_ERROR ZrGenTLModuleBase::_getAccessNI(int* piType, void* pBuffer, size_t* piSize)
 {
-    return ZrGenTLUtil::CopyInfoBool(_copy(m_portInfo.accessNI), piType, pBuffer, piSize);
+    return ZrGenTLUtil::CopyInfoBool(_portInfo(&_ZR_GENTL_PORT_INFO::accessNI), piType, pBuffer,
+                                     piSize);
 }
 
 GC_ERROR ZrGenTLModuleBase::_getVersion(int* piType, void* pBuffer, size_t* piSize)
 {
-    return ZrGenTLUtil::CopyInfoString(_copy(m_portInfo.version), piType, pBuffer, piSize);
+    return ZrGenTLUtil::CopyInfoString(_portInfo(&_ZR_GENTL_PORT_INFO::version), piType, pBuffer,
+                                       piSize);
 }
 
 GC_ERROR ZrGenTLModuleBase::_getPortName(int* piType, void* pBuffer, size_t* piSize)
 {
-    return ZrGenTLUtil::CopyInfoString(_copy(m_portInfo.portName), piType, pBuffer, piSize);
+    return ZrGenTLUtil::CopyInfoString(_portInfo(&_ZR_GENTL_PORT_INFO::portName), piType, pBuffer,
+                                       piSize);
 }
 
 GC_ERROR ZrGenTLModuleBase::_getURLInfoURL(uint32_t index, int* piType, void* pBuffer,

@@ -101,15 +101,17 @@ protected:
     // whose events refer to its own members (buffers) calls it first.
     void _destroyEvents();
 
-    // Subclass constructors fill it; guarded by m_mutex once the module is registered.
-    _ZR_GENTL_PORT_INFO m_portInfo;
+    // Filled by the constructors of the derived classes.
+    _ZR_GENTL_PORT_INFO m_portInfo ZR_GUARDED_BY(m_mutex);
     // The module mutex. Recursive: module operations re-enter their own module.
     RecursiveMutex m_mutex;
 
 private:
     // A copy of a field, taken under the lock.
     template <class T>
-    T _copy(const T& field) ZR_EXCLUDES(m_mutex);
+    T _portInfo(T _ZR_GENTL_PORT_INFO::*field) ZR_EXCLUDES(m_mutex);
+    ZrGenTLEvent* _findEventById(int iEventID, bool remove) ZR_REQUIRES(m_mutex);
+    ZrGenTLEvent* _findEventByHandle(void* hEvent) ZR_REQUIRES(m_mutex);
 
     ZrGenTLModuleBase* const m_pParent;
     std::vector<ZrGenTLEvent*> m_events ZR_GUARDED_BY(m_mutex);
