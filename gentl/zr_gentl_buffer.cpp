@@ -27,18 +27,31 @@ ZrGenTLBuffer::~ZrGenTLBuffer()
     }
 }
 
+// All under one hold, so that no query sees the size of one image with the format of another.
+// "Being filled" is over with it.
+void ZrGenTLBuffer::DescribeImage(const ZrGenTLImage& image)
+{
+    Locker lock(m_mutex);
+    m_bNewData = true;
+    m_bIncomplete = image.incomplete;
+    _describe(image);
+}
+
+void ZrGenTLBuffer::_describe(const ZrGenTLImage& image)
+{
+    m_nSizeFilled = image.sizeFilled;
+    m_nFrameId = image.frameId;
+    m_nTimestamp = image.timestamp;
+    m_nWidth = image.width;
+    m_nHeight = image.height;
+    m_nPixelFormat = image.pixelFormat;
+}
+
 void ZrGenTLBuffer::UpdateData(size_t sizeFilled, uint64_t frameId, uint64_t timestamp,
                                size_t width, size_t height, uint64_t pixelFormat, uint8_t* data)
 {
     Locker lock(m_mutex);
-    // All six under one hold, so that no query sees the size of one image with the format of
-    // another.
-    m_nSizeFilled = sizeFilled;
-    m_nFrameId = frameId;
-    m_nTimestamp = timestamp;
-    m_nWidth = width;
-    m_nHeight = height;
-    m_nPixelFormat = pixelFormat;
+    _describe({sizeFilled, frameId, timestamp, width, height, pixelFormat, m_bIncomplete});
     if (data == nullptr) {
         return;
     }
@@ -105,6 +118,12 @@ uint8_t* ZrGenTLBuffer::GetBase()
 size_t ZrGenTLBuffer::GetSize()
 {
     return _read(&ZrGenTLBuffer::m_nSize);
+}
+
+std::span<uint8_t> ZrGenTLBuffer::GetMemory()
+{
+    Locker lock(m_mutex);
+    return {m_pBase, m_nSize};
 }
 
 void* ZrGenTLBuffer::GetUserPtr()

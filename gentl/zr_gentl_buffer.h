@@ -2,11 +2,24 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "use_gate.h"
 #include "zr_sync.h"
 #include <zr_u3v_tl/gentl.h>
+
+// An image as a buffer describes it.
+struct ZrGenTLImage
+{
+    size_t sizeFilled = 0; // bytes
+    uint64_t frameId = 0;
+    uint64_t timestamp = 0;
+    size_t width = 0;  // pixels
+    size_t height = 0; // lines
+    uint64_t pixelFormat = 0;
+    bool incomplete = false;
+};
 
 // The record behind a BUFFER_HANDLE: one announced buffer, its state flags and the description of
 // the last image in it. The data stream creates and destroys it; the buffer queue's lists refer to
@@ -21,18 +34,22 @@ public:
     ZrGenTLBuffer(const ZrGenTLBuffer&) = delete;
     ZrGenTLBuffer& operator=(const ZrGenTLBuffer&) = delete;
 
+    // An image has come into the memory: its description and the flags in one step.
+    void DescribeImage(const ZrGenTLImage& image);
+    // The description alone; `data`, when there is any, goes into a consumer's memory.
     void UpdateData(size_t sizeFilled, uint64_t frameId, uint64_t timestamp, size_t width,
-                    size_t height, uint64_t pixelFormat, uint8_t* data);
+                    size_t height, uint64_t pixelFormat, uint8_t* data); // kept
 
     bool IsQueued();
     void SetQueueFlag(bool value);
     void SetNewDataFlag(bool value);
-    void SetIncompleteFlag(bool value);
-    void SetAcquiringFlag(bool value);
+    void SetIncompleteFlag(bool value); // kept
+    void SetAcquiringFlag(bool value);  // kept
 
     // Fixed after construction but for UpdateData with foreign memory.
     uint8_t* GetBase();
     size_t GetSize();
+    std::span<uint8_t> GetMemory();
     void* GetUserPtr();
 
     GC_ERROR GetInfo(int32_t cmd, int32_t* type, void* buffer, size_t* size);
@@ -47,6 +64,7 @@ private:
     T _read(T ZrGenTLBuffer::*member) ZR_EXCLUDES(m_mutex);
     template <class T>
     void _write(T ZrGenTLBuffer::*member, T value) ZR_EXCLUDES(m_mutex);
+    void _describe(const ZrGenTLImage& image) ZR_REQUIRES(m_mutex);
     // How many bytes a copy into the consumer's memory may have.
     size_t _copyCapacity() const ZR_REQUIRES(m_mutex);
 

@@ -1,6 +1,8 @@
 #include "zr_u3v_data_stream.h"
 
+#include <algorithm>
 #include <exception>
+#include <span>
 #include <zr_u3v_tl/u3v_lib.h>
 
 #include "module_failure.h"
@@ -16,12 +18,12 @@ constexpr uint32_t kImageTimeout = 200;      // ms the acquisition thread waits 
 constexpr size_t kAnnounceMinimum = 1;
 constexpr uint32_t kOldestFirst = 0; // the one buffer handling mode
 
-// Bytes of the buffer that hold image data. The missing bytes are another's word: they never exceed
-// the buffer.
-size_t FilledSize(size_t bufferSize, bool incomplete, const IMAGE_HEADER& header)
+// The missing bytes are another's word: they never exceed the buffer.
+ZrGenTLImage ImageOf(const IMAGE_HEADER& header, size_t bufferSize, bool incomplete)
 {
-    const size_t missing = incomplete ? header.nMissingBytes : 0;
-    return missing < bufferSize ? bufferSize - missing : 0;
+    const size_t missing = incomplete ? std::min<size_t>(header.nMissingBytes, bufferSize) : 0;
+    return {bufferSize - missing, header.nBlockId,     header.nTimestamp, header.nSizeX,
+            header.nSizeY,        header.nPixelFormat, incomplete};
 }
 
 } // namespace
@@ -390,10 +392,9 @@ GC_ERROR ZrU3VDataStream::AcquireImage()
         // Quirk Q45: the list is empty, the text says full; log analysers in the field know it so.
         return ZR_FAIL(GC_ERR_ERROR, "%s failed! m_BufferContainer full", __func__);
     }
+    const std::span<uint8_t> memory = buffer->GetMemory();
     IMAGE_HEADER header{};
-    const int32_t status =
-        m_pRemoteDevice->GetImage(buffer->GetBase(), buffer->GetSize(), kImageTimeout, &header);
-    switch (static_cast<uint16_t>(status)) {
+    switch (m_pRemoteDevice->GetImage(memory.data(), memory.size(), kImageTimeout, &header)) {
     case U3V_STATUS_NO_IMAGE_AVAILABLE:
         ZR_TRACE(ZR_TRACE_INFO, "%s DS_STATUS_NO_IMAGE_AVAILABLE", __func__);
         return GC_ERR_NO_DATA;
@@ -402,20 +403,19 @@ GC_ERROR ZrU3VDataStream::AcquireImage()
         return GC_ERR_TIMEOUT;
     case U3V_STATUS_IMAGE_MISSING_PACKETS:
         ZR_TRACE(ZR_TRACE_INFO, "%s DS_STATUS_IMAGE_MISSING_PACKETS", __func__);
-        return _deliver(*buffer, true, header);
+        return _deliver(*buffer, ImageOf(header, memory.size(), true));
     case U3V_STATUS_SUCCESS:
         ZR_TRACE(ZR_TRACE_INFO, "%s U3V_STATUS_SUCCESS", __func__);
-        return _deliver(*buffer, false, header);
+        return _deliver(*buffer, ImageOf(header, memory.size(), false));
     default: return GC_ERR_ERROR;
     }
 }
 
 // Hands the image to the new-buffer event; without an event the buffer just leaves the input list.
-GC_ERROR ZrU3VDataStream::_deliver(ZrGenTLBuffer& buffer, bool incomplete,
-                                   const IMAGE_HEADER& header)
+GC_ERROR ZrU3VDataStream::_deliver(ZrGenTLBuffer& buffer, const ZrGenTLImage& image)
 {
     const auto event = PinEventById(EVENT_NEW_BUFFER);
-    if (!_handOut(buffer, incomplete, header, event.Get())) {
+    if (!_handOut(buffer, image, event.Get())) {
         return GC_ERR_ERROR;
     }
     if (event) {
@@ -426,7 +426,7 @@ GC_ERROR ZrU3VDataStream::_deliver(ZrGenTLBuffer& buffer, bool incomplete,
 
 // Describes the image and moves its buffer from the input list to the event. False for a buffer
 // that was flushed out of the list while its image arrived: it is not delivered any more.
-bool ZrU3VDataStream::_handOut(ZrGenTLBuffer& buffer, bool incomplete, const IMAGE_HEADER& header,
+bool ZrU3VDataStream::_handOut(ZrGenTLBuffer& buffer, const ZrGenTLImage& image,
                                ZrGenTLEvent* event)
 {
     Locker<Mutex> lock(m_bufferMutex);
@@ -438,16 +438,10 @@ bool ZrU3VDataStream::_handOut(ZrGenTLBuffer& buffer, bool incomplete, const IMA
         // the input list, uncounted, for the next one.
         event->Reserve();
     }
-    buffer.SetAcquiringFlag(true);
-    buffer.SetNewDataFlag(true);
-    buffer.SetIncompleteFlag(incomplete);
-    buffer.UpdateData(FilledSize(buffer.GetSize(), incomplete, header), header.nBlockId,
-                      header.nTimestamp, header.nSizeX, header.nSizeY, header.nPixelFormat,
-                      nullptr);
-    buffer.SetAcquiringFlag(false);
+    buffer.DescribeImage(image);
     m_BufferContainer.GetFront(ZR_BUFFER_LIST_INPUT, true);
     {
-        // Counted before it is signalled: who has the buffer finds it in the count.
+        // Counted before it is signalled: a consumer that has the buffer finds it in the count.
         Locker<RecursiveMutex> count(m_mutex);
         ++m_nDelivered;
     }

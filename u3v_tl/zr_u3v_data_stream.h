@@ -5,13 +5,13 @@
 #include <memory>
 #include <string>
 
+#include "image_source.h"
 #include "register_map.h"
 #include "zr_gentl_buffer_queue.h"
 #include "zr_gentl_module_base.h"
 #include "zr_u3v_thread_acquisition.h"
 
 class ZrU3VRemoteDevice;
-struct IMAGE_HEADER;
 
 // The Data Stream module: owns the announced buffers, runs the acquisition thread that fills them
 // from the camera's stream channel, and delivers each through its new-buffer event.
@@ -20,7 +20,7 @@ struct IMAGE_HEADER;
 // WaitForInputBuffer, which are the acquisition thread's. Locks, in this order: m_controlMutex
 // (open, close, start, stop), m_bufferMutex (a buffer's way between the lists and the event), the
 // module's, the queue's and the buffers' own.
-class ZrU3VDataStream : public ZrGenTLModuleBase
+class ZrU3VDataStream : public ZrGenTLModuleBase, public ZrImageSource
 {
 public:
     static constexpr const char* kKindName = "TLDataStream";
@@ -46,18 +46,15 @@ public:
     GC_ERROR QueueBuffer(void* handle);
     GC_ERROR FlushQueue(int32_t operation);
     GC_ERROR StartAcquisition(int32_t flags, uint64_t count);
-    GC_ERROR StopAcquisition(int32_t flags);
+    GC_ERROR StopAcquisition(int32_t flags) override;
     // Tells a running acquisition to end, without waiting for it: the Close that follows does.
     void RequestStop();
     GC_ERROR GetBufferID(uint32_t index, void** handle);
     GC_ERROR GetBufferInfo(void* handle, int32_t cmd, int32_t* type, void* buffer, size_t* size);
     GC_ERROR GetInfo(int32_t cmd, int32_t* type, void* buffer, size_t* size);
 
-    // Fills the first buffer of the input list with the next image and delivers it; waits up to 200
-    // ms for an image.
-    GC_ERROR AcquireImage();
-    // Returns as soon as the input list holds a buffer or the acquisition is to end.
-    void WaitForInputBuffer();
+    GC_ERROR AcquireImage() override;
+    void WaitForInputBuffer() override;
 
 private:
     void _endAcquisition() ZR_REQUIRES(m_controlMutex);
@@ -70,9 +67,8 @@ private:
     void _discardInput() ZR_REQUIRES(m_bufferMutex);
     GC_ERROR _announce(std::unique_ptr<ZrGenTLBuffer> buffer, void** handle)
         ZR_REQUIRES(m_bufferMutex);
-    GC_ERROR _deliver(ZrGenTLBuffer& buffer, bool incomplete, const IMAGE_HEADER& header);
-    bool _handOut(ZrGenTLBuffer& buffer, bool incomplete, const IMAGE_HEADER& header,
-                  ZrGenTLEvent* event);
+    GC_ERROR _deliver(ZrGenTLBuffer& buffer, const ZrGenTLImage& image);
+    bool _handOut(ZrGenTLBuffer& buffer, const ZrGenTLImage& image, ZrGenTLEvent* event);
     bool _isAcquiring();
     bool _hasAllImages();
     void _limitTo(uint64_t count);

@@ -365,17 +365,17 @@ GC_ERROR ZrU3VRemoteDevice::StopAcquisition()
     });
 }
 
-int32_t ZrU3VRemoteDevice::GetImage(void* buffer, size_t capacity, uint32_t timeout,
-                                    IMAGE_HEADER* header)
+uint16_t ZrU3VRemoteDevice::GetImage(void* buffer, size_t capacity, uint32_t timeout,
+                                     IMAGE_HEADER* header)
 {
     const U3V_STREAM_HANDLE stream = m_hStream;
     if (stream == nullptr) {
         ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! DS_STATUS_STREAM_INTERFACE_NOT_OPEN", __func__);
-        return Widen(U3V_STATUS_STREAM_NOT_OPEN);
+        return U3V_STATUS_STREAM_NOT_OPEN;
     }
     const uint16_t status = U3V_GetImageBounded(stream, buffer, capacity, timeout, header);
     if (status != U3V_STATUS_SUCCESS) {
         ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! U3V_GetImage:%d", __func__, status);
     }
-    return Widen(status);
+    return status;
 }

@@ -58,8 +58,8 @@ public:
     void RequestStop();
     GC_ERROR StopAcquisition();
     // Waits up to `timeout` ms for an image and writes at most `capacity` bytes of it. Returns a
-    // U3V status (widened with sign), not a GenTL code.
-    int32_t GetImage(void* buffer, size_t capacity, uint32_t timeout, IMAGE_HEADER* header);
+    // U3V status, not a GenTL code.
+    uint16_t GetImage(void* buffer, size_t capacity, uint32_t timeout, IMAGE_HEADER* header);
     void PollHeartBeat() {} // kept
 
 private:

@@ -5,10 +5,9 @@
 #include <zr_u3v_tl/gentl.h>
 
 #include "zr_trace.h"
-#include "zr_u3v_data_stream.h"
 
-ZrU3VThreadAcquisition::ZrU3VThreadAcquisition(ZrU3VDataStream* pDataStream)
-    : m_pDataStream(pDataStream), m_nNumToAcquire(GENTL_INFINITE)
+ZrU3VThreadAcquisition::ZrU3VThreadAcquisition(ZrImageSource* pSource)
+    : m_pSource(pSource), m_nNumToAcquire(GENTL_INFINITE)
 {
 }
 
@@ -39,16 +38,20 @@ bool ZrU3VThreadAcquisition::IsStopRequested()
     return m_bStop;
 }
 
-bool ZrU3VThreadAcquisition::_hasAcquired(uint64_t acquired)
+ZrU3VThreadAcquisition::Turn ZrU3VThreadAcquisition::_nextTurn(uint64_t acquired)
 {
     Locker<RecursiveMutex> lock(m_mutex);
-    return m_nNumToAcquire != GENTL_INFINITE && acquired >= m_nNumToAcquire;
+    if (m_bStop) {
+        return Turn::End;
+    }
+    const bool complete = m_nNumToAcquire != GENTL_INFINITE && acquired >= m_nNumToAcquire;
+    return complete ? Turn::Complete : Turn::Image;
 }
 
 bool ZrU3VThreadAcquisition::_acquireImage()
 {
     try {
-        return m_pDataStream->AcquireImage() == GC_ERR_SUCCESS;
+        return m_pSource->AcquireImage() == GC_ERR_SUCCESS;
     } catch (const std::exception& exception) {
         ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! %s", __func__,
                  exception.what()); // out of memory: the next pass tries again
@@ -59,18 +62,21 @@ bool ZrU3VThreadAcquisition::_acquireImage()
 void ZrU3VThreadAcquisition::Run()
 {
     uint64_t acquired = 0;
-    while (!IsStopRequested()) {
-        if (_hasAcquired(acquired)) {
+    for (;;) {
+        switch (_nextTurn(acquired)) {
+        case Turn::End: return;
+        case Turn::Complete:
             // Sets the stop flag, which ends the loop; refused while somebody else starts or stops,
             // then tried again.
-            m_pDataStream->StopAcquisition(ACQ_STOP_FLAGS_KILL);
+            m_pSource->StopAcquisition(ACQ_STOP_FLAGS_KILL);
             sched_yield();
-            continue;
-        }
-        if (_acquireImage()) {
-            ++acquired;
-        } else {
-            m_pDataStream->WaitForInputBuffer();
+            break;
+        case Turn::Image:
+            if (_acquireImage()) {
+                ++acquired;
+            } else {
+                m_pSource->WaitForInputBuffer();
+            }
         }
     }
 }

@@ -2,16 +2,15 @@
 
 #include <cstdint>
 
+#include "image_source.h"
 #include "zr_gentl_thread.h"
 
-class ZrU3VDataStream;
-
-// The acquisition thread of a Data Stream: asks the stream for one image after the other until it
-// is stopped or has the requested number. One per stream, started once per acquisition.
+// The acquisition thread of a Data Stream: asks it for one image after the other until it is
+// stopped or has the requested number. One per stream, started once per acquisition.
 class ZrU3VThreadAcquisition : public ZrGenTLThreadBase
 {
 public:
-    explicit ZrU3VThreadAcquisition(ZrU3VDataStream* pDataStream);
+    explicit ZrU3VThreadAcquisition(ZrImageSource* pSource);
     ~ZrU3VThreadAcquisition() override;
     using ZrGenTLThreadBase::Start;
     void Run() override;
@@ -24,10 +23,16 @@ public:
     bool IsStopRequested();
 
 private:
-    bool _hasAcquired(uint64_t acquired);
+    enum class Turn
+    {
+        End,
+        Complete, // all images are there
+        Image
+    };
+    Turn _nextTurn(uint64_t acquired);
     bool _acquireImage();
 
-    ZrU3VDataStream* const m_pDataStream;
+    ZrImageSource* const m_pSource;
     bool m_bStop ZR_GUARDED_BY(m_mutex) = false;
     uint64_t m_nNumToAcquire ZR_GUARDED_BY(m_mutex);
 };

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "allocation_count.h"
+#include "lock_count.h"
 #include "producer_fixture.h"
 #include "usb_tap.h"
 
@@ -79,6 +80,34 @@ TEST_F(SteadyState, Images_AllocateNothing)
     EXPECT_EQ(AllocationsOf(turn), 0u);
     EXPECT_EQ(delivered, 20 + kRounds);
     // Images again without triggers: the stop waits for the transfer in flight.
+    camera.Write<uint32_t>(camera_features::kTriggerMode, 0);
+    images.Stop();
+}
+
+// From the channel's image to the consumer's event; each lock is a chance to wait for somebody.
+TEST_F(SteadyState, Images_TakeTwentyLocksOfTheAcquisitionThreadAtMost)
+{
+    const vusb::Camera device("width=64,height=64,pattern=still");
+    const auto session = OpenSession();
+    const OpenCamera camera(session);
+    ImageStream images(camera, device.PayloadSize(), 4);
+    const Triggers triggers(camera);
+    images.Start();
+    triggers.Fire(2);
+    const auto turn = [&] {
+        const auto image = images.Next();
+        ASSERT_TRUE(image.has_value());
+        images.Queue(image->buffer);
+        triggers.Fire(1);
+    };
+    lock_count::Begin(reinterpret_cast<const void*>(Gentl().GCInitLib));
+    for (uint64_t i = 0; i < kRounds; ++i) {
+        turn();
+    }
+    const uint64_t locks = lock_count::OfWaitingThreads();
+    EXPECT_GE(locks, 10 * kRounds) << "not counted at all";
+    EXPECT_LE(locks, 20 * kRounds);
+    RecordProperty("locks_of_an_image", std::to_string(locks / kRounds));
     camera.Write<uint32_t>(camera_features::kTriggerMode, 0);
     images.Stop();
 }

@@ -65,6 +65,8 @@ TEST_F(BufferTest, NewRecord_ReportsWhatWasAnnounced)
     EXPECT_EQ(Ask(buffer, kUserPtr), Value(10, static_cast<void*>(&user)));
     EXPECT_EQ(buffer.GetBase(), memory);
     EXPECT_EQ(buffer.GetSize(), 16u);
+    EXPECT_EQ(static_cast<void*>(buffer.GetMemory().data()), static_cast<void*>(memory));
+    EXPECT_EQ(buffer.GetMemory().size(), 16u);
     EXPECT_EQ(buffer.GetUserPtr(), &user);
 }
 
@@ -94,6 +96,25 @@ TEST_F(BufferTest, UpdateData_SixValues_AreReported)
     EXPECT_EQ(Ask(buffer, 20), Value(8, uint64_t{0x0108000100000001}));
     EXPECT_EQ(Ask(buffer, 19), Value(12, size_t{1}));
     EXPECT_EQ(Ask(buffer, kBase), Value(10, static_cast<void*>(memory)));
+}
+
+TEST_F(BufferTest, DescribeImage_DescriptionAndFlagsInOneStep)
+{
+    buffer.SetQueueFlag(true);
+    for (const bool incomplete : {true, false}) {
+        buffer.SetNewDataFlag(false);
+        buffer.DescribeImage({7, 11, 12, 13, 14, 15, incomplete});
+        EXPECT_EQ(Ask(buffer, 9), Value(12, size_t{7}));
+        EXPECT_EQ(Ask(buffer, 16), Value(8, uint64_t{11}));
+        EXPECT_EQ(Ask(buffer, 3), Value(8, uint64_t{12}));
+        EXPECT_EQ(Ask(buffer, 10), Value(12, size_t{13}));
+        EXPECT_EQ(Ask(buffer, 11), Value(12, size_t{14}));
+        EXPECT_EQ(Ask(buffer, 20), Value(8, uint64_t{15}));
+        EXPECT_EQ(Ask(buffer, 4), Value(11, true)); // new data
+        EXPECT_EQ(Ask(buffer, 5), Value(11, true)); // queued, as it was
+        EXPECT_EQ(Ask(buffer, 6), Value(11, false));
+        EXPECT_EQ(Ask(buffer, 7), Value(11, incomplete));
+    }
 }
 
 TEST_F(BufferTest, GetInfo_OtherCommands_AreNotImplemented)

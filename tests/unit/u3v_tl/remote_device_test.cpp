@@ -510,12 +510,12 @@ TEST_F(StreamingRemoteDeviceTest, StreamOperations_Refused_AreErrorsWithTheirTex
                                        "StopAcquisition Failed! U3V_AcquisitionStop:32774"}));
 }
 
-TEST_F(OpenRemoteDeviceTest, GetImage_NoStream_IsStreamNotOpenWithSign)
+TEST_F(OpenRemoteDeviceTest, GetImage_NoStream_IsStreamNotOpen)
 {
     const TraceCapture trace;
     IMAGE_HEADER header{};
     char byte = 0;
-    EXPECT_EQ(m_remote.GetImage(&byte, 1, 200, &header), static_cast<int16_t>(0xC016));
+    EXPECT_EQ(m_remote.GetImage(&byte, 1, 200, &header), 0xC016);
     EXPECT_EQ(trace.Lines(),
               Lines{ErrorLine("GetImage Failed! DS_STATUS_STREAM_INTERFACE_NOT_OPEN")});
 }
@@ -526,7 +526,7 @@ TEST_F(StreamingRemoteDeviceTest, GetImage_Status_IsTracedAndPassedOn)
     const TraceCapture trace;
     IMAGE_HEADER header{};
     char byte = 0;
-    EXPECT_EQ(static_cast<uint16_t>(m_remote.GetImage(&byte, 1, 123, &header)), 0xC018);
+    EXPECT_EQ(m_remote.GetImage(&byte, 1, 123, &header), 0xC018);
     EXPECT_EQ(trace.Lines(), Lines{ErrorLine("GetImage Failed! U3V_GetImage:49176")});
     EXPECT_EQ(m_fake.Journal(), Strings{"U3V_GetImage 123"});
 }
