@@ -1,7 +1,6 @@
 // Takes images and lets a second thread end the acquisition: the same calls as in examples/c, with
 // a class for the handles, so that all is closed in the right order whatever happens. By CMake:
-//     find_package(ZrU3vTl REQUIRED)
-//     target_link_libraries(grab_with_events PRIVATE ZrU3vTl::zr_u3v_tl)
+//     find_package(ZrU3vTl REQUIRED), then target_link_libraries(... ZrU3vTl::zr_u3v_tl)
 // Everything is in this file, on purpose: it is to be copied.
 
 #include <array>

@@ -12,9 +12,9 @@ constexpr double kNoImages = 0.01; // per second
 constexpr double kManyImages = 200;
 constexpr uint64_t kDiscoveryTime = 60; // ms of one update while discovering
 
-void Pause(int milliseconds)
+void Pause(int timeMs)
 {
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    std::this_thread::sleep_for(std::chrono::milliseconds(timeMs));
 }
 
 EVENT_TYPE EventOf(Level level)

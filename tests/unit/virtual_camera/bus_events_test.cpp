@@ -38,11 +38,11 @@ struct HotplugLog
 
     libusb_hotplug_callback_handle
     Register(libusb_context* context, int vendor = LIBUSB_HOTPLUG_MATCH_ANY, int flags = 0,
-             int events = LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT)
+             int wanted = LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT)
     {
         libusb_hotplug_callback_handle handle = 0;
         EXPECT_EQ(0, libusb_hotplug_register_callback(
-                         context, events, flags, vendor, LIBUSB_HOTPLUG_MATCH_ANY,
+                         context, wanted, flags, vendor, LIBUSB_HOTPLUG_MATCH_ANY,
                          LIBUSB_HOTPLUG_MATCH_ANY, Note, this, &handle));
         return handle;
     }
