@@ -66,6 +66,9 @@ public:
     void Start(uint64_t images) ZR_EXCLUDES(m_control, m_mutex);
     void Stop(bool kill) ZR_EXCLUDES(m_control, m_mutex);
 
+    // Ends the acquisition; filled buffers stay. On the thread that serves the bus.
+    void CameraHasLeft() { m_receiver->CameraHasLeft(); }
+
     GC_ERROR Info(int32_t command, const InfoOut& out);
     GC_ERROR InfoOf(const Buffer& buffer, int32_t command, const InfoOut& out) const;
     void InfosOf(const Buffer& buffer, std::span<DS_BUFFER_INFO_STACKED> infos) const;

@@ -99,6 +99,10 @@ void Device::_listen(bool on)
 // On the thread that serves the bus.
 void Device::_tellGone()
 {
+    void* const open = _findChild<DataStream>([](const DataStream&) { return true; });
+    if (const auto stream = Handles().Find<DataStream>(open)) {
+        stream->CameraHasLeft();
+    }
     _post(EVENT_ERROR, ErrorRecord(GC_ERR_IO, "the camera " + m_id + " has left the bus"));
 }
 

@@ -28,6 +28,7 @@ public:
     void Stop(bool kill) override;
     bool IsRunning() const override;
     void TargetsAvailable() override;
+    void CameraHasLeft() override;
     StreamStatistics Statistics() const override;
 
 private:
@@ -113,6 +114,13 @@ void Receiver::TargetsAvailable()
 {
     if (const auto session = _session()) {
         session->TargetsAvailable();
+    }
+}
+
+void Receiver::CameraHasLeft()
+{
+    if (const auto session = _session()) {
+        session->CameraHasLeft();
     }
 }
 

@@ -99,6 +99,10 @@ public:
     // The sink has memory again.
     virtual void TargetsAvailable() = 0;
 
+    // The camera has left. Transfers find that by themselves; a receiver that has none under way
+    // ends now, and calls Ended. From any thread except from within the sink.
+    virtual void CameraHasLeft() = 0;
+
     virtual StreamStatistics Statistics() const = 0;
 };
 

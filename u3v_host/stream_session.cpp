@@ -445,6 +445,16 @@ void StreamSession::TargetsAvailable()
     _submitAhead();
 }
 
+void StreamSession::CameraHasLeft()
+{
+    Locker lock(m_mutex);
+    m_gone = true;
+    const bool isOn = m_state == State::Running || m_state == State::Recovering;
+    if (isOn && !m_draining && m_pending == 0) {
+        _endByItself();
+    }
+}
+
 bool StreamSession::IsRunning() const
 {
     Locker lock(m_mutex);

@@ -51,6 +51,8 @@ public:
     // system has kept a transfer: the session has to outlive it.
     bool End(bool kill) ZR_EXCLUDES(m_mutex);
     void TargetsAvailable() ZR_EXCLUDES(m_mutex);
+    // Ends by itself now when no transfer is under way, else when the last one has ended.
+    void CameraHasLeft() ZR_EXCLUDES(m_mutex);
     bool IsRunning() const ZR_EXCLUDES(m_mutex);
     StreamStatistics Statistics() const ZR_EXCLUDES(m_mutex);
 

@@ -164,9 +164,6 @@ void ResetBus()
 void Camera::Leave()
 {
     isGone = true;
-    if (receiver != nullptr) {
-        receiver->End();
-    }
     if (goneListener) {
         goneListener();
     }
@@ -293,7 +290,7 @@ void Receiver::Fail(const u3v_host::Error& error)
     m_sink.Failed(error);
 }
 
-void Receiver::End()
+void Receiver::CameraHasLeft()
 {
     const std::lock_guard lock(m_mutex);
     if (m_running) {

@@ -70,6 +70,7 @@ public:
     void Stop(bool kill) override;
     bool IsRunning() const override;
     void TargetsAvailable() override;
+    void CameraHasLeft() override;
     u3v_host::StreamStatistics Statistics() const override;
 
     // An image with these bytes comes. False when there was no memory for it: the camera waits.
@@ -78,9 +79,6 @@ public:
     void Lose(uint64_t images);
     // The system refuses every transfer.
     void Fail(const u3v_host::Error& error);
-    // Ends by itself, as when the camera leaves.
-    void End();
-
     // A complete Mono8 image of 8x4; `filled` and `dataSize` are Send's.
     static u3v_host::Image SomeImage();
 

@@ -446,6 +446,33 @@ TEST(StreamSession, Unplugged_FilledImagesAreDeliveredTheRestGivenBackAndItEndsO
     EXPECT_EQ(bench.sink.ended, 1U);
 }
 
+// All targets are with the consumer: no transfer tells that the camera has left.
+TEST(StreamSession, CameraHasLeft_NothingUnderWay_EndsAtOnceAndOnce)
+{
+    Bench bench;
+    bench.sink.keeps = true;
+    bench.Send(1, 4);
+    ASSERT_EQ(bench.endpoint.Pending(), 0U);
+    EXPECT_TRUE(bench.session->IsRunning());
+    bench.session->CameraHasLeft();
+    bench.session->CameraHasLeft();
+    EXPECT_FALSE(bench.session->IsRunning());
+    EXPECT_EQ(bench.sink.ended, 1U);
+    EXPECT_EQ(Complete(bench), 4U);
+}
+
+TEST(StreamSession, CameraHasLeft_TransfersUnderWay_EndsWithTheLastOfThem)
+{
+    Bench bench;
+    bench.Send(1, 3);
+    bench.session->CameraHasLeft();
+    EXPECT_EQ(bench.sink.ended, 0U);
+    bench.endpoint.gone = true;
+    bench.Run();
+    EXPECT_EQ(bench.sink.ended, 1U);
+    EXPECT_EQ(bench.sink.Free(), 4U);
+}
+
 // ---- ends
 
 TEST(StreamSession, End_SilentCamera_GivesEveryTargetBackInOrder)
