@@ -1,6 +1,8 @@
 #include "usb_tap.h"
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <time.h>
@@ -17,8 +19,28 @@ namespace {
 std::atomic<int> g_length{-1};
 std::atomic<int64_t> g_lastCompletion{0};
 std::atomic<uint64_t> g_completions{0};
-// The library has one completion routine for all its transfers.
-std::atomic<libusb_transfer_cb_fn> g_callback{nullptr};
+
+// The library's own completion routine of each transfer, by the transfer's address. Addresses are
+// used again, and entries with them; none is removed.
+struct Routine
+{
+    std::atomic<libusb_transfer*> transfer{nullptr};
+    std::atomic<libusb_transfer_cb_fn> callback{nullptr};
+};
+std::array<Routine, 16384> g_routines;
+
+Routine& RoutineOf(libusb_transfer* transfer)
+{
+    const size_t first = reinterpret_cast<uintptr_t>(transfer) / alignof(std::max_align_t);
+    for (size_t i = 0; i < g_routines.size(); ++i) {
+        Routine& routine = g_routines[(first + i) % g_routines.size()];
+        libusb_transfer* known = nullptr;
+        if (routine.transfer.compare_exchange_strong(known, transfer) || known == transfer) {
+            return routine;
+        }
+    }
+    std::abort(); // more transfers than a test has
+}
 
 int64_t Now()
 {
@@ -44,7 +66,7 @@ void LIBUSB_CALL Complete(libusb_transfer* transfer)
     }
     ++g_completions;
     const allocation_count::Counted library;
-    g_callback.load()(transfer);
+    RoutineOf(transfer).callback.load()(transfer);
 }
 
 } // namespace
@@ -72,7 +94,7 @@ int LIBUSB_CALL libusb_submit_transfer(libusb_transfer* transfer)
 {
     static auto* const next = Next<decltype(libusb_submit_transfer)>(__func__);
     if (transfer->callback != Complete) {
-        g_callback = transfer->callback;
+        RoutineOf(transfer).callback = transfer->callback;
         transfer->callback = Complete;
     }
     const allocation_count::Uncounted bus;
@@ -103,4 +125,26 @@ int LIBUSB_CALL libusb_handle_events_timeout(libusb_context* context, timeval* t
     static auto* const next = Next<decltype(libusb_handle_events_timeout)>(__func__);
     const allocation_count::Uncounted bus;
     return next(context, time);
+}
+
+int LIBUSB_CALL libusb_handle_events_timeout_completed(libusb_context* context, timeval* time,
+                                                       int* completed)
+{
+    static auto* const next = Next<decltype(libusb_handle_events_timeout_completed)>(__func__);
+    const allocation_count::Uncounted bus;
+    return next(context, time, completed);
+}
+
+int LIBUSB_CALL libusb_cancel_transfer(libusb_transfer* transfer)
+{
+    static auto* const next = Next<decltype(libusb_cancel_transfer)>(__func__);
+    const allocation_count::Uncounted bus;
+    return next(transfer);
+}
+
+int LIBUSB_CALL libusb_clear_halt(libusb_device_handle* handle, unsigned char endpoint)
+{
+    static auto* const next = Next<decltype(libusb_clear_halt)>(__func__);
+    const allocation_count::Uncounted bus;
+    return next(handle, endpoint);
 }
