@@ -124,6 +124,7 @@ TEST_F(StreamTrouble, Unplugged_WhileStreaming_FilledImagesAreDeliveredAndAllEls
         ASSERT_TRUE(image);
         EXPECT_TRUE(std::ranges::equal(image->bytes, bytes));
     }
+    EXPECT_THROW(images->Stop(), consumer::GenTLError) << "the camera cannot be told any more";
     EXPECT_EQ(Gentl().DSStopAcquisition(opened->Stream().Handle(), ACQ_STOP_FLAGS_DEFAULT),
               GC_ERR_SUCCESS);
     EXPECT_EQ(Gentl().DSStartAcquisition(opened->Stream().Handle(), ACQ_START_FLAGS_DEFAULT, 1),

@@ -1,9 +1,17 @@
 #include "standard_camera.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <thread>
 
 namespace standard_tests {
+
+// Unless somebody wants another one.
+void StandardProducer::SetUp()
+{
+    setenv("ZR_TEST_PRODUCER", ZR_STANDARD_PRODUCER, 0);
+    ProducerTest::SetUp();
+}
 
 void StandardProducer::Open(const std::string& options, DEVICE_ACCESS_FLAGS access)
 {

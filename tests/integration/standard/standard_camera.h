@@ -17,6 +17,7 @@ using consumer::BufferMemory;
 class StandardProducer : public ProducerTest
 {
 protected:
+    void SetUp() override;
     // Plugs a camera with these options and opens it.
     void Open(const std::string& options, DEVICE_ACCESS_FLAGS access = DEVICE_ACCESS_EXCLUSIVE);
     // Announces and queues buffers of the payload's size, or of another.
