@@ -66,17 +66,19 @@ bool Session::Update(const Search& search) const
     constexpr std::chrono::milliseconds kPause{10}; // not every producer takes the time it is given
     const auto end = std::chrono::steady_clock::now() + search.patience;
     bool anyChanged = false;
+    bool anyDone = false;
     for (;;) {
         bool8_t changed = false;
         const GC_ERROR status =
             m_producer.IFUpdateDeviceList(m_interface, &changed, search.update_ms);
         anyChanged = anyChanged || changed;
         const bool isOver = std::chrono::steady_clock::now() >= end;
-        if (status != GC_ERR_TIMEOUT || isOver) {
+        anyDone = anyDone || status == GC_ERR_SUCCESS;
+        if (status != GC_ERR_TIMEOUT || (isOver && !anyDone)) {
             m_producer.Check(status, "IFUpdateDeviceList");
-            if (_listed() >= search.cameras || isOver) {
-                return anyChanged;
-            }
+        }
+        if (isOver || (status == GC_ERR_SUCCESS && _listed() >= search.cameras)) {
+            return anyChanged;
         }
         std::this_thread::sleep_for(kPause);
     }
