@@ -170,6 +170,13 @@ void Sink::GiveBack(const Target& target)
     --taken;
 }
 
+bool Sink::Holds(const uint8_t* byte) const
+{
+    return std::any_of(m_buffers.begin(), m_buffers.end(), [byte](const auto& buffer) {
+        return byte >= buffer->memory.data() && byte < buffer->memory.data() + buffer->size;
+    });
+}
+
 void Sink::Requeue()
 {
     m_free.insert(m_free.end(), m_kept.begin(), m_kept.end());

@@ -101,6 +101,8 @@ public:
     size_t ended = 0;
     size_t taken = 0;
     size_t Free() const { return m_free.size(); }
+    // Whether the byte lies in the memory of one of the targets.
+    bool Holds(const uint8_t* byte) const;
 
 private:
     struct Buffer

@@ -149,6 +149,17 @@ bool Endpoint::Step()
     return moved;
 }
 
+std::vector<const uint8_t*> Endpoint::BuffersOfLength(int length) const
+{
+    std::vector<const uint8_t*> buffers;
+    for (const HostTransfer& one : m_pending) {
+        if (one.transfer->length == length) {
+            buffers.push_back(one.transfer->buffer);
+        }
+    }
+    return buffers;
+}
+
 void Endpoint::Run()
 {
     while (Step()) {

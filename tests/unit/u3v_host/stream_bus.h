@@ -41,6 +41,8 @@ public:
 
     size_t Waiting() const { return m_packets.size(); } // packets of the camera
     size_t Pending() const { return m_pending.size(); } // transfers of the host
+    // Where the host's transfers of that length are received.
+    std::vector<const uint8_t*> BuffersOfLength(int length) const;
 
     // What the host sees.
     int refuse = 0;                // result of submissions instead of taking them
