@@ -37,6 +37,17 @@ protected:
     DS_HANDLE m_stream = nullptr;
 };
 
+// What the stand-in was called for, without what the interface's own thread asks it for all the
+// while.
+std::vector<std::string> CallsForTheCamera()
+{
+    std::vector<std::string> calls = FakeU3V::Instance().Journal();
+    std::erase_if(calls, [](const std::string& call) {
+        return call == "U3V_DiscoveryDevices" || call.find("U3V_GetDeviceInfo") == 0;
+    });
+    return calls;
+}
+
 // ---- a handle of another kind is as good as none
 
 TEST_F(OpenTree, SystemFunction_OtherKinds_InvalidHandle)
@@ -293,7 +304,7 @@ TEST_F(OpenTree, DevClose_StreamThenRemoteDeviceThenCamera)
     EXPECT_EQ(DevClose(m_device), 0);
     EXPECT_EQ(closingStream, (Statuses{-1006, 0, -1006}));
     EXPECT_EQ(closingControl, (Statuses{-1006, -1006, -1006}));
-    EXPECT_EQ(FakeU3V::Instance().Journal(),
+    EXPECT_EQ(CallsForTheCamera(),
               (std::vector<std::string>{"U3V_CloseStream", "U3V_CloseControl", "U3V_CloseDevice"}));
 }
 
