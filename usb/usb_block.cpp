@@ -79,19 +79,19 @@ UsbBlock UsbBlock::AllocateForDevice(const UsbHandlePtr& device, size_t size)
 UsbBlockSource::UsbBlockSource(UsbHandlePtr device) : m_device(std::move(device))
 {
     m_reserve.reserve(kReserveBlocks);
-    while (m_bDeviceMemory && m_reserve.size() < kReserveBlocks) {
+    while (m_deviceMemory && m_reserve.size() < kReserveBlocks) {
         m_reserve.push_back(UsbBlock::AllocateForDevice(m_device, kReserveBlockSize));
-        m_bDeviceMemory = m_reserve.back().Data() != nullptr;
+        m_deviceMemory = m_reserve.back().Data() != nullptr;
     }
 }
 
 UsbBlock UsbBlockSource::Allocate(size_t size)
 {
-    if (m_bDeviceMemory) {
+    if (m_deviceMemory) {
         if (UsbBlock block = UsbBlock::AllocateForDevice(m_device, size); block.Data() != nullptr) {
             return block;
         }
-        m_bDeviceMemory = size == 0; // the rest is as good as taken
+        m_deviceMemory = size == 0; // the rest is as good as taken
     }
     return UsbBlock::Allocate(size);
 }

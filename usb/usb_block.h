@@ -75,6 +75,6 @@ public:
 
 private:
     const UsbHandlePtr m_device;
-    bool m_bDeviceMemory = true; // none was refused so far
+    bool m_deviceMemory = true; // none was refused so far
     std::vector<UsbBlock> m_reserve;
 };
