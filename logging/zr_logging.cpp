@@ -63,8 +63,8 @@ private:
 __attribute__((init_priority(101))) ZrLogger g_logger;
 
 ZrLogger::ZrLogger()
-    : m_bInitialised(false), m_bFileLogging(false), m_bReserved(false), m_pFile(nullptr),
-      m_nLevelMask(kAllLevels)
+    : m_initialised(false), m_fileLogging(false), m_reserved(false), m_file(nullptr),
+      m_levelMask(kAllLevels)
 {
     pthread_mutex_init(&m_mutex, nullptr);
 }
@@ -73,9 +73,9 @@ ZrLogger::~ZrLogger()
 {
     {
         MutexHold hold(m_mutex);
-        if (m_pFile != nullptr) {
-            fclose(m_pFile);
-            m_pFile = nullptr;
+        if (m_file != nullptr) {
+            fclose(m_file);
+            m_file = nullptr;
         }
     }
     if (this == &g_logger) {
@@ -87,7 +87,7 @@ ZrLogger::~ZrLogger()
 bool ZrLogger::Init(bool enable, char* path, ZrLogLevel level)
 {
     MutexHold hold(m_mutex);
-    if (m_bInitialised) {
+    if (m_initialised) {
         return false;
     }
     if (!enable) {
@@ -95,18 +95,18 @@ bool ZrLogger::Init(bool enable, char* path, ZrLogLevel level)
     }
     if (path != nullptr) {
         // Quirk Q02: an open that fails is not reported; the logger is on and writes nothing.
-        m_pFile = fopen(path[0] == '\0' ? "log.txt" : path, "w+e");
+        m_file = fopen(path[0] == '\0' ? "log.txt" : path, "w+e");
     }
-    m_bFileLogging = true;
-    m_bReserved = false;
-    m_nLevelMask = level;
-    m_bInitialised = true;
+    m_fileLogging = true;
+    m_reserved = false;
+    m_levelMask = level;
+    m_initialised = true;
     return true;
 }
 
 void ZrLogger::SetLevel(ZrLogLevel level)
 {
-    m_nLevelMask = level;
+    m_levelMask = level;
 }
 
 void ZrLogger::SetFileLoggingEnable(bool /*enable*/, char* /*path*/)
@@ -120,7 +120,7 @@ void ZrLogger::Trace(ZrLogLevel level, const char* format, ...)
         return;
     }
     MutexHold hold(m_mutex);
-    if ((m_nLevelMask & level) == 0) {
+    if ((m_levelMask & level) == 0) {
         return;
     }
     char line[kLineSize] = {};
@@ -132,8 +132,8 @@ void ZrLogger::Trace(ZrLogLevel level, const char* format, ...)
     if (length < 0) {
         line[prefix] = '\0'; // a message that cannot be formatted: the prefix alone
     }
-    if (m_bFileLogging && m_pFile != nullptr) {
-        fprintf(m_pFile, "%s\n", line);
-        fflush(m_pFile); // after a crash the log is complete
+    if (m_fileLogging && m_file != nullptr) {
+        fprintf(m_file, "%s\n", line);
+        fflush(m_file); // after a crash the log is complete
     }
 }

@@ -55,12 +55,12 @@ public:
         __attribute__((format(printf, 3, 4)));
 
 private:
-    bool m_bInitialised;
-    bool m_bFileLogging;
-    bool m_bReserved;
+    bool m_initialised;
+    bool m_fileLogging;
+    bool m_reserved;
     pthread_mutex_t m_mutex; // guards everything but the mask
-    FILE* m_pFile;
-    std::atomic<uint32_t> m_nLevelMask;
+    FILE* m_file;
+    std::atomic<uint32_t> m_levelMask;
 };
 
 /// The one logger that the library writes to. Exists before any code of the library runs.
