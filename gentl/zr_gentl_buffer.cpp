@@ -7,23 +7,23 @@
 
 ZrGenTLBuffer::ZrGenTLBuffer(void* buffer, size_t size, bool allocate, void* userPtr,
                              const char* tlType)
-    : m_pBase(static_cast<uint8_t*>(buffer)), m_nSize(size), m_pUserPtr(userPtr),
+    : m_base(static_cast<uint8_t*>(buffer)), m_size(size), m_userPtr(userPtr),
       // Quirk Q17: the buffers of this USB3 Vision producer name "GEV" as their transport layer.
-      m_strTLType(tlType != nullptr ? tlType : "GEV"), m_bConsumerMemory(buffer != nullptr)
+      m_tlType(tlType != nullptr ? tlType : "GEV"), m_consumerMemory(buffer != nullptr)
 {
     // Last, because nothing after it can throw and leave the memory behind.
     if (buffer == nullptr && allocate) {
-        m_pBase = new uint8_t[size];
-        m_bAllocated = true;
+        m_base = new uint8_t[size];
+        m_allocated = true;
     }
 }
 
 // A consumer's memory stays the consumer's; what was adopted in UpdateData is not ours either.
 ZrGenTLBuffer::~ZrGenTLBuffer()
 {
-    if (m_bAllocated) {
-        delete[] m_pBase;
-        m_pBase = nullptr;
+    if (m_allocated) {
+        delete[] m_base;
+        m_base = nullptr;
     }
 }
 
@@ -32,34 +32,34 @@ ZrGenTLBuffer::~ZrGenTLBuffer()
 void ZrGenTLBuffer::DescribeImage(const ZrGenTLImage& image)
 {
     Locker lock(m_mutex);
-    m_bNewData = true;
-    m_bIncomplete = image.incomplete;
+    m_newData = true;
+    m_incomplete = image.incomplete;
     _describe(image);
 }
 
 void ZrGenTLBuffer::_describe(const ZrGenTLImage& image)
 {
-    m_nSizeFilled = image.sizeFilled;
-    m_nFrameId = image.frameId;
-    m_nTimestamp = image.timestamp;
-    m_nWidth = image.width;
-    m_nHeight = image.height;
-    m_nPixelFormat = image.pixelFormat;
+    m_sizeFilled = image.sizeFilled;
+    m_frameId = image.frameId;
+    m_timestamp = image.timestamp;
+    m_width = image.width;
+    m_height = image.height;
+    m_pixelFormat = image.pixelFormat;
 }
 
 void ZrGenTLBuffer::UpdateData(size_t sizeFilled, uint64_t frameId, uint64_t timestamp,
                                size_t width, size_t height, uint64_t pixelFormat, uint8_t* data)
 {
     Locker lock(m_mutex);
-    _describe({sizeFilled, frameId, timestamp, width, height, pixelFormat, m_bIncomplete});
+    _describe({sizeFilled, frameId, timestamp, width, height, pixelFormat, m_incomplete});
     if (data == nullptr) {
         return;
     }
-    if (m_bConsumerMemory && m_pBase != nullptr) {
+    if (m_consumerMemory && m_base != nullptr) {
         // The source may lie in the buffer itself.
-        memmove(m_pBase, data, std::min(_copyCapacity(), sizeFilled));
-    } else if (!m_bAllocated) {
-        m_pBase = data;
+        memmove(m_base, data, std::min(_copyCapacity(), sizeFilled));
+    } else if (!m_allocated) {
+        m_base = data;
     }
 }
 
@@ -67,8 +67,8 @@ size_t ZrGenTLBuffer::_copyCapacity() const
 {
     // Quirk Q18: the size counts as a signed 32-bit value here. From 2 GiB on that is too small, or
     // negative; a negative one means nothing, the real size bounds the copy then.
-    const auto size32 = static_cast<int32_t>(m_nSize);
-    return size32 < 0 ? m_nSize : static_cast<size_t>(size32);
+    const auto size32 = static_cast<int32_t>(m_size);
+    return size32 < 0 ? m_size : static_cast<size_t>(size32);
 }
 
 template <class T>
@@ -87,48 +87,48 @@ void ZrGenTLBuffer::_write(T ZrGenTLBuffer::*member, T value)
 
 bool ZrGenTLBuffer::IsQueued()
 {
-    return _read(&ZrGenTLBuffer::m_bQueued);
+    return _read(&ZrGenTLBuffer::m_queued);
 }
 
 void ZrGenTLBuffer::SetQueueFlag(bool value)
 {
-    _write(&ZrGenTLBuffer::m_bQueued, value);
+    _write(&ZrGenTLBuffer::m_queued, value);
 }
 
 void ZrGenTLBuffer::SetNewDataFlag(bool value)
 {
-    _write(&ZrGenTLBuffer::m_bNewData, value);
+    _write(&ZrGenTLBuffer::m_newData, value);
 }
 
 void ZrGenTLBuffer::SetIncompleteFlag(bool value)
 {
-    _write(&ZrGenTLBuffer::m_bIncomplete, value);
+    _write(&ZrGenTLBuffer::m_incomplete, value);
 }
 
 void ZrGenTLBuffer::SetAcquiringFlag(bool value)
 {
-    _write(&ZrGenTLBuffer::m_bAcquiring, value);
+    _write(&ZrGenTLBuffer::m_acquiring, value);
 }
 
 uint8_t* ZrGenTLBuffer::GetBase()
 {
-    return _read(&ZrGenTLBuffer::m_pBase);
+    return _read(&ZrGenTLBuffer::m_base);
 }
 
 size_t ZrGenTLBuffer::GetSize()
 {
-    return _read(&ZrGenTLBuffer::m_nSize);
+    return _read(&ZrGenTLBuffer::m_size);
 }
 
 std::span<uint8_t> ZrGenTLBuffer::GetMemory()
 {
     Locker lock(m_mutex);
-    return {m_pBase, m_nSize};
+    return {m_base, m_size};
 }
 
 void* ZrGenTLBuffer::GetUserPtr()
 {
-    return _read(&ZrGenTLBuffer::m_pUserPtr);
+    return _read(&ZrGenTLBuffer::m_userPtr);
 }
 
 GC_ERROR ZrGenTLBuffer::GetInfo(int32_t cmd, int32_t* type, void* buffer, size_t* size)
@@ -179,12 +179,12 @@ GC_ERROR ZrGenTLBuffer::_getUserPtr(int32_t* type, void* buffer, size_t* size)
 
 GC_ERROR ZrGenTLBuffer::_getTimeStamp(int32_t* type, void* buffer, size_t* size)
 {
-    return ZrGenTLUtil::CopyInfoUint64(_read(&ZrGenTLBuffer::m_nTimestamp), type, buffer, size);
+    return ZrGenTLUtil::CopyInfoUint64(_read(&ZrGenTLBuffer::m_timestamp), type, buffer, size);
 }
 
 GC_ERROR ZrGenTLBuffer::_getIsNewData(int32_t* type, void* buffer, size_t* size)
 {
-    return ZrGenTLUtil::CopyInfoBool(_read(&ZrGenTLBuffer::m_bNewData), type, buffer, size);
+    return ZrGenTLUtil::CopyInfoBool(_read(&ZrGenTLBuffer::m_newData), type, buffer, size);
 }
 
 GC_ERROR ZrGenTLBuffer::_getIsQueued(int32_t* type, void* buffer, size_t* size)
@@ -194,48 +194,48 @@ GC_ERROR ZrGenTLBuffer::_getIsQueued(int32_t* type, void* buffer, size_t* size)
 
 GC_ERROR ZrGenTLBuffer::_getIsAcquiring(int32_t* type, void* buffer, size_t* size)
 {
-    return ZrGenTLUtil::CopyInfoBool(_read(&ZrGenTLBuffer::m_bAcquiring), type, buffer, size);
+    return ZrGenTLUtil::CopyInfoBool(_read(&ZrGenTLBuffer::m_acquiring), type, buffer, size);
 }
 
 GC_ERROR ZrGenTLBuffer::_getIsIncomplete(int32_t* type, void* buffer, size_t* size)
 {
-    return ZrGenTLUtil::CopyInfoBool(_read(&ZrGenTLBuffer::m_bIncomplete), type, buffer, size);
+    return ZrGenTLUtil::CopyInfoBool(_read(&ZrGenTLBuffer::m_incomplete), type, buffer, size);
 }
 
 GC_ERROR ZrGenTLBuffer::_getTLType(int32_t* type, void* buffer, size_t* size)
 {
-    return ZrGenTLUtil::CopyInfoString(_read(&ZrGenTLBuffer::m_strTLType), type, buffer, size);
+    return ZrGenTLUtil::CopyInfoString(_read(&ZrGenTLBuffer::m_tlType), type, buffer, size);
 }
 
 GC_ERROR ZrGenTLBuffer::_getSizeFilled(int32_t* type, void* buffer, size_t* size)
 {
-    return ZrGenTLUtil::CopyInfoSizeT(_read(&ZrGenTLBuffer::m_nSizeFilled), type, buffer, size);
+    return ZrGenTLUtil::CopyInfoSizeT(_read(&ZrGenTLBuffer::m_sizeFilled), type, buffer, size);
 }
 
 // The three that describe an image are unknown while they are 0.
 
 GC_ERROR ZrGenTLBuffer::_getWidth(int32_t* type, void* buffer, size_t* size)
 {
-    const size_t width = _read(&ZrGenTLBuffer::m_nWidth);
+    const size_t width = _read(&ZrGenTLBuffer::m_width);
     return width == 0 ? GC_ERR_NOT_IMPLEMENTED
                       : ZrGenTLUtil::CopyInfoSizeT(width, type, buffer, size);
 }
 
 GC_ERROR ZrGenTLBuffer::_getHeight(int32_t* type, void* buffer, size_t* size)
 {
-    const size_t height = _read(&ZrGenTLBuffer::m_nHeight);
+    const size_t height = _read(&ZrGenTLBuffer::m_height);
     return height == 0 ? GC_ERR_NOT_IMPLEMENTED
                        : ZrGenTLUtil::CopyInfoSizeT(height, type, buffer, size);
 }
 
 GC_ERROR ZrGenTLBuffer::_getFrameId(int32_t* type, void* buffer, size_t* size)
 {
-    return ZrGenTLUtil::CopyInfoUint64(_read(&ZrGenTLBuffer::m_nFrameId), type, buffer, size);
+    return ZrGenTLUtil::CopyInfoUint64(_read(&ZrGenTLBuffer::m_frameId), type, buffer, size);
 }
 
 GC_ERROR ZrGenTLBuffer::_getPixelFormat(int32_t* type, void* buffer, size_t* size)
 {
-    const uint64_t pixelFormat = _read(&ZrGenTLBuffer::m_nPixelFormat);
+    const uint64_t pixelFormat = _read(&ZrGenTLBuffer::m_pixelFormat);
     return pixelFormat == 0 ? GC_ERR_NOT_IMPLEMENTED
                             : ZrGenTLUtil::CopyInfoUint64(pixelFormat, type, buffer, size);
 }

@@ -21,7 +21,7 @@ static_assert(std::is_polymorphic_v<ZrGenTLEvent>);
 
 } // namespace
 
-ZrGenTLEvent::ZrGenTLEvent(int32_t type) : m_nType(type), m_EventHandler(kEntryBit)
+ZrGenTLEvent::ZrGenTLEvent(int32_t type) : m_type(type), m_eventHandler(kEntryBit)
 {
 }
 
@@ -29,7 +29,7 @@ ZrGenTLEvent::ZrGenTLEvent(int32_t type) : m_nType(type), m_EventHandler(kEntryB
 // entries are their producers' property and are left alone.
 ZrGenTLEvent::~ZrGenTLEvent()
 {
-    m_EventHandler.Kill();
+    m_eventHandler.Kill();
 }
 
 ZrGenTLEvent* ZrGenTLEvent::Create(int32_t type)
@@ -53,7 +53,7 @@ void ZrGenTLEvent::Destroy(ZrGenTLEvent* event)
     event->Close();
     event->m_gate.ShutAndWait();
     // The type stands in for the virtual destructor that the classes do not have.
-    switch (event->m_nType) {
+    switch (event->m_type) {
     case EVENT_ERROR: delete static_cast<ZrGenTLEventError*>(event); break;
     case EVENT_NEW_BUFFER: delete static_cast<ZrGenTLEventNewBuffer*>(event); break;
     case EVENT_REMOTE_DEVICE: delete static_cast<ZrGenTLEventRemoteDevice*>(event); break;
@@ -69,25 +69,25 @@ void ZrGenTLEvent::Destroy(ZrGenTLEvent* event)
 // Under the queue's lock, which Flush holds as well: after this no Flush takes the kill bits back.
 void ZrGenTLEvent::Close()
 {
-    Locker lock(m_DataQueue.GetMutex());
+    Locker lock(m_dataQueue.GetMutex());
     m_closing = true;
-    m_DataQueue.Clear();
-    m_EventHandler.Kill();
+    m_dataQueue.Clear();
+    m_eventHandler.Kill();
 }
 
 void ZrGenTLEvent::SetEventSizeMax(size_t size)
 {
-    m_nEventSizeMax = size;
+    m_eventSizeMax = size;
 }
 
 void ZrGenTLEvent::SetEventInfoDataSizeMax(size_t size)
 {
-    m_nEventInfoDataSizeMax = size;
+    m_eventInfoDataSizeMax = size;
 }
 
 void ZrGenTLEvent::Reserve()
 {
-    m_DataQueue.Reserve();
+    m_dataQueue.Reserve();
 }
 
 void ZrGenTLEvent::Signal(void* entry)
@@ -100,18 +100,18 @@ void ZrGenTLEvent::Add(void* entry)
 {
     // One step, or a consumer that empties the queue in between would leave the bit set for
     // nothing, or cleared with an entry waiting.
-    Locker lock(m_DataQueue.GetMutex());
+    Locker lock(m_dataQueue.GetMutex());
     if (m_closing) {
         return;
     }
-    m_DataQueue.Add(entry);
-    m_EventHandler.MarkEvent(kEntryBit);
+    m_dataQueue.Add(entry);
+    m_eventHandler.MarkEvent(kEntryBit);
 }
 
 // Without the queue's lock, which the waiter takes next.
 void ZrGenTLEvent::Wake()
 {
-    m_EventHandler.WakeFor(kEntryBit);
+    m_eventHandler.WakeFor(kEntryBit);
 }
 
 GC_ERROR ZrGenTLEvent::GetData(void* buffer, size_t* size, uint64_t timeout)
@@ -121,7 +121,7 @@ GC_ERROR ZrGenTLEvent::GetData(void* buffer, size_t* size, uint64_t timeout)
         return status;
     }
     // Quirk Q11: the wait takes the low 32 bits of the time-out, as a signed value.
-    const uint32_t bits = m_EventHandler.WaitForEvent(static_cast<int32_t>(timeout));
+    const uint32_t bits = m_eventHandler.WaitForEvent(static_cast<int32_t>(timeout));
     // Kill wins over waiting entries: a consumer that shuts down does not want one more image.
     if ((bits & ZrEventHandler_U3V::kKillBits) != 0) {
         return GC_ERR_ABORT;
@@ -134,13 +134,13 @@ GC_ERROR ZrGenTLEvent::GetData(void* buffer, size_t* size, uint64_t timeout)
 
 bool ZrGenTLEvent::_takeFront(void* buffer, size_t* size)
 {
-    Locker lock(m_DataQueue.GetMutex());
+    Locker lock(m_dataQueue.GetMutex());
     if (m_closing) {
         return false;
     }
     // Quirk Q12: when another waiter took the last entry, this one succeeds without data; and the
     // size is never updated.
-    if (void* const entry = m_DataQueue.GetFront(true); entry != nullptr) {
+    if (void* const entry = m_dataQueue.GetFront(true); entry != nullptr) {
         DoEventGetData(entry, buffer, size);
     }
     _resetIfEmpty();
@@ -149,8 +149,8 @@ bool ZrGenTLEvent::_takeFront(void* buffer, size_t* size)
 
 void ZrGenTLEvent::_resetIfEmpty()
 {
-    if (m_DataQueue.GetSize() == 0) {
-        m_EventHandler.ResetEvent(kEntryBit);
+    if (m_dataQueue.GetSize() == 0) {
+        m_eventHandler.ResetEvent(kEntryBit);
     }
 }
 
@@ -167,9 +167,9 @@ GC_ERROR ZrGenTLEvent::GetDataInfo(const void* data, size_t dataSize, int32_t cm
     // as zero; nothing beyond the caller's bytes is touched. A size of 0 tells nothing about the
     // record: it is taken to be whole. Copied before the caller's buffer is cleared: the two may
     // overlap.
-    const size_t told = dataSize != 0 ? dataSize : m_nEventSizeMax;
+    const size_t told = dataSize != 0 ? dataSize : m_eventSizeMax;
     uint8_t record[kLargestRecord] = {};
-    memcpy(record, data, std::min({told, m_nEventSizeMax, sizeof record}));
+    memcpy(record, data, std::min({told, m_eventSizeMax, sizeof record}));
     ZrGenTLUtil::ClearInfoBuffer(buffer, size);
     return DoEventGetDataInfo(record, cmd, type, buffer, size);
 }
@@ -181,51 +181,51 @@ GC_ERROR ZrGenTLEvent::GetInfo(int32_t cmd, int32_t* type, void* buffer, size_t*
     }
     ZrGenTLUtil::ClearInfoBuffer(buffer, size);
     switch (cmd) {
-    case EVENT_EVENT_TYPE: return ZrGenTLUtil::CopyInfoInt32(m_nType, type, buffer, size);
+    case EVENT_EVENT_TYPE: return ZrGenTLUtil::CopyInfoInt32(m_type, type, buffer, size);
     case EVENT_NUM_IN_QUEUE:
-        return ZrGenTLUtil::CopyInfoSizeT(m_DataQueue.GetSize(), type, buffer, size);
-    case EVENT_SIZE_MAX: return ZrGenTLUtil::CopyInfoSizeT(m_nEventSizeMax, type, buffer, size);
+        return ZrGenTLUtil::CopyInfoSizeT(m_dataQueue.GetSize(), type, buffer, size);
+    case EVENT_SIZE_MAX: return ZrGenTLUtil::CopyInfoSizeT(m_eventSizeMax, type, buffer, size);
     case EVENT_INFO_DATA_SIZE_MAX:
-        return ZrGenTLUtil::CopyInfoSizeT(m_nEventInfoDataSizeMax, type, buffer, size);
+        return ZrGenTLUtil::CopyInfoSizeT(m_eventInfoDataSizeMax, type, buffer, size);
     default: return GC_ERR_NOT_IMPLEMENTED; // EVENT_NUM_FIRED too: nothing counts
     }
 }
 
 GC_ERROR ZrGenTLEvent::Flush()
 {
-    Locker lock(m_DataQueue.GetMutex());
-    while (m_DataQueue.GetSize() != 0) {
-        if (void* const entry = m_DataQueue.GetFront(true); entry != nullptr) {
+    Locker lock(m_dataQueue.GetMutex());
+    while (m_dataQueue.GetSize() != 0) {
+        if (void* const entry = m_dataQueue.GetFront(true); entry != nullptr) {
             DoFlushEntry(entry);
         }
     }
-    m_EventHandler.ResetEvent(kEntryBit);
+    m_eventHandler.ResetEvent(kEntryBit);
     // An event on its way out keeps its kill bits: a waiter that came back to life would hold up
     // its destruction.
     if (!m_closing) {
-        m_EventHandler.ResetEvent(ZrEventHandler_U3V::kKillBits);
+        m_eventHandler.ResetEvent(ZrEventHandler_U3V::kKillBits);
     }
     return GC_ERR_SUCCESS;
 }
 
 GC_ERROR ZrGenTLEvent::Kill()
 {
-    m_EventHandler.Kill();
+    m_eventHandler.Kill();
     return GC_ERR_SUCCESS;
 }
 
 void ZrGenTLEvent::RemoveEntry(void* entry)
 {
-    Locker lock(m_DataQueue.GetMutex());
+    Locker lock(m_dataQueue.GetMutex());
     // An entry that a consumer is copying at this moment is copied under the same lock: when we get
     // it, the copy is complete.
-    m_DataQueue.Remove(entry);
+    m_dataQueue.Remove(entry);
     _resetIfEmpty();
 }
 
 size_t ZrGenTLEvent::GetNumInQueue()
 {
-    return m_DataQueue.GetSize();
+    return m_dataQueue.GetSize();
 }
 
 void ZrGenTLEvent::DoFlushEntry(void* /*entry*/)
@@ -238,8 +238,8 @@ GC_ERROR ZrGenTLEvent::_validateEventGetDataParam(const void* buffer, size_t* si
         return GC_ERR_INVALID_PARAMETER;
     }
     // Too small is answered at once, before any waiting, and takes no entry.
-    if (buffer != nullptr && *size < m_nEventSizeMax) {
-        *size = m_nEventSizeMax;
+    if (buffer != nullptr && *size < m_eventSizeMax) {
+        *size = m_eventSizeMax;
         return GC_ERR_BUFFER_TOO_SMALL;
     }
     return GC_ERR_SUCCESS;

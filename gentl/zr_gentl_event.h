@@ -37,7 +37,7 @@ public:
 
     void SetEventSizeMax(size_t size);
     void SetEventInfoDataSizeMax(size_t size);
-    int32_t GetType() const { return m_nType; }
+    int32_t GetType() const { return m_type; }
 
     // Releases every waiter for good and forgets the entries: from now on none is touched, whatever
     // becomes of it. For the time between taking the event out of its module and Destroy.
@@ -81,11 +81,11 @@ private:
     bool _takeFront(void* buffer, size_t* size);
     void _resetIfEmpty();
 
-    const int32_t m_nType;
-    ZrGenTLEventDataQueue m_DataQueue;
-    size_t m_nEventSizeMax = 0;
-    size_t m_nEventInfoDataSizeMax = 0;
-    ZrEventHandler_U3V m_EventHandler;
+    const int32_t m_type;
+    ZrGenTLEventDataQueue m_dataQueue;
+    size_t m_eventSizeMax = 0;
+    size_t m_eventInfoDataSizeMax = 0;
+    ZrEventHandler_U3V m_eventHandler;
     UseGate m_gate;
-    bool m_closing ZR_GUARDED_BY(m_DataQueue.GetMutex()) = false;
+    bool m_closing ZR_GUARDED_BY(m_dataQueue.GetMutex()) = false;
 };

@@ -35,7 +35,7 @@ GC_ERROR ForEachEntry(const S_PORT_REGISTER_STACK_ENTRY* pEntries, const size_t*
 } // namespace
 
 ZrGenTLModuleBase::ZrGenTLModuleBase(const std::string& id, ZrGenTLModuleBase* parent)
-    : m_pParent(parent), m_id(id)
+    : m_parent(parent), m_id(id)
 {
 }
 

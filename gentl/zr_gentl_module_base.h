@@ -59,7 +59,7 @@ public:
 
     std::string GetName();
     std::string GetId();
-    ZrGenTLModuleBase* GetParent() const { return m_pParent; }
+    ZrGenTLModuleBase* GetParent() const { return m_parent; }
     void SetUrlList(const std::vector<std::string>& urls);
 
     // Creates the event and hands its address out as the event handle; the module owns it.
@@ -113,7 +113,7 @@ private:
     ZrGenTLEvent* _findEventById(int iEventID, bool remove) ZR_REQUIRES(m_mutex);
     ZrGenTLEvent* _findEventByHandle(void* hEvent) ZR_REQUIRES(m_mutex);
 
-    ZrGenTLModuleBase* const m_pParent;
+    ZrGenTLModuleBase* const m_parent;
     std::vector<ZrGenTLEvent*> m_events ZR_GUARDED_BY(m_mutex);
     std::vector<std::string> m_urlList ZR_GUARDED_BY(m_mutex);
     const std::string m_id;
