@@ -26,8 +26,8 @@ uint16_t StatusOfTransfer(int result)
 } // namespace
 
 U3V_Control::U3V_Control(U3V_Device* device, const U3V_ControlLimits& limits)
-    : m_pDevice(device), m_Limits(limits), m_AckBuffer(UsbBlock::AllocateZeroed(kAckBufferSize)),
-      m_nTimeout(limits.defaultTimeout)
+    : m_pDevice(device), m_limits(limits), m_ackBuffer(UsbBlock::AllocateZeroed(kAckBufferSize)),
+      m_timeout(limits.defaultTimeout)
 {
 }
 
@@ -51,24 +51,24 @@ U3V_Control::~U3V_Control()
 // leave unread for its own, and be off by one from then on.
 void U3V_Control::_readOutstandingAnswers()
 {
-    Locker lock(m_Mutex);
-    for (unsigned i = 0; i < kMaximumLateAnswers && m_Outstanding.Any(); ++i) {
-        std::fill_n(m_AckBuffer.Data(), wire::kLongAckSize, uint8_t{0});
+    Locker lock(m_mutex);
+    for (unsigned i = 0; i < kMaximumLateAnswers && m_outstanding.Any(); ++i) {
+        std::fill_n(m_ackBuffer.Data(), wire::kLongAckSize, uint8_t{0});
         int received = 0;
         if (libusb_bulk_transfer(m_pDevice->Handle(), m_pDevice->ControlInEndpoint,
-                                 m_AckBuffer.Data(), static_cast<int>(m_AckBuffer.Size()),
-                                 &received, m_Limits.closingTimeout) < 0) {
+                                 m_ackBuffer.Data(), static_cast<int>(m_ackBuffer.Size()),
+                                 &received, m_limits.closingTimeout) < 0) {
             return; // nothing there, or no camera any more
         }
         if (!_isPending()) {
-            m_Outstanding.Arrived(Load(m_AckBuffer.Bytes(), wire::kAckRequestId));
+            m_outstanding.Arrived(Load(m_ackBuffer.Bytes(), wire::kAckRequestId));
         }
     }
 }
 
 uint16_t U3V_Control::OpenControl()
 {
-    Locker lock(m_Mutex);
+    Locker lock(m_mutex);
     const auto address = reinterpret_cast<uintptr_t>(m_pDevice->Handle());
     g_logger.Trace(ZR_LOG_DEBUG, "%s m_pDevice->m_pDeviceHandle: 0x%08x ", "OpenControl",
                    static_cast<unsigned>(address));
@@ -103,11 +103,11 @@ bool U3V_Control::_claim()
 
 void U3V_Control::_reset()
 {
-    m_XmlFile = {};
-    m_nRequestId = 0;
-    m_Outstanding.Clear();
-    m_bWrittenLength = false;
-    m_bOpened = true;
+    m_xmlFile = {};
+    m_requestId = 0;
+    m_outstanding.Clear();
+    m_writtenLength = false;
+    m_opened = true;
 }
 
 template <class T, class Register>
@@ -128,16 +128,16 @@ uint16_t U3V_Control::_readBootstrap()
     if (status != U3V_STATUS_SUCCESS) {
         return status;
     }
-    m_nSbrmAddress = wide;
+    m_sbrmAddress = wide;
 
     // Quirk Q57: read together with the low half of the manifest address that follows it.
     if ((status = _readRegister(abrm::kMaximumDeviceResponseTime, wide)) != U3V_STATUS_SUCCESS) {
         return status;
     }
-    m_nTimeout = static_cast<uint32_t>(wide); // from the next transfer on
+    m_timeout = static_cast<uint32_t>(wide); // from the next transfer on
 
     // The address is the camera's word and not checked: a wrong one only makes it refuse.
-    const uint64_t base = m_nSbrmAddress;
+    const uint64_t base = m_sbrmAddress;
     // Cameras know this sequence; of the sizes none is needed here.
     uint32_t value = 0;
     for (const auto& reg : {sbrm::kMaximumCommandTransfer, sbrm::kMaximumAcknowledgeTransfer,
@@ -146,12 +146,12 @@ uint16_t U3V_Control::_readBootstrap()
             return status;
         }
     }
-    m_nStreamChannels = value;
+    m_streamChannels = value;
 
     if ((status = _readRegister(abrm::kDeviceCapability, wide)) != U3V_STATUS_SUCCESS) {
         return status;
     }
-    m_bWrittenLength = (wide & abrm::kHasWrittenLength) != 0;
+    m_writtenLength = (wide & abrm::kHasWrittenLength) != 0;
     constexpr uint8_t kNoConfiguration[sizeof(uint64_t)] = {};
     return _write(abrm::kDeviceConfiguration.address, kNoConfiguration);
 }
@@ -159,8 +159,8 @@ uint16_t U3V_Control::_readBootstrap()
 uint16_t U3V_Control::ReadMem(uint64_t address, void* destination, int16_t length)
 {
     const auto size = static_cast<size_t>(length); // a negative one is huge and refused as such
-    Locker lock(m_Mutex);
-    if (!m_bOpened) {
+    Locker lock(m_mutex);
+    if (!m_opened) {
         return U3V_STATUS_NOT_OPEN;
     }
     if (size > kMaximumRead || (destination == nullptr && size > 0)) {
@@ -176,8 +176,8 @@ uint16_t U3V_Control::WriteMem(uint64_t address, const void* source, int16_t len
 
 uint16_t U3V_Control::WriteMemSized(uint64_t address, const void* source, size_t length)
 {
-    Locker lock(m_Mutex);
-    if (!m_bOpened) {
+    Locker lock(m_mutex);
+    if (!m_opened) {
         return U3V_STATUS_NOT_OPEN;
     }
     if (length > kMaximumWrite || (source == nullptr && length > 0)) {
@@ -188,13 +188,13 @@ uint16_t U3V_Control::WriteMemSized(uint64_t address, const void* source, size_t
 
 uint16_t U3V_Control::_nextRequestId()
 {
-    return m_nRequestId = U3V_OutstandingAnswers::NextId(m_nRequestId); // 0 is never sent
+    return m_requestId = U3V_OutstandingAnswers::NextId(m_requestId); // 0 is never sent
 }
 
 std::span<uint8_t> U3V_Control::_beginCommand(uint16_t command, uint64_t address, size_t length,
                                               size_t packetSize)
 {
-    const std::span<uint8_t> packet(m_Command, packetSize);
+    const std::span<uint8_t> packet(m_command, packetSize);
     std::fill(packet.begin(), packet.end(), uint8_t{0});
     Store(packet, wire::kCommandPrefix, wire::kPrefix);
     Store(packet, wire::kCommandFlags, wire::kFlagRequestAck);
@@ -235,9 +235,9 @@ uint16_t U3V_Control::_receive(size_t size, uint32_t timeout, int& received)
     int result = 0;
     for (unsigned late = 0; late <= kMaximumLateAnswers; ++late) {
         // A short packet must not be completed by what an earlier one left in the buffer.
-        std::fill_n(m_AckBuffer.Data(), wire::kLongAckSize, uint8_t{0});
+        std::fill_n(m_ackBuffer.Data(), wire::kLongAckSize, uint8_t{0});
         result =
-            _transfer(m_pDevice->ControlInEndpoint, m_AckBuffer.Data(), size, timeout, received);
+            _transfer(m_pDevice->ControlInEndpoint, m_ackBuffer.Data(), size, timeout, received);
         if (result < 0 || !_isLateAnswer(received)) {
             break;
         }
@@ -254,7 +254,7 @@ uint16_t U3V_Control::_receive(size_t size, uint32_t timeout, int& received)
 // Announces that the answer is still to come.
 bool U3V_Control::_isPending() const
 {
-    const std::span<const uint8_t> ack = m_AckBuffer.Bytes();
+    const std::span<const uint8_t> ack = m_ackBuffer.Bytes();
     return Load(ack, wire::kAckPrefix) == wire::kPrefix &&
            Load(ack, wire::kAckCommandId) == wire::kPendingAck;
 }
@@ -263,16 +263,16 @@ bool U3V_Control::_isPending() const
 // wrong one and reported as such.
 bool U3V_Control::_isLateAnswer(int received)
 {
-    const std::span<const uint8_t> ack = m_AckBuffer.Bytes();
+    const std::span<const uint8_t> ack = m_ackBuffer.Bytes();
     const uint16_t id = Load(ack, wire::kAckRequestId);
     // Without a whole header of ours there is no id to go by.
     if (received < static_cast<int>(wire::kAckHeaderSize) ||
-        Load(ack, wire::kAckPrefix) != wire::kPrefix || id == m_nRequestId ||
-        !m_Outstanding.Await(id)) {
+        Load(ack, wire::kAckPrefix) != wire::kPrefix || id == m_requestId ||
+        !m_outstanding.Await(id)) {
         return false;
     }
     if (!_isPending()) {
-        m_Outstanding.Arrived(id);
+        m_outstanding.Arrived(id);
     }
     return true;
 }
@@ -283,9 +283,9 @@ bool U3V_Control::_isLateAnswer(int received)
 void U3V_Control::_noteOutcome(int result)
 {
     if (result == LIBUSB_ERROR_TIMEOUT || (result >= 0 && _isPending())) {
-        m_Outstanding.Add(m_nRequestId);
+        m_outstanding.Add(m_requestId);
     } else if (result >= 0) {
-        m_Outstanding.Clear();
+        m_outstanding.Clear();
     }
 }
 
@@ -293,20 +293,20 @@ void U3V_Control::_noteOutcome(int result)
 // command is then still to come, and the next opening must not find it.
 void U3V_Control::_noteForeignAnswer()
 {
-    const std::span<const uint8_t> ack = m_AckBuffer.Bytes();
+    const std::span<const uint8_t> ack = m_ackBuffer.Bytes();
     if (Load(ack, wire::kAckPrefix) == wire::kPrefix &&
-        Load(ack, wire::kAckRequestId) != m_nRequestId) {
-        m_Outstanding.Add(m_nRequestId);
+        Load(ack, wire::kAckRequestId) != m_requestId) {
+        m_outstanding.Add(m_requestId);
     }
 }
 
 // What is left to check once prefix and command id are right.
 uint16_t U3V_Control::_checkAckTail()
 {
-    if (Load<uint16_t>(m_AckBuffer.Bytes(), wire::kAckRequestId) != m_nRequestId) {
+    if (Load<uint16_t>(m_ackBuffer.Bytes(), wire::kAckRequestId) != m_requestId) {
         return U3V_STATUS_BAD_REQUEST_ID;
     }
-    return Load<uint16_t>(m_AckBuffer.Bytes(), wire::kAckStatus);
+    return Load<uint16_t>(m_ackBuffer.Bytes(), wire::kAckStatus);
 }
 
 uint16_t U3V_Control::_read(uint64_t address, std::span<uint8_t> destination)
@@ -328,7 +328,7 @@ uint16_t U3V_Control::_read(uint64_t address, std::span<uint8_t> destination)
     }
     // Quirk Q59: the length comes first, so a refusing or a pending camera without data is answered
     // with "invalid header".
-    const std::span<const uint8_t> ack = m_AckBuffer.Bytes();
+    const std::span<const uint8_t> ack = m_ackBuffer.Bytes();
     if (received != static_cast<int>(expected)) {
         return U3V_STATUS_GENCP_INVALID_HEADER;
     }
@@ -359,18 +359,18 @@ uint16_t U3V_Control::_write(uint64_t address, std::span<const uint8_t> source)
 uint16_t U3V_Control::_awaitWriteAck()
 {
     using std::chrono::steady_clock;
-    const auto deadline = steady_clock::now() + std::chrono::milliseconds(m_Limits.pendingTime);
+    const auto deadline = steady_clock::now() + std::chrono::milliseconds(m_limits.pendingTime);
     // Quirk Q60: without the written-length field only the bare header is asked for, although a
     // pending acknowledge is longer.
-    const size_t size = m_bWrittenLength ? wire::kLongAckSize : wire::kAckHeaderSize;
+    const size_t size = m_writtenLength ? wire::kLongAckSize : wire::kAckHeaderSize;
     uint32_t timeout = _transferTimeout();
-    for (unsigned round = 0; round < m_Limits.pendingRounds; ++round) {
+    for (unsigned round = 0; round < m_limits.pendingRounds; ++round) {
         int received = 0;
         const uint16_t status = _receive(size, timeout, received);
         if (status != U3V_STATUS_SUCCESS) {
             return status;
         }
-        const std::span<const uint8_t> ack = m_AckBuffer.Bytes();
+        const std::span<const uint8_t> ack = m_ackBuffer.Bytes();
         if (Load(ack, wire::kAckPrefix) != wire::kPrefix) {
             return U3V_STATUS_BAD_PREFIX;
         }
@@ -397,32 +397,32 @@ uint32_t U3V_Control::_transferTimeout() const
 {
     // Quirk Q62: 0 would wait without end and hours are as bad, so the transfers use neither; what
     // is reported is the camera's own value all the same.
-    const uint32_t named = m_nTimeout;
-    return named == 0 ? m_Limits.defaultTimeout : std::min(named, m_Limits.maximumTimeout);
+    const uint32_t named = m_timeout;
+    return named == 0 ? m_limits.defaultTimeout : std::min(named, m_limits.maximumTimeout);
 }
 
 uint16_t U3V_Control::NumberOfStreamChannels(uint32_t* channels) const
 {
-    *channels = m_nStreamChannels;
+    *channels = m_streamChannels;
     return U3V_STATUS_SUCCESS;
 }
 
 uint16_t U3V_Control::MaximumDeviceResponseTime(uint32_t* milliseconds) const
 {
-    *milliseconds = m_nTimeout;
+    *milliseconds = m_timeout;
     return U3V_STATUS_SUCCESS;
 }
 
 void U3V_Control::StoreXmlFile(std::vector<uint8_t> file)
 {
-    Locker lock(m_Mutex);
-    m_XmlFile = std::move(file);
+    Locker lock(m_mutex);
+    m_xmlFile = std::move(file);
 }
 
 std::vector<uint8_t> U3V_Control::XmlFile()
 {
-    Locker lock(m_Mutex);
-    return m_XmlFile;
+    Locker lock(m_mutex);
+    return m_xmlFile;
 }
 
 namespace {
@@ -437,15 +437,15 @@ uint16_t UnzipFailed(const char* text)
 
 uint16_t U3V_Control::UnzipXmlFile()
 {
-    Locker lock(m_Mutex);
+    Locker lock(m_mutex);
     // Quirk Q63: the texts name other calls than the ones that fail; logs are searched for them.
     std::vector<uint8_t> content;
-    switch (ExtractFirstMember(m_XmlFile, content)) {
+    switch (ExtractFirstMember(m_xmlFile, content)) {
     case ZipResult::NoArchive: return UnzipFailed("mz_zip_reader_init_file() failed!");
     case ZipResult::NoMember: return UnzipFailed("mz_zip_reader_file_stat() failed!");
     case ZipResult::Damaged: return UnzipFailed("mz_zip_reader_extract_file_to_heap() failed!");
     case ZipResult::Extracted: break;
     }
-    m_XmlFile = std::move(content);
+    m_xmlFile = std::move(content);
     return U3V_STATUS_SUCCESS;
 }

@@ -13,10 +13,10 @@ void U3V_Device::_close()
 {
     m_pDeviceHandle.reset();
     // Only then, so that whoever reads "free" can open the camera.
-    if (m_pInfo != nullptr) {
-        m_pInfo->SetInUse(false);
+    if (m_info != nullptr) {
+        m_info->SetInUse(false);
     }
-    m_pInfo.reset();
+    m_info.reset();
 }
 
 uint16_t U3V_Device::OpenDevice(std::shared_ptr<U3V_DeviceInfo> info)
@@ -29,20 +29,20 @@ uint16_t U3V_Device::OpenDevice(std::shared_ptr<U3V_DeviceInfo> info)
         return U3V_STATUS_OPEN_FAILED;
     }
 
-    m_pInfo = std::move(info);
-    ControlInterface = m_pInfo->ControlInterface;
-    ControlOutEndpoint = m_pInfo->ControlOutEndpoint;
-    ControlInEndpoint = m_pInfo->ControlInEndpoint;
-    EventInterface = m_pInfo->EventInterface;
-    StreamInterface = m_pInfo->StreamInterface;
+    m_info = std::move(info);
+    ControlInterface = m_info->ControlInterface;
+    ControlOutEndpoint = m_info->ControlOutEndpoint;
+    ControlInEndpoint = m_info->ControlInEndpoint;
+    EventInterface = m_info->EventInterface;
+    StreamInterface = m_info->StreamInterface;
     // Quirk Q54: number 0 means that an event or stream interface is missing, also on a camera that
     // really numbers it 0.
     if (EventInterface != 0) {
-        EventEndpoint = m_pInfo->EventEndpoint;
+        EventEndpoint = m_info->EventEndpoint;
     }
     if (StreamInterface != 0) {
-        StreamEndpoint = m_pInfo->StreamEndpoint;
+        StreamEndpoint = m_info->StreamEndpoint;
     }
-    m_pInfo->SetInUse(true);
+    m_info->SetInUse(true);
     return U3V_StatusFromUsb(result);
 }

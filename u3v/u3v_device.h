@@ -36,5 +36,5 @@ private:
     void _close();
 
     UsbHandlePtr m_pDeviceHandle;
-    std::shared_ptr<U3V_DeviceInfo> m_pInfo;
+    std::shared_ptr<U3V_DeviceInfo> m_info;
 };

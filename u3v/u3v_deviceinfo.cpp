@@ -41,23 +41,23 @@ StringField Into(Field<uint8_t> index, char (&target)[Width])
 } // namespace
 
 U3V_DeviceInfo::U3V_DeviceInfo(std::shared_ptr<UsbContext> context, libusb_device* device)
-    : U3V_DEVICE_INFO{}, m_Context(std::move(context)), m_pDevice(device)
+    : U3V_DEVICE_INFO{}, m_context(std::move(context)), m_pDevice(device)
 {
 }
 
 U3V_DeviceInfo::~U3V_DeviceInfo()
 {
-    m_Config.reset();
-    if (m_bRetained) {
+    m_config.reset();
+    if (m_retained) {
         libusb_unref_device(m_pDevice);
     }
 }
 
 void U3V_DeviceInfo::Retain()
 {
-    if (!m_bRetained) {
+    if (!m_retained) {
         libusb_ref_device(m_pDevice);
-        m_bRetained = true;
+        m_retained = true;
     }
 }
 
@@ -84,7 +84,7 @@ int U3V_DeviceInfo::GetDeviceInfo(libusb_device_handle* handle, uint8_t configur
         U3V_LogUsbError("GetDeviceInfo", result);
         config = nullptr;
     }
-    m_Config.reset(config); // an earlier configuration's descriptor goes here
+    m_config.reset(config); // an earlier configuration's descriptor goes here
     if (config == nullptr || config->interface == nullptr) {
         return result;
     }

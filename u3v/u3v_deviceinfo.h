@@ -43,7 +43,7 @@ public:
     U3V_DEVICE_INFO Record(); // consistent copy
 
     libusb_device* Device() const { return m_pDevice; }
-    const std::shared_ptr<UsbContext>& Context() const { return m_Context; }
+    const std::shared_ptr<UsbContext>& Context() const { return m_context; }
 
     uint8_t ControlInterface = 0;
     uint8_t EventInterface = 0;
@@ -59,8 +59,8 @@ private:
                         int last);
     void _storeEndpoint(uint8_t protocol, uint8_t address);
 
-    std::shared_ptr<UsbContext> m_Context;
+    std::shared_ptr<UsbContext> m_context;
     libusb_device* m_pDevice;
-    bool m_bRetained = false;
-    UsbConfigPtr m_Config; // the configuration parsed last
+    bool m_retained = false;
+    UsbConfigPtr m_config; // the configuration parsed last
 };

@@ -31,7 +31,7 @@ bool IsInterfaceAssociation(const libusb_device_descriptor& descriptor)
 U3V_Discovery::U3V_Discovery()
 {
     int result = 0;
-    m_Context = UsbContext::Init(result);
+    m_context = UsbContext::Init(result);
     if (result != 0) {
         U3V_LogUsbError("U3V_Discovery", result);
     }
@@ -41,16 +41,16 @@ U3V_Discovery::~U3V_Discovery()
 {
     // One by one, since a vector leaves open in which order it destroys its elements. A record that
     // an open device shares goes with that device.
-    Locker lock(m_ListMutex);
-    for (auto& device : m_Devices) {
+    Locker lock(m_listMutex);
+    for (auto& device : m_devices) {
         device.reset();
     }
 }
 
 uint16_t U3V_Discovery::Discovery()
 {
-    Locker lock(m_PassMutex);
-    if (m_Context == nullptr) {
+    Locker lock(m_passMutex);
+    if (m_context == nullptr) {
         return U3V_STATUS_SUCCESS; // libusb cannot be called without its context
     }
     const UsbDeviceList devices;
@@ -79,7 +79,7 @@ void U3V_Discovery::_examine(libusb_device* device)
     if (opened < 0) {
         U3V_LogUsbError("Discovery", opened); // a camera without permission is listed nevertheless
     }
-    const UsbHandlePtr handle = UsbOwnHandle(raw, m_Context);
+    const UsbHandlePtr handle = UsbOwnHandle(raw, m_context);
     _list(device, descriptor, handle.get());
 }
 
@@ -95,7 +95,7 @@ void U3V_Discovery::_list(libusb_device* device, const libusb_device_descriptor&
 
     // Every configuration goes into the same record until the record is admitted; from then on
     // other threads see it and it no longer changes.
-    auto record = std::make_shared<U3V_DeviceInfo>(m_Context, device);
+    auto record = std::make_shared<U3V_DeviceInfo>(m_context, device);
     bool listed = false;
     for (uint8_t i = 0; i < descriptor.bNumConfigurations && !listed; ++i) {
         record->GetDeviceInfo(handle, i);
@@ -105,13 +105,13 @@ void U3V_Discovery::_list(libusb_device* device, const libusb_device_descriptor&
 
 bool U3V_Discovery::_admit(const std::shared_ptr<U3V_DeviceInfo>& record)
 {
-    Locker lock(m_ListMutex);
-    if (m_Devices.size() >= kMaximumListed || !_isAdmissible(*record)) {
+    Locker lock(m_listMutex);
+    if (m_devices.size() >= kMaximumListed || !_isAdmissible(*record)) {
         return false;
     }
     // The pass gives its device list back at its end; without a reference of ours the device of an
     // unplugged camera would be gone while it is still listed.
-    m_Devices.push_back(record);
+    m_devices.push_back(record);
     record->Retain();
     return true;
 }
@@ -119,11 +119,11 @@ bool U3V_Discovery::_admit(const std::shared_ptr<U3V_DeviceInfo>& record)
 bool U3V_Discovery::_isAdmissible(const U3V_DeviceInfo& record) const
 {
     // Quirk Q53: the first camera is listed whatever its vendor, every later one only with ours.
-    if (m_Devices.empty()) {
+    if (m_devices.empty()) {
         return true;
     }
     const std::string_view guid = U3V_FieldText(record.DeviceGUID);
-    const bool known = std::any_of(m_Devices.begin(), m_Devices.end(), [&](const auto& listed) {
+    const bool known = std::any_of(m_devices.begin(), m_devices.end(), [&](const auto& listed) {
         return U3V_FieldText(listed->DeviceGUID) == guid; // two empty ones are equal
     });
     return !known && U3V_FieldText(record.VendorName) == kVendor;
@@ -131,20 +131,20 @@ bool U3V_Discovery::_isAdmissible(const U3V_DeviceInfo& record) const
 
 uint32_t U3V_Discovery::DeviceCount()
 {
-    Locker lock(m_ListMutex);
-    return static_cast<uint32_t>(m_Devices.size());
+    Locker lock(m_listMutex);
+    return static_cast<uint32_t>(m_devices.size());
 }
 
 std::shared_ptr<U3V_DeviceInfo> U3V_Discovery::DeviceAt(uint32_t index)
 {
-    Locker lock(m_ListMutex);
-    return index >= 1 && index <= m_Devices.size() ? m_Devices[index - 1] : nullptr;
+    Locker lock(m_listMutex);
+    return index >= 1 && index <= m_devices.size() ? m_devices[index - 1] : nullptr;
 }
 
 std::shared_ptr<U3V_DeviceInfo> U3V_Discovery::FindByGUID(std::string_view guid)
 {
-    Locker lock(m_ListMutex);
-    for (const auto& device : m_Devices) {
+    Locker lock(m_listMutex);
+    for (const auto& device : m_devices) {
         if (U3V_FieldText(device->DeviceGUID) == guid) {
             return device;
         }

@@ -25,14 +25,14 @@ public:
     U3V_Discovery& operator=(const U3V_Discovery&) = delete;
 
     // One enumeration pass; always 0.
-    uint16_t Discovery() ZR_EXCLUDES(m_PassMutex);
+    uint16_t Discovery() ZR_EXCLUDES(m_passMutex);
 
     // Number of listed cameras, all 32 bits of it.
-    uint32_t DeviceCount() ZR_EXCLUDES(m_ListMutex);
+    uint32_t DeviceCount() ZR_EXCLUDES(m_listMutex);
     // The camera at `index`, counted from 1; null when there is none.
-    std::shared_ptr<U3V_DeviceInfo> DeviceAt(uint32_t index) ZR_EXCLUDES(m_ListMutex);
+    std::shared_ptr<U3V_DeviceInfo> DeviceAt(uint32_t index) ZR_EXCLUDES(m_listMutex);
     // The camera whose GUID is exactly `guid`; null when there is none.
-    std::shared_ptr<U3V_DeviceInfo> FindByGUID(std::string_view guid) ZR_EXCLUDES(m_ListMutex);
+    std::shared_ptr<U3V_DeviceInfo> FindByGUID(std::string_view guid) ZR_EXCLUDES(m_listMutex);
 
     // Reads string descriptor `index` through a 64-byte buffer into `output`, which holds
     // `outputSize` bytes. Returns the libusb result; nothing is read without a handle.
@@ -50,14 +50,14 @@ public:
     }
 
 private:
-    void _examine(libusb_device* device) ZR_REQUIRES(m_PassMutex);
+    void _examine(libusb_device* device) ZR_REQUIRES(m_passMutex);
     void _list(libusb_device* device, const libusb_device_descriptor& descriptor,
-               libusb_device_handle* handle) ZR_REQUIRES(m_PassMutex);
-    bool _admit(const std::shared_ptr<U3V_DeviceInfo>& record) ZR_EXCLUDES(m_ListMutex);
-    bool _isAdmissible(const U3V_DeviceInfo& record) const ZR_REQUIRES(m_ListMutex);
+               libusb_device_handle* handle) ZR_REQUIRES(m_passMutex);
+    bool _admit(const std::shared_ptr<U3V_DeviceInfo>& record) ZR_EXCLUDES(m_listMutex);
+    bool _isAdmissible(const U3V_DeviceInfo& record) const ZR_REQUIRES(m_listMutex);
 
-    std::shared_ptr<UsbContext> m_Context; // null: libusb_init failed
-    Mutex m_PassMutex;                     // taken before m_ListMutex
-    Mutex m_ListMutex;
-    std::vector<std::shared_ptr<U3V_DeviceInfo>> m_Devices ZR_GUARDED_BY(m_ListMutex);
+    std::shared_ptr<UsbContext> m_context; // null: libusb_init failed
+    Mutex m_passMutex;                     // taken before m_listMutex
+    Mutex m_listMutex;
+    std::vector<std::shared_ptr<U3V_DeviceInfo>> m_devices ZR_GUARDED_BY(m_listMutex);
 };

@@ -43,22 +43,22 @@ size_t U3V_ImageCycle::Unused() const
 
 U3V_PayloadInProgress U3V_ImageHandover::Begin(std::shared_ptr<U3V_ImageCycle> cycle)
 {
-    Locker lock(m_Mutex);
+    Locker lock(m_mutex);
     // Readers that wait stay waiting: the first image of the new acquisition is theirs.
-    m_Cycle = std::move(cycle);
-    return {&m_Cycle->blocks[m_Cycle->receiving], nullptr};
+    m_cycle = std::move(cycle);
+    return {&m_cycle->blocks[m_cycle->receiving], nullptr};
 }
 
 void U3V_ImageHandover::End()
 {
     std::shared_ptr<U3V_ImageCycle> ended; // freed without the lock
-    Locker lock(m_Mutex);
-    m_Cycle.swap(ended);
+    Locker lock(m_mutex);
+    m_cycle.swap(ended);
 }
 
 void U3V_ImageHandover::_fillFront()
 {
-    U3V_ImageCycle& cycle = *m_Cycle;
+    U3V_ImageCycle& cycle = *m_cycle;
     U3V_Buffer& buffer = cycle.buffers[cycle.front];
     for (const size_t replaced : {buffer.image, cycle.latest}) {
         if (replaced != U3V_Buffer::kNoImage) {
@@ -74,16 +74,16 @@ void U3V_ImageHandover::_fillFront()
 bool U3V_ImageHandover::_handOver(const std::shared_ptr<U3V_ImageCycle>& cycle,
                                   U3V_PayloadInProgress& image, const IMAGE_HEADER* header)
 {
-    Locker lock(m_Mutex);
-    if (cycle != m_Cycle || cycle->buffers.empty()) {
+    Locker lock(m_mutex);
+    if (cycle != m_cycle || cycle->buffers.empty()) {
         return false;
     }
     cycle->buffers[cycle->front].SetHeader(header);
     _fillFront();
     while ((cycle->receiving = cycle->Unused()) == U3V_Buffer::kNoImage) {
         // Several readers copy at once; one of them is soon done.
-        m_ImageAvailable.Signal();
-        m_BlockUnused.Wait(m_Mutex);
+        m_imageAvailable.Signal();
+        m_blockUnused.Wait(m_mutex);
     }
     cycle->Keep(cycle->receiving);
     image = {&cycle->blocks[cycle->receiving], &cycle->blocks[cycle->latest]};
@@ -95,7 +95,7 @@ void U3V_ImageHandover::Publish(const std::shared_ptr<U3V_ImageCycle>& cycle,
 {
     image.Complete(); // may copy, so before the lock
     if (_handOver(cycle, image, header)) {
-        m_ImageAvailable.Signal();
+        m_imageAvailable.Signal();
     }
 }
 
@@ -104,8 +104,8 @@ uint16_t U3V_ImageHandover::_awaitImage(uint32_t timeout_ms)
     const timespec deadline = ZrDeadlineAfter(static_cast<int32_t>(timeout_ms));
     // One wait to one deadline; a waiter that is woken for an image which another one took, or for
     // none at all, waits for the rest of it.
-    while (m_Cycle == nullptr || m_Cycle->ready == 0) {
-        const int result = m_ImageAvailable.TimedWait(m_Mutex, deadline);
+    while (m_cycle == nullptr || m_cycle->ready == 0) {
+        const int result = m_imageAvailable.TimedWait(m_mutex, deadline);
         if (result == ETIMEDOUT) {
             return U3V_STATUS_IMAGE_TIMEOUT;
         }
@@ -119,7 +119,7 @@ uint16_t U3V_ImageHandover::_awaitImage(uint32_t timeout_ms)
 // The block of the next image, kept for the caller.
 size_t U3V_ImageHandover::_takeReady(IMAGE_HEADER& header)
 {
-    U3V_ImageCycle& cycle = *m_Cycle;
+    U3V_ImageCycle& cycle = *m_cycle;
     // Quirk Q65: with more images ready than there are buffers, one buffer answers for several.
     const size_t count = cycle.buffers.size();
     const size_t behind = cycle.ready % count;
@@ -147,10 +147,10 @@ public:
     ~Reading()
     {
         {
-            Locker lock(m_handover.m_Mutex);
+            Locker lock(m_handover.m_mutex);
             m_cycle->Drop(m_block);
         }
-        m_handover.m_BlockUnused.Broadcast();
+        m_handover.m_blockUnused.Broadcast();
     }
     Reading(const Reading&) = delete;
     Reading& operator=(const Reading&) = delete;
@@ -169,13 +169,13 @@ uint16_t U3V_ImageHandover::GetImage(void* destination, size_t capacity, uint32_
     std::shared_ptr<U3V_ImageCycle> cycle;
     size_t block = 0;
     {
-        Locker lock(m_Mutex);
+        Locker lock(m_mutex);
         const uint16_t status = _awaitImage(timeout_ms);
         if (status != U3V_STATUS_SUCCESS) {
             return status;
         }
         block = _takeReady(header);
-        cycle = m_Cycle;
+        cycle = m_cycle;
     }
     // Copied without the lock: the receiver and other readers go on meanwhile.
     const Reading reading(*this, std::move(cycle), block);

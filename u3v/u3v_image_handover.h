@@ -73,32 +73,32 @@ class U3V_ImageHandover
 {
 public:
     // Installs the cycle of a new acquisition; returns what its first image is received into.
-    U3V_PayloadInProgress Begin(std::shared_ptr<U3V_ImageCycle> cycle) ZR_EXCLUDES(m_Mutex);
+    U3V_PayloadInProgress Begin(std::shared_ptr<U3V_ImageCycle> cycle) ZR_EXCLUDES(m_mutex);
     // Drops the buffers and every ready image; copies in progress keep theirs until they are done.
-    void End() ZR_EXCLUDES(m_Mutex);
+    void End() ZR_EXCLUDES(m_mutex);
 
     // Event thread: hands the received image over and goes on with another block. Without buffers
     // and for a cycle that is not installed the image is ignored, and `image` stays as it is.
     void Publish(const std::shared_ptr<U3V_ImageCycle>& cycle, U3V_PayloadInProgress& image,
-                 const IMAGE_HEADER* header) ZR_EXCLUDES(m_Mutex);
+                 const IMAGE_HEADER* header) ZR_EXCLUDES(m_mutex);
 
     // Any thread: waits up to `timeout_ms` for an image and copies it out. Success, IMAGE_TIMEOUT,
     // EXCEPTION (a time-out that makes no valid deadline), IMAGE_MISSING_PACKETS (copied as far as
     // the capacity allows).
     uint16_t GetImage(void* destination, size_t capacity, uint32_t timeout_ms, IMAGE_HEADER& header)
-        ZR_EXCLUDES(m_Mutex);
+        ZR_EXCLUDES(m_mutex);
 
 private:
     class Reading;
 
-    uint16_t _awaitImage(uint32_t timeout_ms) ZR_REQUIRES(m_Mutex);
-    size_t _takeReady(IMAGE_HEADER& header) ZR_REQUIRES(m_Mutex);
-    void _fillFront() ZR_REQUIRES(m_Mutex);
+    uint16_t _awaitImage(uint32_t timeout_ms) ZR_REQUIRES(m_mutex);
+    size_t _takeReady(IMAGE_HEADER& header) ZR_REQUIRES(m_mutex);
+    void _fillFront() ZR_REQUIRES(m_mutex);
     bool _handOver(const std::shared_ptr<U3V_ImageCycle>& cycle, U3V_PayloadInProgress& image,
-                   const IMAGE_HEADER* header) ZR_EXCLUDES(m_Mutex);
+                   const IMAGE_HEADER* header) ZR_EXCLUDES(m_mutex);
 
-    Mutex m_Mutex;
-    Condition m_ImageAvailable;
-    Condition m_BlockUnused;
-    std::shared_ptr<U3V_ImageCycle> m_Cycle ZR_GUARDED_BY(m_Mutex);
+    Mutex m_mutex;
+    Condition m_imageAvailable;
+    Condition m_blockUnused;
+    std::shared_ptr<U3V_ImageCycle> m_cycle ZR_GUARDED_BY(m_mutex);
 };

@@ -18,33 +18,33 @@ namespace {
 class DiscoverySlot
 {
 public:
-    std::shared_ptr<U3V_Discovery> Get() ZR_EXCLUDES(m_Mutex)
+    std::shared_ptr<U3V_Discovery> Get() ZR_EXCLUDES(m_mutex)
     {
-        Locker lock(m_Mutex);
-        return m_Current;
+        Locker lock(m_mutex);
+        return m_current;
     }
 
     // Quirk Q73: an earlier discovery is replaced without being closed, since devices opened from
     // it may live on; it stays reachable here.
-    void Replace(std::shared_ptr<U3V_Discovery> next) ZR_EXCLUDES(m_Mutex)
+    void Replace(std::shared_ptr<U3V_Discovery> next) ZR_EXCLUDES(m_mutex)
     {
-        Locker lock(m_Mutex);
-        if (m_Current != nullptr) {
-            m_Replaced.push_back(m_Current);
+        Locker lock(m_mutex);
+        if (m_current != nullptr) {
+            m_replaced.push_back(m_current);
         }
-        m_Current = std::move(next);
+        m_current = std::move(next);
     }
 
-    std::shared_ptr<U3V_Discovery> Take() ZR_EXCLUDES(m_Mutex)
+    std::shared_ptr<U3V_Discovery> Take() ZR_EXCLUDES(m_mutex)
     {
-        Locker lock(m_Mutex);
-        return std::exchange(m_Current, nullptr);
+        Locker lock(m_mutex);
+        return std::exchange(m_current, nullptr);
     }
 
 private:
-    Mutex m_Mutex;
-    std::shared_ptr<U3V_Discovery> m_Current ZR_GUARDED_BY(m_Mutex);
-    std::vector<std::shared_ptr<U3V_Discovery>> m_Replaced ZR_GUARDED_BY(m_Mutex);
+    Mutex m_mutex;
+    std::shared_ptr<U3V_Discovery> m_current ZR_GUARDED_BY(m_mutex);
+    std::vector<std::shared_ptr<U3V_Discovery>> m_replaced ZR_GUARDED_BY(m_mutex);
 };
 
 // Never destroyed: at process end libusb may be gone before us.

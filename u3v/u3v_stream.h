@@ -28,25 +28,25 @@ public:
     U3V_Stream(const U3V_Stream&) = delete;
     U3V_Stream& operator=(const U3V_Stream&) = delete;
 
-    uint16_t OpenStream() ZR_EXCLUDES(m_StateMutex);
+    uint16_t OpenStream() ZR_EXCLUDES(m_stateMutex);
     // Sets or clears the stream enable bit; on success that is the acquiring state.
-    uint16_t EnableStream(bool enable) ZR_EXCLUDES(m_StateMutex); // kept
-    uint16_t AcquisitionStart(uint32_t imagesToAcquire) ZR_EXCLUDES(m_StateMutex);
+    uint16_t EnableStream(bool enable) ZR_EXCLUDES(m_stateMutex); // kept
+    uint16_t AcquisitionStart(uint32_t imagesToAcquire) ZR_EXCLUDES(m_stateMutex);
     // Has a running acquisition end at its next completion, without waiting: the wait of the
     // AcquisitionStop that follows counts from here. So several streams end side by side.
-    void RequestStop() ZR_EXCLUDES(m_StateMutex);
+    void RequestStop() ZR_EXCLUDES(m_stateMutex);
     // The outputs are written on success of a stop only, not when nothing was acquiring.
     uint16_t AcquisitionStop(uint64_t* imagesAcquired, uint64_t* lostCount)
-        ZR_EXCLUDES(m_StateMutex);
+        ZR_EXCLUDES(m_stateMutex);
     // Never writes beyond `capacity`; an image larger than that is MISSING_PACKETS.
     uint16_t GetImage(void* destination, size_t capacity, uint32_t timeout_ms,
                       IMAGE_HEADER* header);
 
-    uint32_t TransferSize() const { return m_nTransferSize; }
-    void SetTransferSize(uint32_t size) { m_nTransferSize = size; }
-    uint32_t BufferCount() const { return m_nBufferCount; }
-    void SetBufferCount(uint32_t count) { m_nBufferCount = count; }
-    bool IsAcquiring() const { return m_bAcquiring; }
+    uint32_t TransferSize() const { return m_transferSize; }
+    void SetTransferSize(uint32_t size) { m_transferSize = size; }
+    uint32_t BufferCount() const { return m_bufferCount; }
+    void SetBufferCount(uint32_t count) { m_bufferCount = count; }
+    bool IsAcquiring() const { return m_acquiring; }
 
 private:
     // The event thread, which shares the acquisition it serves.
@@ -57,29 +57,29 @@ private:
     uint16_t _read(Register<T> reg, T& value);
     template <class T>
     uint16_t _write(Register<T> reg, T value);
-    uint16_t _readStreamInterface() ZR_REQUIRES(m_StateMutex);
-    uint16_t _enableStream(bool enable) ZR_REQUIRES(m_StateMutex);
-    void _clearHalt() ZR_REQUIRES(m_StateMutex);
-    uint16_t _planStream(U3V_StreamPlan& plan) ZR_REQUIRES(m_StateMutex);
-    void _programStream(const U3V_StreamPlan& plan) ZR_REQUIRES(m_StateMutex);
+    uint16_t _readStreamInterface() ZR_REQUIRES(m_stateMutex);
+    uint16_t _enableStream(bool enable) ZR_REQUIRES(m_stateMutex);
+    void _clearHalt() ZR_REQUIRES(m_stateMutex);
+    uint16_t _planStream(U3V_StreamPlan& plan) ZR_REQUIRES(m_stateMutex);
+    void _programStream(const U3V_StreamPlan& plan) ZR_REQUIRES(m_stateMutex);
     void _makeSession(const U3V_StreamPlan& plan, uint32_t imagesToAcquire)
-        ZR_REQUIRES(m_StateMutex);
-    int _runSession() ZR_REQUIRES(m_StateMutex);
-    void _joinSession(int32_t wait_ms) ZR_REQUIRES(m_StateMutex);
-    void _dropSession() ZR_REQUIRES(m_StateMutex);
+        ZR_REQUIRES(m_stateMutex);
+    int _runSession() ZR_REQUIRES(m_stateMutex);
+    void _joinSession(int32_t wait_ms) ZR_REQUIRES(m_stateMutex);
+    void _dropSession() ZR_REQUIRES(m_stateMutex);
 
-    U3V_Device* const m_pDevice;   // not owned
-    U3V_Control* const m_pControl; // not owned
-    const U3V_StreamTimings m_Timings;
-    const std::shared_ptr<U3V_ImageHandover> m_Handover;
+    U3V_Device* const m_pDevice;  // not owned
+    U3V_Control* const m_control; // not owned
+    const U3V_StreamTimings m_timings;
+    const std::shared_ptr<U3V_ImageHandover> m_handover;
 
-    Mutex m_StateMutex;
-    std::atomic<bool> m_bOpened = false;
-    std::atomic<bool> m_bAcquiring = false;
-    uint64_t m_nSirmAddress ZR_GUARDED_BY(m_StateMutex) = 0;
-    uint8_t m_nAlignment ZR_GUARDED_BY(m_StateMutex) = 1; // exponent of two
-    std::atomic<uint32_t> m_nTransferSize = 0x100000;     // bytes
-    std::atomic<uint32_t> m_nBufferCount = 0;             // 4 from OpenStream on
-    std::shared_ptr<U3V_StreamSession> m_Session ZR_GUARDED_BY(m_StateMutex);
-    std::thread m_EventThread ZR_GUARDED_BY(m_StateMutex);
+    Mutex m_stateMutex;
+    std::atomic<bool> m_opened = false;
+    std::atomic<bool> m_acquiring = false;
+    uint64_t m_sirmAddress ZR_GUARDED_BY(m_stateMutex) = 0;
+    uint8_t m_alignment ZR_GUARDED_BY(m_stateMutex) = 1; // exponent of two
+    std::atomic<uint32_t> m_transferSize = 0x100000;     // bytes
+    std::atomic<uint32_t> m_bufferCount = 0;             // 4 from OpenStream on
+    std::shared_ptr<U3V_StreamSession> m_session ZR_GUARDED_BY(m_stateMutex);
+    std::thread m_eventThread ZR_GUARDED_BY(m_stateMutex);
 };

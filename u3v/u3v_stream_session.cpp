@@ -42,63 +42,63 @@ Orphans& TheOrphans()
 
 std::chrono::milliseconds U3V_RetryPause::Next(bool overflow)
 {
-    if (overflow && m_nOverflows < m_nPacketsOfImage) {
-        ++m_nOverflows;
+    if (overflow && m_overflows < m_packetsOfImage) {
+        ++m_overflows;
         return std::chrono::milliseconds(0);
     }
-    const auto pause = std::min(m_Next, m_Longest);
-    m_Next = 2 * pause;
+    const auto pause = std::min(m_next, m_longest);
+    m_next = 2 * pause;
     return pause;
 }
 
 void U3V_RetryPause::Reset()
 {
-    m_Next = kFirst;
-    m_nOverflows = 0;
+    m_next = kFirst;
+    m_overflows = 0;
 }
 
 U3V_StreamSession::U3V_StreamSession(Setup setup, uint32_t bufferCount)
-    : m_Setup(std::move(setup)), m_RetryPause(m_Setup.timings.retryPause, m_Setup.plan.payload)
+    : m_setup(std::move(setup)), m_retryPause(m_setup.timings.retryPause, m_setup.plan.payload)
 {
     _allocate(bufferCount);
-    m_Payload = m_Setup.handover->Begin(m_Cycle);
+    m_payload = m_setup.handover->Begin(m_cycle);
 }
 
 void U3V_StreamSession::_allocate(uint32_t bufferCount)
 {
-    const U3V_StreamPlan& plan = m_Setup.plan;
+    const U3V_StreamPlan& plan = m_setup.plan;
     if (plan.payload > std::numeric_limits<uint32_t>::max() || bufferCount > kMaximumBufferCount) {
         throw std::bad_alloc(); // no buffer can be that large, no process has that many
     }
     const uint64_t images = uint64_t{bufferCount} + U3V_ImageCycle::kExtraBlocks;
     U3V_RequireMemory(plan.payload * images + plan.leader + plan.trailer);
-    UsbBlockSource source(m_Setup.handle);
+    UsbBlockSource source(m_setup.handle);
     // The camera may name a leader shorter than the fields in it; those read as zero.
-    m_LeaderBlock = source.Allocate(plan.leader);
-    m_TrailerBlock = source.Allocate(plan.trailer);
-    m_FirstBlock = source.Allocate(kFirstBlockSize);
-    m_Cycle = std::make_shared<U3V_ImageCycle>(
+    m_leaderBlock = source.Allocate(plan.leader);
+    m_trailerBlock = source.Allocate(plan.trailer);
+    m_firstBlock = source.Allocate(kFirstBlockSize);
+    m_cycle = std::make_shared<U3V_ImageCycle>(
         source, bufferCount, static_cast<size_t>(plan.payload), plan.transferSize);
 }
 
 int U3V_StreamSession::Submit(libusb_transfer_cb_fn callback)
 {
-    m_Transfer.reset(libusb_alloc_transfer(0));
-    if (m_Transfer == nullptr) {
+    m_transfer.reset(libusb_alloc_transfer(0));
+    if (m_transfer == nullptr) {
         return LIBUSB_ERROR_NO_MEM;
     }
-    libusb_fill_bulk_transfer(m_Transfer.get(), m_Setup.handle.get(), m_Setup.endpoint,
-                              m_FirstBlock.Data(), static_cast<int>(m_FirstBlock.Size()), callback,
-                              this, m_Setup.timings.transferTimeout);
+    libusb_fill_bulk_transfer(m_transfer.get(), m_setup.handle.get(), m_setup.endpoint,
+                              m_firstBlock.Data(), static_cast<int>(m_firstBlock.Size()), callback,
+                              this, m_setup.timings.transferTimeout);
     {
         // Before the submit: the completion may be here before the submit returns.
-        Locker lock(m_DoneMutex);
-        m_Self = shared_from_this();
-        m_bInFlight = true;
+        Locker lock(m_doneMutex);
+        m_self = shared_from_this();
+        m_inFlight = true;
     }
-    const int result = libusb_submit_transfer(m_Transfer.get());
+    const int result = libusb_submit_transfer(m_transfer.get());
     if (result < 0) {
-        m_Transfer.reset();
+        m_transfer.reset();
         _end();
     }
     return result;
@@ -107,13 +107,13 @@ int U3V_StreamSession::Submit(libusb_transfer_cb_fn callback)
 bool U3V_StreamSession::_mustServe() const
 {
     // In this order: a pause begins before a stop only, and nobody is abandoned before the stop.
-    return (!m_bAbandoned && (!m_bStop || m_bInFlight)) || m_bPaused;
+    return (!m_abandoned && (!m_stop || m_inFlight)) || m_paused;
 }
 
 void U3V_StreamSession::ServeEvents()
 {
     while (_mustServe()) {
-        if (m_bPaused) {
+        if (m_paused) {
             _recover();
         } else {
             _serveOnce();
@@ -124,11 +124,11 @@ void U3V_StreamSession::ServeEvents()
 void U3V_StreamSession::_serveOnce()
 {
     timeval wait{};
-    wait.tv_sec = static_cast<time_t>(m_Setup.timings.eventWait / 1000);
-    wait.tv_usec = static_cast<suseconds_t>(m_Setup.timings.eventWait % 1000 * 1000);
+    wait.tv_sec = static_cast<time_t>(m_setup.timings.eventWait / 1000);
+    wait.tv_usec = static_cast<suseconds_t>(m_setup.timings.eventWait % 1000 * 1000);
     if (libusb_handle_events_timeout(nullptr, &wait) < 0) {
         // A bus that fails at once must not cost a whole processor.
-        std::this_thread::sleep_for(std::chrono::milliseconds(m_Setup.timings.eventPause));
+        std::this_thread::sleep_for(std::chrono::milliseconds(m_setup.timings.eventPause));
     }
 }
 
@@ -142,8 +142,8 @@ void U3V_StreamSession::Complete(libusb_transfer* transfer)
 // Also what came before a time-out or an error is in the block.
 void U3V_StreamSession::_noteWritten()
 {
-    if (m_nPayloadOffset.has_value()) {
-        m_Payload.Written(*m_nPayloadOffset, _received());
+    if (m_payloadOffset.has_value()) {
+        m_payload.Written(*m_payloadOffset, _received());
     }
 }
 
@@ -151,16 +151,16 @@ void U3V_StreamSession::_complete()
 {
     _noteWritten();
     bool failed = false;
-    switch (m_Transfer->status) {
+    switch (m_transfer->status) {
     case LIBUSB_TRANSFER_CANCELLED: _endWith("Cancelled"); return;
     case LIBUSB_TRANSFER_NO_DEVICE: _endWith("No Device"); return;
     case LIBUSB_TRANSFER_COMPLETED:
-        m_RetryPause.Reset();
+        m_retryPause.Reset();
         _advance();
         break;
     case LIBUSB_TRANSFER_TIMED_OUT: std::puts("Timeout (normal)"); break;
     default:
-        std::printf("Unknown transfer code: %d\n", static_cast<int>(m_Transfer->status));
+        std::printf("Unknown transfer code: %d\n", static_cast<int>(m_transfer->status));
         failed = true;
     }
     _goOn(failed);
@@ -168,7 +168,7 @@ void U3V_StreamSession::_complete()
 
 void U3V_StreamSession::_endWith(const char* text)
 {
-    m_Transfer.reset();
+    m_transfer.reset();
     std::puts(text);
     _end();
 }
@@ -176,15 +176,15 @@ void U3V_StreamSession::_endWith(const char* text)
 // Bytes that arrived, at most what was asked for.
 uint32_t U3V_StreamSession::_received() const
 {
-    return static_cast<uint32_t>(std::clamp(m_Transfer->actual_length, 0, m_Transfer->length));
+    return static_cast<uint32_t>(std::clamp(m_transfer->actual_length, 0, m_transfer->length));
 }
 
 void U3V_StreamSession::_advance()
 {
-    switch (U3V_KindOfPacket(m_Setup.plan, _received())) {
+    switch (U3V_KindOfPacket(m_setup.plan, _received())) {
     case U3V_PacketKind::Leader: _takeLeader(); break;
     case U3V_PacketKind::Payload: _takePayload(); break;
-    case U3V_PacketKind::Final1: _read(m_TrailerBlock.Bytes(), m_TrailerBlock.Size()); break;
+    case U3V_PacketKind::Final1: _read(m_trailerBlock.Bytes(), m_trailerBlock.Size()); break;
     case U3V_PacketKind::Trailer: _takeTrailer(); break;
     case U3V_PacketKind::Other: break; // the same read again
     }
@@ -194,46 +194,46 @@ void U3V_StreamSession::_advance()
 // lengths are signed.
 void U3V_StreamSession::_read(std::span<uint8_t> block, uint64_t length)
 {
-    m_Transfer->buffer = block.data();
-    m_Transfer->length =
+    m_transfer->buffer = block.data();
+    m_transfer->length =
         static_cast<int>(std::min<uint64_t>({length, block.size(), uint64_t{INT_MAX}}));
-    m_nPayloadOffset.reset();
+    m_payloadOffset.reset();
 }
 
 void U3V_StreamSession::_readPayload(uint64_t offset, uint64_t length)
 {
-    _read(m_Payload.ReadAt(offset), length);
-    m_nPayloadOffset = offset;
+    _read(m_payload.ReadAt(offset), length);
+    m_payloadOffset = offset;
 }
 
 void U3V_StreamSession::_takeLeader()
 {
     namespace wire = leader_wire;
     // From wherever it was read to: the first-read block, later the leader block.
-    const std::span<const uint8_t> leader(m_Transfer->buffer, _received());
-    m_Leader.nBlockId = Load(leader, wire::kBlockId);
-    m_Leader.nTimestamp = Load(leader, wire::kTimestamp);
-    m_Leader.nPixelFormat = Load(leader, wire::kPixelFormat);
-    m_Leader.nSizeX = Load(leader, wire::kSizeX);
-    m_Leader.nSizeY = Load(leader, wire::kSizeY);
-    m_Leader.nOffsetX = Load(leader, wire::kOffsetX);
-    m_Leader.nOffsetY = Load(leader, wire::kOffsetY);
-    m_Leader.nPaddingX = Load(leader, wire::kPaddingX);
-    m_bLeaderPending = true;
+    const std::span<const uint8_t> leader(m_transfer->buffer, _received());
+    m_leader.nBlockId = Load(leader, wire::kBlockId);
+    m_leader.nTimestamp = Load(leader, wire::kTimestamp);
+    m_leader.nPixelFormat = Load(leader, wire::kPixelFormat);
+    m_leader.nSizeX = Load(leader, wire::kSizeX);
+    m_leader.nSizeY = Load(leader, wire::kSizeY);
+    m_leader.nOffsetX = Load(leader, wire::kOffsetX);
+    m_leader.nOffsetY = Load(leader, wire::kOffsetY);
+    m_leader.nPaddingX = Load(leader, wire::kPaddingX);
+    m_leaderPending = true;
 
-    m_nReceived = m_Setup.plan.NextPayload(0);
-    _readPayload(0, m_nReceived);
+    m_received = m_setup.plan.NextPayload(0);
+    _readPayload(0, m_received);
 }
 
 void U3V_StreamSession::_takePayload()
 {
-    const uint64_t length = m_Setup.plan.NextPayload(m_nReceived);
+    const uint64_t length = m_setup.plan.NextPayload(m_received);
     if (length == 0) { // the image is complete
-        _read(m_TrailerBlock.Bytes(), m_TrailerBlock.Size());
+        _read(m_trailerBlock.Bytes(), m_trailerBlock.Size());
         return;
     }
-    _readPayload(m_nReceived, length);
-    m_nReceived += length;
+    _readPayload(m_received, length);
+    m_received += length;
 }
 
 void U3V_StreamSession::_takeTrailer()
@@ -241,9 +241,9 @@ void U3V_StreamSession::_takeTrailer()
     ++m_nNumImagesAcquired;
     // Quirk Q66: the whole image goes out, also where its payload never came; there it is the one
     // before.
-    m_Setup.handover->Publish(m_Cycle, m_Payload, m_bLeaderPending ? &m_Leader : nullptr);
-    m_bLeaderPending = false;
-    _read(m_LeaderBlock.Bytes(), m_LeaderBlock.Size());
+    m_setup.handover->Publish(m_cycle, m_payload, m_leaderPending ? &m_leader : nullptr);
+    m_leaderPending = false;
+    _read(m_leaderBlock.Bytes(), m_leaderBlock.Size());
 }
 
 void U3V_StreamSession::_goOn(bool failed)
@@ -251,8 +251,8 @@ void U3V_StreamSession::_goOn(bool failed)
     // Quirk Q67: compared after every completion, so with 0 images to acquire the first one ends
     // the acquisition, whatever it was. Without a limit there is nothing to reach: a line may run
     // for more images than the count can tell.
-    if (m_Setup.imagesToAcquire != kNoLimit && m_nNumImagesAcquired == m_Setup.imagesToAcquire) {
-        m_bStop = true;
+    if (m_setup.imagesToAcquire != kNoLimit && m_nNumImagesAcquired == m_setup.imagesToAcquire) {
+        m_stop = true;
     }
     if (!failed || !_pause()) {
         _resubmitOrStop();
@@ -265,11 +265,11 @@ void U3V_StreamSession::_goOn(bool failed)
 bool U3V_StreamSession::_pause()
 {
     {
-        Locker lock(m_DoneMutex);
-        if (m_bStop) {
+        Locker lock(m_doneMutex);
+        if (m_stop) {
             return false;
         }
-        m_bPaused = true;
+        m_paused = true;
     }
     // From here on the session is the event thread's. It may be waiting for libusb's next event.
     libusb_interrupt_event_handler(nullptr);
@@ -280,23 +280,23 @@ bool U3V_StreamSession::_pause()
 // once: without the pause that would be all that a processor does.
 void U3V_StreamSession::_recover()
 {
-    const bool overflow = m_Transfer->status == LIBUSB_TRANSFER_OVERFLOW;
-    std::this_thread::sleep_for(m_RetryPause.Next(overflow));
-    libusb_clear_halt(m_Setup.handle.get(), m_Setup.endpoint);
-    m_bPaused = false;
+    const bool overflow = m_transfer->status == LIBUSB_TRANSFER_OVERFLOW;
+    std::this_thread::sleep_for(m_retryPause.Next(overflow));
+    libusb_clear_halt(m_setup.handle.get(), m_setup.endpoint);
+    m_paused = false;
     _resubmitOrStop();
 }
 
 void U3V_StreamSession::_resubmitOrStop()
 {
-    if (m_bStop) {
+    if (m_stop) {
         _finish();
         return;
     }
-    const int result = libusb_submit_transfer(m_Transfer.get());
+    const int result = libusb_submit_transfer(m_transfer.get());
     if (result < 0) {
         std::printf("Unable to submit URB. libusb error code: %d\n", result);
-        m_Transfer.reset();
+        m_transfer.reset();
         _end();
     }
 }
@@ -305,15 +305,15 @@ void U3V_StreamSession::_resubmitOrStop()
 // it alive; the session itself goes last.
 void U3V_StreamSession::_finish()
 {
-    m_Transfer.reset();
+    m_transfer.reset();
     {
-        Locker lock(m_DoneMutex);
-        m_bDone = true;
+        Locker lock(m_doneMutex);
+        m_isDone = true;
     }
-    m_Done.Signal();
+    m_done.Signal();
     // Quirk Q68: the count that is logged is the one asked for, not the one reached.
     g_logger.Trace(ZR_LOG_DEBUG, "%s m_nNumImagesAcquired: %i ", "image_callback",
-                   static_cast<int>(m_Setup.imagesToAcquire));
+                   static_cast<int>(m_setup.imagesToAcquire));
     _end();
 }
 
@@ -322,37 +322,37 @@ void U3V_StreamSession::_finish()
 void U3V_StreamSession::_end()
 {
     std::shared_ptr<U3V_StreamSession> self; // outlives the lock
-    Locker lock(m_DoneMutex);
-    self.swap(m_Self);
-    m_bInFlight = false;
-    m_Ended.Broadcast();
+    Locker lock(m_doneMutex);
+    self.swap(m_self);
+    m_inFlight = false;
+    m_ended.Broadcast();
 }
 
 // The flag is set and the wait begun under one lock: what has ended before does not count.
 void U3V_StreamSession::_beginStop()
 {
-    if (!m_StopDeadline.has_value()) {
-        m_bStop = true;
-        m_bDone = false;
-        m_StopDeadline = ZrDeadlineAfter(m_Setup.timings.stopWait);
+    if (!m_stopDeadline.has_value()) {
+        m_stop = true;
+        m_isDone = false;
+        m_stopDeadline = ZrDeadlineAfter(m_setup.timings.stopWait);
     }
 }
 
 void U3V_StreamSession::RequestStop()
 {
-    Locker lock(m_DoneMutex);
+    Locker lock(m_doneMutex);
     _beginStop();
 }
 
 bool U3V_StreamSession::StopAndAwaitDone()
 {
-    Locker lock(m_DoneMutex);
+    Locker lock(m_doneMutex);
     _beginStop();
-    const timespec deadline = *m_StopDeadline;
-    m_StopDeadline.reset(); // a stop that is repeated begins anew
-    while (!m_bDone) {
-        if (m_Done.TimedWait(m_DoneMutex, deadline) != 0) {
-            return m_bDone;
+    const timespec deadline = *m_stopDeadline;
+    m_stopDeadline.reset(); // a stop that is repeated begins anew
+    while (!m_isDone) {
+        if (m_done.TimedWait(m_doneMutex, deadline) != 0) {
+            return m_isDone;
         }
     }
     return true;
@@ -361,12 +361,12 @@ bool U3V_StreamSession::StopAndAwaitDone()
 void U3V_StreamSession::StopAndRelease(int32_t wait_ms)
 {
     {
-        Locker lock(m_DoneMutex);
-        m_bStop = true;
+        Locker lock(m_doneMutex);
+        m_stop = true;
         const timespec deadline = ZrDeadlineAfter(wait_ms);
-        while (m_bInFlight && m_Ended.TimedWait(m_DoneMutex, deadline) == 0) {
+        while (m_inFlight && m_ended.TimedWait(m_doneMutex, deadline) == 0) {
         }
-        if (!m_bInFlight) {
+        if (!m_inFlight) {
             return;
         }
     }
@@ -375,20 +375,20 @@ void U3V_StreamSession::StopAndRelease(int32_t wait_ms)
         TheOrphans().sessions.push_back(shared_from_this());
     }
     // Should the transfer come back after all, another thread's turn at libusb will take it.
-    m_bAbandoned = true;
+    m_abandoned = true;
 }
 
 void U3V_StreamSession::FreeBlocks()
 {
-    if (m_bInFlight) {
+    if (m_inFlight) {
         return;
     }
-    m_Transfer.reset();
-    for (UsbBlock* block : {&m_LeaderBlock, &m_TrailerBlock, &m_FirstBlock}) {
+    m_transfer.reset();
+    for (UsbBlock* block : {&m_leaderBlock, &m_trailerBlock, &m_firstBlock}) {
         *block = {};
     }
-    m_Payload = {};
-    m_Cycle.reset();
+    m_payload = {};
+    m_cycle.reset();
 }
 
 void U3V_StreamSession::ReapOrphans()
@@ -397,7 +397,7 @@ void U3V_StreamSession::ReapOrphans()
     Locker lock(TheOrphans().mutex);
     auto& sessions = TheOrphans().sessions;
     const auto split = std::partition(sessions.begin(), sessions.end(),
-                                      [](const auto& session) { return !!session->m_bInFlight; });
+                                      [](const auto& session) { return !!session->m_inFlight; });
     ended.assign(std::make_move_iterator(split), std::make_move_iterator(sessions.end()));
     sessions.erase(split, sessions.end());
 }

@@ -37,7 +37,7 @@ class U3V_RetryPause
 {
 public:
     U3V_RetryPause(unsigned longest_ms, uint64_t imageSize)
-        : m_Longest(longest_ms), m_nPacketsOfImage(imageSize / kSmallestPacket + 1)
+        : m_longest(longest_ms), m_packetsOfImage(imageSize / kSmallestPacket + 1)
     {
     }
 
@@ -48,10 +48,10 @@ private:
     static constexpr std::chrono::milliseconds kFirst{1};
     static constexpr uint64_t kSmallestPacket = 512; // bytes, of a bulk endpoint at high speed
 
-    const std::chrono::milliseconds m_Longest;
-    const uint64_t m_nPacketsOfImage;
-    std::chrono::milliseconds m_Next = kFirst;
-    uint64_t m_nOverflows = 0;
+    const std::chrono::milliseconds m_longest;
+    const uint64_t m_packetsOfImage;
+    std::chrono::milliseconds m_next = kFirst;
+    uint64_t m_overflows = 0;
 };
 
 // One acquisition from start to its last completion: the plan, the one transfer that cycles through
@@ -93,14 +93,14 @@ public:
     static void Complete(libusb_transfer* transfer);
 
     // Sets the stop flag; the wait for the end of streaming begins here.
-    void RequestStop() ZR_EXCLUDES(m_DoneMutex);
+    void RequestStop() ZR_EXCLUDES(m_doneMutex);
     // The same, unless a stop was requested already, and waits once for the end of streaming; false
     // when it did not come in time, which is always so when streaming had already ended.
-    bool StopAndAwaitDone() ZR_EXCLUDES(m_DoneMutex);
+    bool StopAndAwaitDone() ZR_EXCLUDES(m_doneMutex);
     // Sets the stop flag and waits up to `wait_ms` for the transfer only. When the bus does not
     // give it back, the session is kept as an orphan, with blocks and handle, and the event thread
     // is let go.
-    void StopAndRelease(int32_t wait_ms) ZR_EXCLUDES(m_DoneMutex);
+    void StopAndRelease(int32_t wait_ms) ZR_EXCLUDES(m_doneMutex);
 
     // Frees what a start that failed has allocated; without a transfer in flight only.
     void FreeBlocks();
@@ -113,7 +113,7 @@ private:
     void _allocate(uint32_t bufferCount);
     void _serveOnce();
     void _complete();
-    void _endWith(const char* text) ZR_EXCLUDES(m_DoneMutex);
+    void _endWith(const char* text) ZR_EXCLUDES(m_doneMutex);
     void _noteWritten();
     void _advance();
     void _takeLeader();
@@ -121,41 +121,41 @@ private:
     void _takeTrailer();
     void _read(std::span<uint8_t> block, uint64_t length);
     void _readPayload(uint64_t offset, uint64_t length);
-    void _goOn(bool failed) ZR_EXCLUDES(m_DoneMutex);
-    bool _pause() ZR_EXCLUDES(m_DoneMutex);
+    void _goOn(bool failed) ZR_EXCLUDES(m_doneMutex);
+    bool _pause() ZR_EXCLUDES(m_doneMutex);
     void _recover();
     void _resubmitOrStop();
-    void _finish() ZR_EXCLUDES(m_DoneMutex);
-    void _end() ZR_EXCLUDES(m_DoneMutex);
-    void _beginStop() ZR_REQUIRES(m_DoneMutex);
+    void _finish() ZR_EXCLUDES(m_doneMutex);
+    void _end() ZR_EXCLUDES(m_doneMutex);
+    void _beginStop() ZR_REQUIRES(m_doneMutex);
     bool _mustServe() const;
     uint32_t _received() const;
 
-    const Setup m_Setup;
+    const Setup m_setup;
 
     // Touched by completions only (and by Submit before the first one).
-    UsbTransferPtr m_Transfer;
-    UsbBlock m_FirstBlock;
-    UsbBlock m_LeaderBlock;
-    UsbBlock m_TrailerBlock;
-    std::shared_ptr<U3V_ImageCycle> m_Cycle;
-    U3V_PayloadInProgress m_Payload;
-    uint64_t m_nReceived = 0;                 // payload bytes asked for so far
-    std::optional<uint64_t> m_nPayloadOffset; // of the read in flight, if it is one of payload
-    IMAGE_HEADER m_Leader = {};               // of the image being received
-    bool m_bLeaderPending = false;            // no trailer since the leader
-    U3V_RetryPause m_RetryPause;
+    UsbTransferPtr m_transfer;
+    UsbBlock m_firstBlock;
+    UsbBlock m_leaderBlock;
+    UsbBlock m_trailerBlock;
+    std::shared_ptr<U3V_ImageCycle> m_cycle;
+    U3V_PayloadInProgress m_payload;
+    uint64_t m_received = 0;                 // payload bytes asked for so far
+    std::optional<uint64_t> m_payloadOffset; // of the read in flight, if it is one of payload
+    IMAGE_HEADER m_leader = {};              // of the image being received
+    bool m_leaderPending = false;            // no trailer since the leader
+    U3V_RetryPause m_retryPause;
 
     std::atomic<uint64_t> m_nNumImagesAcquired = 0;
-    std::atomic<bool> m_bStop = false;
-    std::atomic<bool> m_bAbandoned = false; // the event thread is let go
-    std::atomic<bool> m_bInFlight = false;
-    std::atomic<bool> m_bPaused = false; // in flight as before, but with the event thread
+    std::atomic<bool> m_stop = false;
+    std::atomic<bool> m_abandoned = false; // the event thread is let go
+    std::atomic<bool> m_inFlight = false;
+    std::atomic<bool> m_paused = false; // in flight as before, but with the event thread
 
-    Mutex m_DoneMutex;
-    Condition m_Done;  // end of streaming after a stop
-    Condition m_Ended; // end of the transfer for whatever reason
-    bool m_bDone ZR_GUARDED_BY(m_DoneMutex) = false;
-    std::optional<timespec> m_StopDeadline ZR_GUARDED_BY(m_DoneMutex); // of a stop that has begun
-    std::shared_ptr<U3V_StreamSession> m_Self ZR_GUARDED_BY(m_DoneMutex); // while in flight
+    Mutex m_doneMutex;
+    Condition m_done;  // end of streaming after a stop
+    Condition m_ended; // end of the transfer for whatever reason
+    bool m_isDone ZR_GUARDED_BY(m_doneMutex) = false;
+    std::optional<timespec> m_stopDeadline ZR_GUARDED_BY(m_doneMutex); // of a stop that has begun
+    std::shared_ptr<U3V_StreamSession> m_self ZR_GUARDED_BY(m_doneMutex); // while in flight
 };

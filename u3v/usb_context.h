@@ -15,12 +15,12 @@ public:
         // Memory first: without it libusb is left as it was.
         const std::shared_ptr<UsbContext> context(new UsbContext);
         result = libusb_init(nullptr);
-        context->m_bInitialized = result == 0;
-        return context->m_bInitialized ? context : nullptr;
+        context->m_initialized = result == 0;
+        return context->m_initialized ? context : nullptr;
     }
     ~UsbContext()
     {
-        if (m_bInitialized) {
+        if (m_initialized) {
             libusb_exit(nullptr);
         }
     }
@@ -30,7 +30,7 @@ public:
 private:
     UsbContext() = default;
 
-    bool m_bInitialized = false;
+    bool m_initialized = false;
 };
 
 // An open device, which keeps its context.

@@ -11,8 +11,8 @@ class U3V_ControlProbe
 public:
     static void SetRequestId(U3V_Control& control, uint16_t id)
     {
-        Locker lock(control.m_Mutex);
-        control.m_nRequestId = id;
+        Locker lock(control.m_mutex);
+        control.m_requestId = id;
     }
 };
 
