@@ -38,8 +38,8 @@ GC_ERROR ZrU3VController::Init()
         return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
     }
     WriteLocker lock(m_lifeCycle);
-    m_pSystem = std::make_unique<ZrU3VSystem>();
-    m_bInitialized.store(true, std::memory_order_release);
+    m_system = std::make_unique<ZrU3VSystem>();
+    m_initialized.store(true, std::memory_order_release);
     return GC_ERR_SUCCESS;
 }
 
@@ -51,11 +51,11 @@ GC_ERROR ZrU3VController::Close()
         return ZR_FAIL(GC_ERR_NOT_INITIALIZED, "%s GC_ERR_NOT_INITIALIZED", __func__);
     }
     Locker<Mutex> oneAtATime(m_initCloseMutex);
-    if (!m_bInitialized.exchange(false)) {
+    if (!m_initialized.exchange(false)) {
         return ZR_FAIL(GC_ERR_NOT_INITIALIZED, "%s GC_ERR_NOT_INITIALIZED", __func__);
     }
     WriteLocker lock(m_lifeCycle);
-    m_pSystem.reset();
+    m_system.reset();
     UnregisterAllModule();
     return GC_ERR_SUCCESS;
 }
@@ -67,7 +67,7 @@ GC_ERROR ZrU3VController::_onSystem(const char* function, Operation&& operation)
     if (IsInitialized()) {
         ReadLocker lock(m_lifeCycle);
         if (IsInitialized()) {
-            return operation(*m_pSystem);
+            return operation(*m_system);
         }
     }
     return ZR_FAIL(GC_ERR_NOT_INITIALIZED, "%s GC_ERR_NOT_INITIALIZED", function);

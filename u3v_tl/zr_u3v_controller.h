@@ -24,7 +24,7 @@ public:
     GC_ERROR Init();
     // Destroys the System with everything below it and empties the registry.
     GC_ERROR Close();
-    bool IsInitialized() const { return m_bInitialized.load(std::memory_order_acquire); }
+    bool IsInitialized() const { return m_initialized.load(std::memory_order_acquire); }
     GC_ERROR GetInfo(int iInfoCmd, int* piType, void* pBuffer, size_t* piSize);
     // Opens the System and writes its handle to *phSystem, which must hold NULL on entry. A NULL
     // phSystem is answered with GC_ERR_INVALID_PARAMETER.
@@ -36,8 +36,8 @@ private:
     template <class Operation>
     GC_ERROR _onSystem(const char* function, Operation&& operation);
 
-    std::atomic<bool> m_bInitialized{false};
-    std::unique_ptr<ZrU3VSystem> m_pSystem ZR_GUARDED_BY(m_lifeCycle);
+    std::atomic<bool> m_initialized{false};
+    std::unique_ptr<ZrU3VSystem> m_system ZR_GUARDED_BY(m_lifeCycle);
     Mutex m_initCloseMutex; // one initialising or closing at a time
     RwLock m_lifeCycle;     // read by the calls that use the System
 };

@@ -31,7 +31,7 @@ ZrGenTLImage ImageOf(const IMAGE_HEADER& header, size_t bufferSize, bool incompl
 ZrU3VDataStream::ZrU3VDataStream(ZrU3VRemoteDevice* remote, uint32_t index,
                                  ZrGenTLModuleBase* parent)
     : ZrGenTLModuleBase(std::to_string(index), parent), m_pRemoteDevice(remote),
-      m_pThreadAcquisition(std::make_unique<ZrU3VThreadAcquisition>(this)),
+      m_threadAcquisition(std::make_unique<ZrU3VThreadAcquisition>(this)),
       m_streamId(std::to_string(index)), m_tlType(Producer::kTLType),
       m_document(kDocumentFileName, ZrGenTLUtil::CreateXMLDataStream())
 {
@@ -50,15 +50,15 @@ ZrU3VDataStream::~ZrU3VDataStream()
     bool open = false;
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        open = m_bOpen;
+        open = m_open;
     }
     if (open) {
         Close();
     }
-    m_pThreadAcquisition->Stop();
+    m_threadAcquisition->Stop();
     _wakeAcquisition();
-    m_pThreadAcquisition->Wait(-1);
-    m_pThreadAcquisition.reset();
+    m_threadAcquisition->Wait(-1);
+    m_threadAcquisition.reset();
     // The events go before the buffers that their entries are.
     _destroyEvents();
 }
@@ -68,7 +68,7 @@ GC_ERROR ZrU3VDataStream::Open()
     Locker<Mutex> control(m_controlMutex);
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        if (m_bOpen) {
+        if (m_open) {
             return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
         }
     }
@@ -76,7 +76,7 @@ GC_ERROR ZrU3VDataStream::Open()
         return ZR_FAIL(status, "%s OpenStream:%d", __func__, status);
     }
     Locker<RecursiveMutex> lock(m_mutex);
-    m_bOpen = true;
+    m_open = true;
     return GC_ERR_SUCCESS;
 }
 
@@ -85,7 +85,7 @@ GC_ERROR ZrU3VDataStream::Close()
     Locker<Mutex> control(m_controlMutex);
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        if (!m_bOpen) {
+        if (!m_open) {
             return ZR_FAIL(GC_ERR_NOT_INITIALIZED, "%s GC_ERR_NOT_INITIALIZED", __func__);
         }
     }
@@ -93,19 +93,19 @@ GC_ERROR ZrU3VDataStream::Close()
         _endAcquisition();
     }
     // Ended, or just about to end by itself: the stream goes only after the thread that reads it.
-    m_pThreadAcquisition->Wait(-1);
+    m_threadAcquisition->Wait(-1);
     if (const GC_ERROR status = m_pRemoteDevice->CloseStream(); status != GC_ERR_SUCCESS) {
         ZR_TRACE(ZR_TRACE_ERROR, "%s m_pRemoteDevice->CloseStream:%d", __func__, status);
     }
     Locker<RecursiveMutex> lock(m_mutex);
-    m_bOpen = false;
+    m_open = false;
     return GC_ERR_SUCCESS;
 }
 
 bool ZrU3VDataStream::_isAcquiring()
 {
     Locker<RecursiveMutex> lock(m_mutex);
-    return m_bAcquiring;
+    return m_acquiring;
 }
 
 GC_ERROR ZrU3VDataStream::AnnounceBuffer(void* buffer, size_t size, void* userPtr, void** handle)
@@ -279,28 +279,28 @@ GC_ERROR ZrU3VDataStream::StartAcquisition(int32_t /*flags*/, uint64_t count)
     if (m_pRemoteDevice->StartAcquisition(count) != GC_ERR_SUCCESS) {
         return ZR_FAIL(GC_ERR_ERROR, "%s StartAcquisition GC_ERR_ERROR", __func__);
     }
-    if (m_pThreadAcquisition->IsStopRequested()) {
-        m_pThreadAcquisition->Wait(-1); // still on its way out of the acquisition before
+    if (m_threadAcquisition->IsStopRequested()) {
+        m_threadAcquisition->Wait(-1); // still on its way out of the acquisition before
     }
-    if (!m_pThreadAcquisition->IsRunning()) {
+    if (!m_threadAcquisition->IsRunning()) {
         _limitTo(count);
     }
     // False means that it runs already, which is as good; or has just ended, then once more; or
     // that the system has no thread for us.
-    if (!m_pThreadAcquisition->Start(count) && !m_pThreadAcquisition->IsRunning() &&
-        !m_pThreadAcquisition->Start(count)) {
+    if (!m_threadAcquisition->Start(count) && !m_threadAcquisition->IsRunning() &&
+        !m_threadAcquisition->Start(count)) {
         static_cast<void>(m_pRemoteDevice->StopAcquisition());
         return ZR_FAIL(GC_ERR_RESOURCE_EXHAUSTED, "%s GC_ERR_RESOURCE_EXHAUSTED", __func__);
     }
     Locker<RecursiveMutex> lock(m_mutex);
-    m_bAcquiring = true;
+    m_acquiring = true;
     return GC_ERR_SUCCESS;
 }
 
 void ZrU3VDataStream::_limitTo(uint64_t count)
 {
     Locker<RecursiveMutex> lock(m_mutex);
-    m_nDeliveredAtEnd = count < UINT64_MAX - m_nDelivered ? m_nDelivered + count : UINT64_MAX;
+    m_deliveredAtEnd = count < UINT64_MAX - m_delivered ? m_delivered + count : UINT64_MAX;
 }
 
 // A consumer that holds the last image may start anew before the thread has come to stop itself:
@@ -308,7 +308,7 @@ void ZrU3VDataStream::_limitTo(uint64_t count)
 bool ZrU3VDataStream::_hasAllImages()
 {
     Locker<RecursiveMutex> lock(m_mutex);
-    return m_bAcquiring && m_nDelivered >= m_nDeliveredAtEnd;
+    return m_acquiring && m_delivered >= m_deliveredAtEnd;
 }
 
 GC_ERROR ZrU3VDataStream::StopAcquisition(int32_t flags)
@@ -317,7 +317,7 @@ GC_ERROR ZrU3VDataStream::StopAcquisition(int32_t flags)
         return ZR_FAIL(GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED Flags:%d", __func__,
                        flags);
     }
-    if (m_pThreadAcquisition->IsCurrentThread()) {
+    if (m_threadAcquisition->IsCurrentThread()) {
         _endOwnAcquisition();
         return GC_ERR_SUCCESS;
     }
@@ -334,7 +334,7 @@ void ZrU3VDataStream::RequestStop()
         return;
     }
     if (_isAcquiring()) {
-        m_pThreadAcquisition->Stop();
+        m_threadAcquisition->Stop();
         _wakeAcquisition();
         m_pRemoteDevice->RequestStop();
     }
@@ -348,7 +348,7 @@ void ZrU3VDataStream::_endOwnAcquisition()
     if (!m_controlMutex.TryLock()) {
         return;
     }
-    m_pThreadAcquisition->Stop();
+    m_threadAcquisition->Stop();
     static_cast<void>(m_pRemoteDevice->StopAcquisition());
     _setAcquiring(false);
     m_controlMutex.Unlock();
@@ -356,17 +356,17 @@ void ZrU3VDataStream::_endOwnAcquisition()
 
 void ZrU3VDataStream::_endAcquisition()
 {
-    m_pThreadAcquisition->Stop();
+    m_threadAcquisition->Stop();
     _wakeAcquisition();
     static_cast<void>(m_pRemoteDevice->StopAcquisition());
-    m_pThreadAcquisition->Wait(-1);
+    m_threadAcquisition->Wait(-1);
     _setAcquiring(false);
 }
 
 void ZrU3VDataStream::_setAcquiring(bool acquiring)
 {
     Locker<RecursiveMutex> lock(m_mutex);
-    m_bAcquiring = acquiring;
+    m_acquiring = acquiring;
 }
 
 void ZrU3VDataStream::_wakeAcquisition()
@@ -379,7 +379,7 @@ void ZrU3VDataStream::WaitForInputBuffer()
 {
     Locker<Mutex> lock(m_bufferMutex);
     while (m_BufferContainer.GetCount(ZR_BUFFER_LIST_INPUT) == 0 &&
-           !m_pThreadAcquisition->IsStopRequested()) {
+           !m_threadAcquisition->IsStopRequested()) {
         m_inputChanged.Wait(m_bufferMutex);
     }
 }
@@ -443,7 +443,7 @@ bool ZrU3VDataStream::_handOut(ZrGenTLBuffer& buffer, const ZrGenTLImage& image,
     {
         // Counted before it is signalled: a consumer that has the buffer finds it in the count.
         Locker<RecursiveMutex> count(m_mutex);
-        ++m_nDelivered;
+        ++m_delivered;
     }
     if (event != nullptr) {
         event->Add(&buffer);
@@ -477,7 +477,7 @@ GC_ERROR ZrU3VDataStream::GetBufferInfo(void* handle, int32_t cmd, int32_t* type
 uint64_t ZrU3VDataStream::_deliveredCount()
 {
     Locker<RecursiveMutex> lock(m_mutex);
-    return m_nDelivered;
+    return m_delivered;
 }
 
 // 0 without an event.
@@ -498,7 +498,7 @@ GC_ERROR ZrU3VDataStream::GetInfo(int32_t cmd, int32_t* type, void* buffer, size
     case STREAM_INFO_NUM_DELIVERED:
         return ZrGenTLUtil::CopyInfoUint64(_deliveredCount(), type, buffer, size);
     case STREAM_INFO_NUM_UNDERRUN:
-        return ZrGenTLUtil::CopyInfoUint64(m_nUnderrun, type, buffer, size);
+        return ZrGenTLUtil::CopyInfoUint64(m_underrun, type, buffer, size);
     case STREAM_INFO_NUM_ANNOUNCED:
         return ZrGenTLUtil::CopyInfoSizeT(m_BufferContainer.GetCount(ZR_BUFFER_LIST_ANNOUNCED),
                                           type, buffer, size);
@@ -508,9 +508,9 @@ GC_ERROR ZrU3VDataStream::GetInfo(int32_t cmd, int32_t* type, void* buffer, size
     case STREAM_INFO_NUM_AWAIT_DELIVERY:
         return ZrGenTLUtil::CopyInfoSizeT(_numAwaitDelivery(), type, buffer, size);
     case STREAM_INFO_IS_GRABBING:
-        return ZrGenTLUtil::CopyInfoBool(m_bIsGrabbing, type, buffer, size);
+        return ZrGenTLUtil::CopyInfoBool(m_isGrabbing, type, buffer, size);
     case STREAM_INFO_DEFINES_PAYLOADSIZE:
-        return ZrGenTLUtil::CopyInfoBool(m_bDefinesPayloadSize, type, buffer, size);
+        return ZrGenTLUtil::CopyInfoBool(m_definesPayloadSize, type, buffer, size);
     case STREAM_INFO_TLTYPE: return ZrGenTLUtil::CopyInfoString(m_tlType, type, buffer, size);
     case STREAM_INFO_BUF_ANNOUNCE_MIN:
         return ZrGenTLUtil::CopyInfoSizeT(kAnnounceMinimum, type, buffer, size);

@@ -75,19 +75,19 @@ private:
     uint64_t _deliveredCount();
     size_t _numAwaitDelivery();
 
-    bool m_bOpen ZR_GUARDED_BY(m_mutex) = false;
-    bool m_bAcquiring ZR_GUARDED_BY(m_mutex) = false;
+    bool m_open ZR_GUARDED_BY(m_mutex) = false;
+    bool m_acquiring ZR_GUARDED_BY(m_mutex) = false;
     ZrU3VRemoteDevice* const m_pRemoteDevice;
     ZrGenTLBufferQueue m_BufferContainer;
-    std::unique_ptr<ZrU3VThreadAcquisition> m_pThreadAcquisition;
+    std::unique_ptr<ZrU3VThreadAcquisition> m_threadAcquisition;
     const std::string m_streamId;
-    uint64_t m_nDelivered ZR_GUARDED_BY(m_mutex) = 0;
+    uint64_t m_delivered ZR_GUARDED_BY(m_mutex) = 0;
     // The delivered count that completes the running acquisition.
-    uint64_t m_nDeliveredAtEnd ZR_GUARDED_BY(m_mutex) = UINT64_MAX;
+    uint64_t m_deliveredAtEnd ZR_GUARDED_BY(m_mutex) = UINT64_MAX;
     // Nothing counts under-runs or sets the two flags below; consumers read them as constants.
-    const uint64_t m_nUnderrun = 0;
-    const bool m_bIsGrabbing = false;
-    const bool m_bDefinesPayloadSize = false;
+    const uint64_t m_underrun = 0;
+    const bool m_isGrabbing = false;
+    const bool m_definesPayloadSize = false;
     const std::string m_tlType;
     const ZrRegisterDocument m_document;
 

@@ -42,7 +42,7 @@ ZrU3VDevice::~ZrU3VDevice()
     bool open = false;
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        open = m_bOpen;
+        open = m_open;
     }
     if (open) {
         Close();
@@ -53,7 +53,7 @@ GC_ERROR ZrU3VDevice::Open(int32_t flags)
 {
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        if (m_bOpen) {
+        if (m_open) {
             return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
         }
     }
@@ -79,7 +79,7 @@ void ZrU3VDevice::_adopt(std::unique_ptr<ZrU3VRemoteDevice> remoteDevice,
     {
         Locker<RecursiveMutex> lock(m_mutex);
         m_pRemoteDevice = std::move(remoteDevice);
-        m_bOpen = true;
+        m_open = true;
     }
     ZrU3VDataStream* const registered = stream.get();
     m_streams.Add(registered);
@@ -94,10 +94,10 @@ GC_ERROR ZrU3VDevice::Close()
 {
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        if (!m_bOpen) {
+        if (!m_open) {
             return ZR_FAIL(GC_ERR_ERROR, "%s GC_ERR_ERROR", __func__);
         }
-        m_bOpen = false;
+        m_open = false;
     }
     // Calls inside the device end before what they use goes.
     Gate().ShutAndWait();

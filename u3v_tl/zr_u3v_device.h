@@ -70,7 +70,7 @@ private:
     std::string_view _xmlFilePath() ZR_REQUIRES(m_mutex);
     void _storeXmlFilePath(const void* buffer, size_t size);
 
-    bool m_bOpen ZR_GUARDED_BY(m_mutex) = false;
+    bool m_open ZR_GUARDED_BY(m_mutex) = false;
     std::unique_ptr<ZrU3VRemoteDevice> m_pRemoteDevice ZR_GUARDED_BY(m_mutex);
     const _ZR_U3V_DEVICE_INFO m_deviceInfo;
     ZrGenTLModuleContainer m_streams;

@@ -50,7 +50,7 @@ ZrU3VInterface::ZrU3VInterface(const _ZR_U3V_INTERFACE_INFO& info, ZrGenTLModule
     : ZrGenTLModuleBase(info.id, parent), m_displayName(info.displayName), m_tlType(info.tlType),
       m_vendor(Producer::kVendor), m_model(Producer::kModel), m_version(Producer::kVersion),
       m_document(kDocumentFileName, ZrGenTLUtil::CreateXMLInterface()),
-      m_pDiscovery(std::make_unique<ZrU3VThreadDeviceDiscovery>(this))
+      m_discovery(std::make_unique<ZrU3VThreadDeviceDiscovery>(this))
 {
     m_portInfo.id = info.id;
     m_portInfo.vendor = Producer::kVendor;
@@ -67,7 +67,7 @@ ZrU3VInterface::~ZrU3VInterface()
     bool open = false;
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        open = m_bOpen;
+        open = m_open;
     }
     if (open) {
         Close();
@@ -78,13 +78,13 @@ GC_ERROR ZrU3VInterface::Open()
 {
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        if (m_bOpen) {
+        if (m_open) {
             return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
         }
-        if (!m_pDiscovery->Start()) {
+        if (!m_discovery->Start()) {
             return ZR_FAIL(GC_ERR_RESOURCE_EXHAUSTED, "%s GC_ERR_RESOURCE_EXHAUSTED", __func__);
         }
-        m_bOpen = true;
+        m_open = true;
     }
     g_Controller.RegisterModule(this);
     static_cast<void>(U3V_DiscoveryOpen());
@@ -94,8 +94,8 @@ GC_ERROR ZrU3VInterface::Open()
 bool ZrU3VInterface::_closeFlag()
 {
     Locker<RecursiveMutex> lock(m_mutex);
-    const bool wasOpen = m_bOpen;
-    m_bOpen = false;
+    const bool wasOpen = m_open;
+    m_open = false;
     return wasOpen;
 }
 
@@ -106,12 +106,12 @@ GC_ERROR ZrU3VInterface::Close()
     }
     // The worker goes first: a caller inside UpdateDeviceList waits for it. Then the callers
     // themselves.
-    m_pDiscovery->RequestExit();
-    m_pDiscovery->WaitForExit();
+    m_discovery->RequestExit();
+    m_discovery->WaitForExit();
     Gate().ShutAndWait();
     _closeDevices();
     g_Controller.UnregisterModule(this);
-    m_pDiscovery.reset();
+    m_discovery.reset();
     static_cast<void>(U3V_DiscoveryClose());
     return GC_ERR_SUCCESS;
 }
@@ -160,7 +160,7 @@ void ZrU3VInterface::_discoverDevices(std::vector<_ZR_U3V_DEVICE_INFO>& list)
 GC_ERROR ZrU3VInterface::UpdateDeviceList(bool* changed, uint64_t timeout)
 {
     // No lock is held while waiting: another caller's update waits for its own time only.
-    if (!m_pDiscovery->RequestAndWaitDiscovery(timeout)) {
+    if (!m_discovery->RequestAndWaitDiscovery(timeout)) {
         return ZR_FAIL(GC_ERR_TIMEOUT, "%s GC_ERR_TIMEOUT", __func__);
     }
     bool anyChange = false;

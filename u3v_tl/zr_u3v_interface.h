@@ -74,11 +74,11 @@ private:
     // One opening or closing at a time; each may take seconds and is never entered with m_mutex
     // held.
     Mutex m_openDeviceMutex;
-    bool m_bOpen ZR_GUARDED_BY(m_mutex) = false;
+    bool m_open ZR_GUARDED_BY(m_mutex) = false;
     std::vector<_ZR_U3V_DEVICE_INFO> m_deviceList ZR_GUARDED_BY(m_mutex);
     std::vector<_ZR_U3V_DEVICE_INFO> m_discoveredList ZR_GUARDED_BY(m_mutex);
     ZrGenTLModuleContainer m_devices;
-    std::unique_ptr<ZrU3VThreadDeviceDiscovery> m_pDiscovery;
+    std::unique_ptr<ZrU3VThreadDeviceDiscovery> m_discovery;
     uint8_t m_updateInProgress ZR_GUARDED_BY(m_mutex) = 0;
     uint32_t m_deviceSelector ZR_GUARDED_BY(m_mutex) = 0;
 };

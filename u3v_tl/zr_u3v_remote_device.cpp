@@ -84,7 +84,7 @@ GC_ERROR ZrU3VRemoteDevice::Open(int32_t flags)
 {
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        if (m_bOpened) {
+        if (m_opened) {
             return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
         }
     }
@@ -105,13 +105,13 @@ GC_ERROR ZrU3VRemoteDevice::_openCamera(int32_t flags)
 {
     U3V_DEVICE_HANDLE device = nullptr;
     uint16_t status = U3V_OpenDevice(m_deviceInfo.id.c_str(), &device);
-    m_hDevice = device;
+    m_deviceHandle = device;
     if (status != U3V_STATUS_SUCCESS) {
         return ZR_FAIL(GC_ERR_ERROR, "%s Failed! U3VApi::U3V_OpenDevice:%d", "Open", status);
     }
     U3V_CONTROL_HANDLE control = nullptr;
     status = U3V_OpenControl(device, &control);
-    m_hControl = control;
+    m_controlHandle = control;
     if (status != U3V_STATUS_SUCCESS) {
         return ZR_FAIL(GC_ERR_ERROR, "%s Failed! U3VApi::U3V_OpenControl:%d", "Open", status);
     }
@@ -123,9 +123,10 @@ GC_ERROR ZrU3VRemoteDevice::_publishDescriptionFile(int32_t flags)
 {
     uint64_t tableAddress = 0;
     std::array<uint8_t, manifest_wire::kEntriesOffset + manifest_wire::kEntrySize> table{};
-    uint16_t status = ReadRegister(m_hControl.load(), abrm::kManifestTableAddress, tableAddress);
+    uint16_t status =
+        ReadRegister(m_controlHandle.load(), abrm::kManifestTableAddress, tableAddress);
     if (status == U3V_STATUS_SUCCESS) {
-        status = U3V_ReadMem(m_hControl, tableAddress, table.size(), table.data());
+        status = U3V_ReadMem(m_controlHandle, tableAddress, table.size(), table.data());
     }
     if (status != U3V_STATUS_SUCCESS) {
         return ZR_FAIL(GC_ERR_ERROR,
@@ -158,7 +159,7 @@ GC_ERROR ZrU3VRemoteDevice::_publishDescriptionFile(int32_t flags)
     Locker<RecursiveMutex> lock(m_mutex);
     m_portInfo.accessRead = true;
     m_portInfo.accessWrite = flags != DEVICE_ACCESS_READONLY;
-    m_bOpened = true;
+    m_opened = true;
     return GC_ERR_SUCCESS;
 }
 
@@ -166,10 +167,10 @@ GC_ERROR ZrU3VRemoteDevice::Close()
 {
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        if (!m_bOpened) {
+        if (!m_opened) {
             return GC_ERR_SUCCESS;
         }
-        m_bOpened = false;
+        m_opened = false;
     }
     return _closeHandles();
 }
@@ -178,13 +179,13 @@ GC_ERROR ZrU3VRemoteDevice::Close()
 GC_ERROR ZrU3VRemoteDevice::_closeHandles()
 {
     uint16_t status = U3V_STATUS_SUCCESS;
-    if (const U3V_STREAM_HANDLE stream = m_hStream.exchange(nullptr)) {
+    if (const U3V_STREAM_HANDLE stream = m_streamHandle.exchange(nullptr)) {
         status = U3V_CloseStream(stream);
     }
-    if (const U3V_CONTROL_HANDLE control = m_hControl.exchange(nullptr)) {
+    if (const U3V_CONTROL_HANDLE control = m_controlHandle.exchange(nullptr)) {
         status = U3V_CloseControl(control);
     }
-    if (const U3V_DEVICE_HANDLE device = m_hDevice.exchange(nullptr)) {
+    if (const U3V_DEVICE_HANDLE device = m_deviceHandle.exchange(nullptr)) {
         status = U3V_CloseDevice(device);
     }
     return Widen(status);
@@ -195,7 +196,7 @@ GC_ERROR ZrU3VRemoteDevice::ReadPort(uint64_t address, void* buffer, size_t* siz
     if (buffer == nullptr || size == nullptr) {
         return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", __func__);
     }
-    const U3V_CONTROL_HANDLE control = m_hControl;
+    const U3V_CONTROL_HANDLE control = m_controlHandle;
     if (control == nullptr) {
         return ZR_FAIL(GC_ERR_ACCESS_DENIED, "%s failed! GC_ERR_ACCESS_DENIED", __func__);
     }
@@ -219,7 +220,7 @@ GC_ERROR ZrU3VRemoteDevice::WritePort(uint64_t address, const void* buffer, size
     if (buffer == nullptr || size == nullptr) {
         return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", __func__);
     }
-    const U3V_CONTROL_HANDLE control = m_hControl;
+    const U3V_CONTROL_HANDLE control = m_controlHandle;
     if (control == nullptr) {
         return ZR_FAIL(GC_ERR_ACCESS_DENIED, "%s failed! GC_ERR_ACCESS_DENIED", __func__);
     }
@@ -232,7 +233,7 @@ GC_ERROR ZrU3VRemoteDevice::WritePort(uint64_t address, const void* buffer, size
 
 int32_t ZrU3VRemoteDevice::GetAccessStatus()
 {
-    const U3V_CONTROL_HANDLE control = m_hControl;
+    const U3V_CONTROL_HANDLE control = m_controlHandle;
     if (control == nullptr) {
         return DEVICE_ACCESS_STATUS_UNKNOWN;
     }
@@ -248,7 +249,7 @@ std::string ZrU3VRemoteDevice::GetUserDefinedName()
 {
     char name[kUserDefinedNameReadLength] = {};
     const uint16_t status =
-        U3V_ReadMem(m_hControl, abrm::kUserDefinedName.address, sizeof(name), name);
+        U3V_ReadMem(m_controlHandle, abrm::kUserDefinedName.address, sizeof(name), name);
     if (status != U3V_STATUS_SUCCESS) {
         ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! U3VApi::U3V_ReadMem error:%d", __func__, status);
         // Quirk Q42: an exception where every other failure is a status; callers catch this type.
@@ -272,18 +273,19 @@ bool ZrU3VRemoteDevice::IsEventImplemented(int /*eventId*/)
 
 GC_ERROR ZrU3VRemoteDevice::OpenStream()
 {
-    if (m_hStream != nullptr) {
+    if (m_streamHandle != nullptr) {
         return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s Failed! GC_ERR_RESOURCE_IN_USE", __func__);
     }
     U3V_STREAM_HANDLE stream = nullptr;
-    const uint16_t status = U3V_OpenStream(m_hDevice, m_hControl, &stream, kStreamArgument);
+    const uint16_t status =
+        U3V_OpenStream(m_deviceHandle, m_controlHandle, &stream, kStreamArgument);
     if (status != U3V_STATUS_SUCCESS) {
         // The channel was handed out before it was opened; a stream that did not open can be tried
         // again.
         static_cast<void>(U3V_CloseStream(stream));
         return ZR_FAIL(GC_ERR_ERROR, "%s Failed! U3V_OpenStream:%d", __func__, status);
     }
-    m_hStream = stream;
+    m_streamHandle = stream;
     return GC_ERR_SUCCESS;
 }
 
@@ -292,7 +294,7 @@ GC_ERROR ZrU3VRemoteDevice::OpenStream()
 template <class Operation>
 GC_ERROR ZrU3VRemoteDevice::_onStream(const char* function, Operation&& operation)
 {
-    const U3V_STREAM_HANDLE stream = m_hStream;
+    const U3V_STREAM_HANDLE stream = m_streamHandle;
     if (stream == nullptr) {
         return ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s Failed! GC_ERR_INVALID_HANDLE", function);
     }
@@ -302,7 +304,7 @@ GC_ERROR ZrU3VRemoteDevice::_onStream(const char* function, Operation&& operatio
 GC_ERROR ZrU3VRemoteDevice::CloseStream()
 {
     return _onStream(__func__, [this](U3V_STREAM_HANDLE stream) -> GC_ERROR {
-        m_hStream = nullptr;
+        m_streamHandle = nullptr;
         const uint16_t status = U3V_CloseStream(stream);
         return status == U3V_STATUS_SUCCESS
                    ? GC_ERR_SUCCESS
@@ -347,7 +349,7 @@ GC_ERROR ZrU3VRemoteDevice::StartAcquisition(uint64_t numberOfImages)
 
 void ZrU3VRemoteDevice::RequestStop()
 {
-    if (const U3V_STREAM_HANDLE stream = m_hStream) {
+    if (const U3V_STREAM_HANDLE stream = m_streamHandle) {
         static_cast<void>(U3V_RequestStop(stream));
     }
 }
@@ -368,7 +370,7 @@ GC_ERROR ZrU3VRemoteDevice::StopAcquisition()
 uint16_t ZrU3VRemoteDevice::GetImage(void* buffer, size_t capacity, uint32_t timeout,
                                      IMAGE_HEADER* header)
 {
-    const U3V_STREAM_HANDLE stream = m_hStream;
+    const U3V_STREAM_HANDLE stream = m_streamHandle;
     if (stream == nullptr) {
         ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! DS_STATUS_STREAM_INTERFACE_NOT_OPEN", __func__);
         return U3V_STATUS_STREAM_NOT_OPEN;

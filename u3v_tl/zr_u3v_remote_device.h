@@ -71,8 +71,8 @@ private:
     GC_ERROR _onStream(const char* function, Operation&& operation);
 
     const _ZR_U3V_DEVICE_INFO m_deviceInfo;
-    bool m_bOpened ZR_GUARDED_BY(m_mutex) = false;
-    std::atomic<U3V_CONTROL_HANDLE> m_hControl{nullptr};
-    std::atomic<U3V_DEVICE_HANDLE> m_hDevice{nullptr};
-    std::atomic<U3V_STREAM_HANDLE> m_hStream{nullptr};
+    bool m_opened ZR_GUARDED_BY(m_mutex) = false;
+    std::atomic<U3V_CONTROL_HANDLE> m_controlHandle{nullptr};
+    std::atomic<U3V_DEVICE_HANDLE> m_deviceHandle{nullptr};
+    std::atomic<U3V_STREAM_HANDLE> m_streamHandle{nullptr};
 };

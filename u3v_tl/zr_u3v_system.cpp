@@ -46,7 +46,7 @@ ZrU3VSystem::~ZrU3VSystem()
     bool open = false;
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        open = m_bOpen;
+        open = m_open;
     }
     if (open) {
         Close();
@@ -58,14 +58,14 @@ GC_ERROR ZrU3VSystem::Open()
     Locker<Mutex> lifecycle(m_openCloseMutex);
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        if (m_bOpen) {
+        if (m_open) {
             return ZR_FAIL(GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", __func__);
         }
     }
     Gate().Reopen();
     g_Controller.RegisterModule(this); // may throw: the System is then as closed as before
     Locker<RecursiveMutex> lock(m_mutex);
-    m_bOpen = true;
+    m_open = true;
     return GC_ERR_SUCCESS;
 }
 
@@ -74,10 +74,10 @@ GC_ERROR ZrU3VSystem::Close()
     Locker<Mutex> lifecycle(m_openCloseMutex);
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        if (!m_bOpen) {
+        if (!m_open) {
             return ZR_FAIL(GC_ERR_ERROR, "%s GC_ERR_ERROR", __func__);
         }
-        m_bOpen = false;
+        m_open = false;
     }
     // Calls that are inside finish first, so that no interface is opened behind the tear-down's
     // back.

@@ -71,7 +71,7 @@ private:
     // m_mutex by a waiter.
     Mutex m_openCloseMutex;
     Mutex m_openInterfaceMutex;
-    bool m_bOpen ZR_GUARDED_BY(m_mutex) = false;
+    bool m_open ZR_GUARDED_BY(m_mutex) = false;
     std::vector<_ZR_U3V_INTERFACE_INFO> m_interfaceList ZR_GUARDED_BY(m_mutex);
     ZrGenTLModuleContainer m_interfaces;
     uint8_t m_updateInProgress ZR_GUARDED_BY(m_mutex) = 0;

@@ -7,7 +7,7 @@
 #include "zr_trace.h"
 
 ZrU3VThreadAcquisition::ZrU3VThreadAcquisition(ZrImageSource* pSource)
-    : m_pSource(pSource), m_nNumToAcquire(GENTL_INFINITE)
+    : m_source(pSource), m_numToAcquire(GENTL_INFINITE)
 {
 }
 
@@ -20,8 +20,8 @@ bool ZrU3VThreadAcquisition::Start(uint64_t count)
     }
     {
         Locker<RecursiveMutex> lock(m_mutex);
-        m_nNumToAcquire = count;
-        m_bStop = false;
+        m_numToAcquire = count;
+        m_stop = false;
     }
     return Start();
 }
@@ -29,29 +29,29 @@ bool ZrU3VThreadAcquisition::Start(uint64_t count)
 void ZrU3VThreadAcquisition::Stop()
 {
     Locker<RecursiveMutex> lock(m_mutex);
-    m_bStop = true;
+    m_stop = true;
 }
 
 bool ZrU3VThreadAcquisition::IsStopRequested()
 {
     Locker<RecursiveMutex> lock(m_mutex);
-    return m_bStop;
+    return m_stop;
 }
 
 ZrU3VThreadAcquisition::Turn ZrU3VThreadAcquisition::_nextTurn(uint64_t acquired)
 {
     Locker<RecursiveMutex> lock(m_mutex);
-    if (m_bStop) {
+    if (m_stop) {
         return Turn::End;
     }
-    const bool complete = m_nNumToAcquire != GENTL_INFINITE && acquired >= m_nNumToAcquire;
+    const bool complete = m_numToAcquire != GENTL_INFINITE && acquired >= m_numToAcquire;
     return complete ? Turn::Complete : Turn::Image;
 }
 
 bool ZrU3VThreadAcquisition::_acquireImage()
 {
     try {
-        return m_pSource->AcquireImage() == GC_ERR_SUCCESS;
+        return m_source->AcquireImage() == GC_ERR_SUCCESS;
     } catch (const std::exception& exception) {
         ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! %s", __func__,
                  exception.what()); // out of memory: the next pass tries again
@@ -68,14 +68,14 @@ void ZrU3VThreadAcquisition::Run()
         case Turn::Complete:
             // Sets the stop flag, which ends the loop; refused while somebody else starts or stops,
             // then tried again.
-            m_pSource->StopAcquisition(ACQ_STOP_FLAGS_KILL);
+            m_source->StopAcquisition(ACQ_STOP_FLAGS_KILL);
             sched_yield();
             break;
         case Turn::Image:
             if (_acquireImage()) {
                 ++acquired;
             } else {
-                m_pSource->WaitForInputBuffer();
+                m_source->WaitForInputBuffer();
             }
         }
     }

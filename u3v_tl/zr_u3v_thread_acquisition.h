@@ -32,7 +32,7 @@ private:
     Turn _nextTurn(uint64_t acquired);
     bool _acquireImage();
 
-    ZrImageSource* const m_pSource;
-    bool m_bStop ZR_GUARDED_BY(m_mutex) = false;
-    uint64_t m_nNumToAcquire ZR_GUARDED_BY(m_mutex);
+    ZrImageSource* const m_source;
+    bool m_stop ZR_GUARDED_BY(m_mutex) = false;
+    uint64_t m_numToAcquire ZR_GUARDED_BY(m_mutex);
 };

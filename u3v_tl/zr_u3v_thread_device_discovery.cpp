@@ -6,7 +6,7 @@
 #include "zr_u3v_interface.h"
 
 ZrU3VThreadDeviceDiscovery::ZrU3VThreadDeviceDiscovery(ZrU3VInterface* pInterface)
-    : m_pInterface(pInterface)
+    : m_interface(pInterface)
 {
 }
 
@@ -20,7 +20,7 @@ ZrU3VThreadDeviceDiscovery::~ZrU3VThreadDeviceDiscovery()
 void ZrU3VThreadDeviceDiscovery::DoDiscovery()
 {
     try {
-        m_pInterface->DiscoverDevices();
+        m_interface->DiscoverDevices();
     } catch (const std::exception& exception) {
         // Out of memory on the worker: the list of the pass before stays.
         ZR_TRACE(ZR_TRACE_ERROR, "%s Failed! %s", __func__, exception.what());

@@ -13,5 +13,5 @@ public:
     void DoDiscovery() override;
 
 private:
-    ZrU3VInterface* const m_pInterface;
+    ZrU3VInterface* const m_interface;
 };
