@@ -2,7 +2,7 @@
 # consumers find it, and the console client that is nothing but a start of the exact one's own main.
 
 # One producer. Its symbols are those of the linker map alone, and it is found as NAME.cti.
-#   zr_producer(zr_u3v_tl OUTPUT zr_u3v_tl_x64 VERSION 2.5.2 MAP u3v_tl/exports.map FOLDERS zr_base ...)
+#   zr_producer(zr_u3v_tl OUTPUT zr_u3v_tl_x64 VERSION 1.2.3 MAP u3v_tl/exports.map FOLDERS zr_base ...)
 function(zr_producer name)
     cmake_parse_arguments(ARG "" "OUTPUT;VERSION;MAP" "FOLDERS" ${ARGN})
     add_library(${name} SHARED)

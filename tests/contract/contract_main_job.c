@@ -42,7 +42,7 @@ static void system_rules(TL_HANDLE system)
     text_of_system(system, TL_INFO_ID, "ZrGenTLU3V");
     text_of_system(system, TL_INFO_VENDOR, "ZRK-ORVANE GmbH");
     text_of_system(system, TL_INFO_MODEL, "U3VTL");
-    text_of_system(system, TL_INFO_VERSION, "2.5.2");
+    text_of_system(system, TL_INFO_VERSION, ZR_EXACT_VERSION);
     text_of_system(system, TL_INFO_TLTYPE, "U3V");
     text_of_system(system, TL_INFO_NAME, "zr_u3v_tl.cti");
     text_of_system(system, TL_INFO_DISPLAYNAME, "ZRK-ORVANE U3VTL");

@@ -5,21 +5,22 @@
 work_folder
 keep_records "${1:?build folder}"
 prefix=$work/prefix
+soname=libzr_u3v_tl_x64.so.${version%%.*}
 
 uninstall() { cmake -P "$build/packaging/uninstall.cmake"; }
 
 tree_is_complete()
 {
     local lib=$1/$2 file
-    for file in "$lib/libzr_u3v_tl_x64.so.2.5.2" "$lib/pkgconfig/zr_u3v_tl.pc" "$lib/cmake/ZrU3vTl/ZrU3vTlConfig.cmake" \
+    for file in "$lib/libzr_u3v_tl_x64.so.$version" "$lib/pkgconfig/zr_u3v_tl.pc" "$lib/cmake/ZrU3vTl/ZrU3vTlConfig.cmake" \
         "$lib/zr-u3v/virtual_usb/libusb-1.0.so.0" "$1/include/zr_u3v_tl/gentl.h" "$1/include/zr_u3v_tl/u3v_lib.h" \
         "$1/include/zr_u3v_tl/zr_logging.h" "$1/bin/zr_u3v_client" "$1/bin/zr_u3v_camera" \
         "$1/lib/udev/rules.d/70-zr-u3v.rules" "$1/lib/environment.d/70-zr-u3v.conf" "$1/share/man/man1/zr_u3v_client.1"; do
         [ -f "$file" ] || fail "$file is missing"
     done
     [ -L "$lib/libzr_u3v_tl_x64.so" ] || fail "no development link"
-    [ "$(readlink "$lib/libzr_u3v_tl_x64.so.2")" = libzr_u3v_tl_x64.so.2.5.2 ] || fail "no soname link"
-    [ "$(readlink "$lib/gentlproducer/zr_u3v_tl.cti")" = ../libzr_u3v_tl_x64.so.2 ] || fail "the .cti is no relative link"
+    [ "$(readlink "$lib/$soname")" = "libzr_u3v_tl_x64.so.$version" ] || fail "no soname link"
+    [ "$(readlink "$lib/gentlproducer/zr_u3v_tl.cti")" = "../$soname" ] || fail "the .cti is no relative link"
     [ -e "$lib/gentlproducer/zr_u3v_tl.cti" ] || fail "the .cti leads nowhere"
     grep -rIl -e "$source_tree" -e "$build" "$1" | sed 's/^/names the source or build folder: /' | grep . && failures=$((failures + 1))
     return 0
@@ -29,7 +30,7 @@ consumer_by_pkg_config()
 {
     local pc bus
     export PKG_CONFIG_PATH=$lib/pkgconfig
-    [ "$(pkg-config --modversion zr_u3v_tl)" = 2.5.2 ] || fail "pkg-config knows another version"
+    [ "$(pkg-config --modversion zr_u3v_tl)" = "$version" ] || fail "pkg-config knows another version"
     pc=$(pkg-config --cflags --libs zr_u3v_tl)
     bus=$(pkg-config --variable=virtual_bus_folder zr_u3v_tl)
     [ -e "$(pkg-config --variable=cti zr_u3v_tl)" ] || fail "pkg-config names a .cti that is not there"

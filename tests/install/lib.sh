@@ -5,6 +5,7 @@ export LC_ALL=C
 unset GENICAM_GENTL64_PATH ZR_VIRTUAL_CAMERAS ZR_VIRTUAL_USB LD_LIBRARY_PATH PKG_CONFIG_PATH DESTDIR
 
 source_tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+version=$("$source_tree/tests/rules/version_of.sh" exact "$source_tree")
 failures=0
 cannot_run=77
 

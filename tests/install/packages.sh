@@ -55,9 +55,10 @@ for package in "$one"/*.deb; do
 done
 [ "$count" -ge 3 ] || fail "$count packages only"
 say "compared: $count packages"
-cmp "$first"/build/debian/lib/libzr_u3v_tl_x64.so.2.5.2 "$second"/build/debian/lib/libzr_u3v_tl_x64.so.2.5.2 ||
+library=build/debian/lib/libzr_u3v_tl_x64.so.$version
+cmp "$first/$library" "$second/$library" ||
     fail "the library is another one when built elsewhere"
-if strings -a "$first"/build/debian/lib/libzr_u3v_tl_x64.so.2.5.2 | grep -F "$work"; then fail "the library names its folder"; fi
+if strings -a "$first/$library" | grep -F "$work"; then fail "the library names its folder"; fi
 ok "lintian" lintian --fail-on error,warning --suppress-tags bad-distribution-in-changes-file "$one"/*.changes
 if [ -n "$keep" ]; then mkdir -p "$keep" && rm -f "$keep"/*.deb && cp "$one"/*.deb "$keep/"; fi
 

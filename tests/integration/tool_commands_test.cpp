@@ -544,7 +544,7 @@ TEST_F(ToolTest, WrongCommandLines_AreTwo)
 {
     EXPECT_EQ(Run({}).code, 2);
     EXPECT_EQ(Run({"lst"}).code, 2);
-    EXPECT_EQ(Run({"--version"}).output, "zr-u3v 2.5.2\n");
+    EXPECT_EQ(Run({"--version"}).output, "zr-u3v " ZR_EXACT_VERSION "\n");
     EXPECT_EQ(Run({"--help"}).code, 0);
 }
 

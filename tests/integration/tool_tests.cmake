@@ -14,6 +14,7 @@ zr_gtest(zr_integration_tool LABEL integration TIMEOUT 300 SOURCES tool_commands
 add_dependencies(zr_integration_tool zr_u3v_tool zr_u3v_tl)
 target_include_directories(zr_integration_tool PRIVATE "${CMAKE_SOURCE_DIR}/virtual_camera/bus")
 target_compile_definitions(zr_integration_tool PRIVATE
+    ZR_EXACT_VERSION="${PROJECT_VERSION}"
     ZR_TOOL="$<TARGET_FILE:zr_u3v_tool>"
     ZR_UDEV_RULE="${CMAKE_SOURCE_DIR}/packaging/udev/70-zr-u3v.rules"
     ZR_CTI_FOLDER="${CMAKE_BINARY_DIR}/lib"

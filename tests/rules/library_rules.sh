@@ -25,12 +25,12 @@ exports()
         <(nm -D --defined-only --format=posix "$library" | awk '{print $1}' | sort) || fail "symbols differ"
 }
 
-# file's stem, real version, name for GenTL consumers
+# file's stem, name for GenTL consumers
 names_of()
 {
     case "$1" in
-        exact) echo "libzr_u3v_tl_x64 2.5.2 zr_u3v_tl.cti" ;;
-        standard) echo "libzr_u3v_standard 1.0.0 zr_u3v_standard.cti" ;;
+        exact) echo "libzr_u3v_tl_x64 zr_u3v_tl.cti" ;;
+        standard) echo "libzr_u3v_standard zr_u3v_standard.cti" ;;
     esac
 }
 
@@ -38,7 +38,8 @@ names_of()
 names()
 {
     local folder stem version name cti soname
-    read -r stem version name < <(names_of "$producer") || fail "there is no producer $producer"
+    read -r stem name < <(names_of "$producer") || fail "there is no producer $producer"
+    version=$("$here/version_of.sh" "$producer" "$tree") || fail "no version of $producer"
     soname=$stem.so.${version%%.*}
     dynamic | grep -q "SONAME.*\[${soname//./\\.}\]" || fail "soname is not $soname"
     folder=$(dirname "$library")

@@ -39,8 +39,8 @@ make()
     mkdir -p "$folder/lib"
     rm -f "$folder"/lib/*
     "$compiler" "${flags[@]}" -Wl,-soname,"${soname:-libzr_u3v_tl_x64.so.2}" \
-        -o "$folder/lib/libzr_u3v_tl_x64.so.2.5.2" "$folder/$source" "$usb" "$@" || exit 1
-    ln -s libzr_u3v_tl_x64.so.2.5.2 "$folder/lib/libzr_u3v_tl_x64.so.2"
+        -o "$folder/lib/libzr_u3v_tl_x64.so.2.9.1" "$folder/$source" "$usb" "$@" || exit 1
+    ln -s libzr_u3v_tl_x64.so.2.9.1 "$folder/lib/libzr_u3v_tl_x64.so.2"
     ln -s libzr_u3v_tl_x64.so.2 "$folder/lib/libzr_u3v_tl_x64.so"
     ln -s "${cti:-libzr_u3v_tl_x64.so.2}" "$folder/lib/zr_u3v_tl.cti"
 }
@@ -65,6 +65,7 @@ breaks()
 }
 
 mkdir -p "$folder/tests/rules"
+echo "project(zr_u3v_tl VERSION 2.9.1 LANGUAGES C)" >"$folder/CMakeLists.txt"
 printf "# a list\nexported exact\nother standard\n" >"$folder/tests/rules/exports.txt"
 usb=$folder/libusb-1.0.so.0
 make good.c "$usb"
@@ -74,6 +75,9 @@ echo 'int unexpected; ' >>"$folder/good.c"
 breaks exports "a symbol too many" good.c "$usb"
 producer=standard breaks exports "the list of the other producer" good.c "$usb"
 sed -i '$d' "$folder/good.c"
+sed -i s/2.9.1/2.9.2/ "$folder/CMakeLists.txt"
+breaks names "another version" good.c "$usb"
+sed -i s/2.9.2/2.9.1/ "$folder/CMakeLists.txt"
 soname=libother.so.2 breaks names "another soname" good.c "$usb"
 cti="$folder/lib/libzr_u3v_tl_x64.so.2" breaks names "a link by absolute path" good.c "$usb"
 breaks needed "a run path" good.c "$usb" -Wl,-rpath,/opt/lib

@@ -21,6 +21,10 @@ clean_tree()
     printf '#include "zr_sync.h"\n#include <zr_u3v_tl/gentl.h>\n// Quirk Q07: kept\nint a;\n' >"$tree/gentl/a.cpp"
     mkdir -p "$tree/tests"
     printf 'TEST_F(Module,\n       Open_Twice_IsRefused)\n{\n}\n' >"$tree/tests/a_test.cpp"
+    mkdir -p "$tree/debian"
+    printf 'project(zr_u3v_tl VERSION 7.8.9)\n' >"$tree/CMakeLists.txt"
+    printf 'zr-u3v-tl (7.8.9) unstable; urgency=medium\n' >"$tree/debian/changelog"
+    printf '# Changelog\n\n## 7.8.9\n' >"$tree/CHANGELOG.md"
     printf '# Quirks\n\n## Q07 kept\n\nModule.Open_Twice_IsRefused\n' >"$tree/docs/quirks.md"
 }
 
@@ -46,7 +50,7 @@ breaks()
 }
 
 clean_tree
-for rule in includes words paths whitespace quirks quirk_marks quirk_tests kept links; do expect pass "$rule" "clean tree"; done
+for rule in includes words paths whitespace quirks quirk_marks quirk_tests kept links version; do expect pass "$rule" "clean tree"; done
 
 breaks includes "gentl includes u3v" gentl/b.cpp '#include "u3v_control.h"\n'
 breaks includes "modules include the control channel" u3v_tl/b.cpp '#include "u3v_control.h"\n'
@@ -96,6 +100,13 @@ breaks includes "tool includes libusb" zr_u3v_tool/b.cpp '#include <libusb-1.0/l
 breaks kept "kept, and called" gentl/b.cpp 'int Old(int a); // kept\nint b = Old(Old(1));\n'
 breaks links "a document that is gone" docs/b.md 'see [that](gone.md#there)\n'
 breaks links "a picture that is gone" docs/b.md '<img src="pictures/gone.png">\n'
+breaks version "a second place" gentl/b.cpp 'const char* v = "7.8.9";\n'
+clean_tree
+printf 'project(zr_u3v_tl VERSION 7.9.0)\n' >"$tree/CMakeLists.txt"
+expect fail version "changelogs that have not come to it"
+clean_tree
+rm "$tree/CHANGELOG.md"
+expect fail version "no changelog"
 breaks quirk_tests "pinned by no test" docs/quirks.md 'Module.Close_Twice_IsRefused\n'
 
 [ "$failures" -eq 0 ] || exit 1

@@ -6,6 +6,7 @@ export LC_ALL=C
 
 rule=${1:?rule}
 tree=${2:?tree}
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 cd "$tree" || exit 2
 
 offences=0
@@ -247,6 +248,17 @@ links()
     done < <(tree_files | grep -E '\.md$')
 }
 
+# The version stands in CMakeLists.txt alone; the changelogs must have come to it.
+version()
+{
+    local version
+    version=$("$here/version_of.sh" exact .) || { report "CMakeLists.txt has no version"; return; }
+    text_files | grep -vE '^(CMakeLists\.txt|CHANGELOG\.md|debian/(changelog|.*\.symbols))$' | tr '\n' '\0' |
+        xargs -0 -r grep -nIF "$version" /dev/null | grep -E "(^|[^0-9.])${version//./\\.}([^0-9]|\$)" | report_from
+    head -n 1 debian/changelog 2>/dev/null | grep -qF "($version)" || report "debian/changelog begins with another version"
+    grep -qxF "## $version" CHANGELOG.md 2>/dev/null || report "CHANGELOG.md does not know version $version"
+}
+
 # "Suite.Name" in the ledger is a promise: such a test exists.
 quirk_tests()
 {
@@ -274,7 +286,7 @@ report_from()
 }
 
 case "$rule" in
-    includes | words | paths | whitespace | quirks | quirk_marks | quirk_tests | kept | links) "$rule" ;;
+    includes | words | paths | whitespace | quirks | quirk_marks | quirk_tests | kept | links | version) "$rule" ;;
     *) echo "unknown rule $rule" >&2; exit 2 ;;
 esac
 offences=$((offences + $(wc -l <"$counter")))

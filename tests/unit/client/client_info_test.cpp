@@ -32,7 +32,7 @@ protected:
     static void ScriptPort()
     {
         Fake().texts = {{"PORT 0", "id"},       {"PORT 1", "vendor"}, {"PORT 2", "model"},
-                        {"PORT 4", "TLDevice"}, {"PORT 11", "2.5.2"}, {"PORT 12", "DevicePort"}};
+                        {"PORT 4", "TLDevice"}, {"PORT 11", "1.2.3"}, {"PORT 12", "DevicePort"}};
         Fake().numbers = {{"PORT 5", 1}, {"PORT 6", 0}, {"PORT 7", 1},
                           {"PORT 8", 1}, {"PORT 9", 0}, {"PORT 10", 0}};
     }
@@ -93,7 +93,7 @@ TEST_F(ClientInfo, PrintPortInfo_EveryField_HasItsLabel)
     EXPECT_EQ(GetPortInfo(FakeRemotePort(), info), GC_ERR_SUCCESS);
     EXPECT_EQ(RunConsole("", [&] { PrintPortInfo(info); }),
               Lines({"******************Port Info*****************", "Id:id", "Vendor:vendor",
-                     "Model:model", "Version:2.5.2", "Module:TLDevice", "Litte Endian:1",
+                     "Model:model", "Version:1.2.3", "Module:TLDevice", "Litte Endian:1",
                      "Big Endian:0", "Access Read:1", "Access Write:1", "Access NA:0",
                      "Access NI:0", "Name:DevicePort", kStars}));
 }

@@ -24,7 +24,7 @@ protected:
         info.model = "the model";
         info.tlType = "U3V";
         info.module = "TLDevice";
-        info.version = "2.5.2";
+        info.version = "1.2.3";
         info.portName = "DevicePort";
     }
 
@@ -77,7 +77,7 @@ TEST_F(ModuleBaseTest, GetPortInfo_Strings)
 {
     const std::pair<int, const char*> rows[] = {
         {0, "the id"},   {1, "the vendor"}, {2, "the model"},   {3, "U3V"},
-        {4, "TLDevice"}, {11, "2.5.2"},     {12, "DevicePort"},
+        {4, "TLDevice"}, {11, "1.2.3"},     {12, "DevicePort"},
     };
     for (const auto& [cmd, text] : rows) {
         size = kRoom;

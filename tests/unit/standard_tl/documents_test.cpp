@@ -300,7 +300,7 @@ TEST_F(DocumentsTest, AllRegistersAtOnce_AreTheRegistersOneByOne)
 TEST_F(DocumentsTest, SystemFeatures_TellTheProducer)
 {
     EXPECT_EQ(Text(System(), "TLID"), "ZRK-U3V-STANDARD");
-    EXPECT_EQ(Text(System(), "TLVersion"), "1.0.0");
+    EXPECT_EQ(Text(System(), "TLVersion"), ZR_STANDARD_VERSION);
     EXPECT_FALSE(Text(System(), "TLPath").empty());
     EXPECT_EQ(Number(System(), "GenTLVersionMajor"), 1U);
     EXPECT_EQ(Number(System(), "GenTLVersionMinor"), 6U);

@@ -79,7 +79,7 @@ TEST_F(LibraryTest, GetInfo_EveryCommand_HasTypeAndValueOfTheStandard)
     EXPECT_EQ(InfoOfLibrary(TL_INFO_ID).Text(), "ZRK-U3V-STANDARD");
     EXPECT_EQ(InfoOfLibrary(TL_INFO_VENDOR).Text(), "ZRK-ORVANE GmbH");
     EXPECT_EQ(InfoOfLibrary(TL_INFO_MODEL).Text(), "U3V Standard");
-    EXPECT_EQ(InfoOfLibrary(TL_INFO_VERSION).Text(), "1.0.0");
+    EXPECT_EQ(InfoOfLibrary(TL_INFO_VERSION).Text(), ZR_STANDARD_VERSION);
     EXPECT_EQ(InfoOfLibrary(TL_INFO_TLTYPE).Text(), "U3V");
     EXPECT_EQ(InfoOfLibrary(TL_INFO_DISPLAYNAME).Text(), "ZRK-ORVANE USB3 Vision");
     const Answer encoding = InfoOfLibrary(TL_INFO_CHAR_ENCODING);

@@ -18,7 +18,7 @@ TEST_F(StreamTest, Construction_PortIdentity_IsTheProducersOwn)
     EXPECT_EQ(PortText(*m_stream, PORT_INFO_MODEL), "U3VTL");
     EXPECT_EQ(PortText(*m_stream, PORT_INFO_TLTYPE), "U3V");
     EXPECT_EQ(PortText(*m_stream, PORT_INFO_MODULE), "TLDataStream");
-    EXPECT_EQ(PortText(*m_stream, PORT_INFO_VERSION), "2.5.2");
+    EXPECT_EQ(PortText(*m_stream, PORT_INFO_VERSION), ZR_EXACT_VERSION);
     EXPECT_EQ(PortText(*m_stream, PORT_INFO_PORTNAME), "StreamPort");
     EXPECT_EQ(m_stream->GetId(), "0");
     EXPECT_TRUE(m_stream->IsPortImplemented());

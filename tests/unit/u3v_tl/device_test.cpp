@@ -58,7 +58,7 @@ TEST_F(DeviceTest, Construction_PortIdentity_IsTheProducersOwn)
     EXPECT_EQ(PortText(m_device, PORT_INFO_MODEL), "U3VTL");
     EXPECT_EQ(PortText(m_device, PORT_INFO_TLTYPE), "U3V");
     EXPECT_EQ(PortText(m_device, PORT_INFO_MODULE), "TLDevice");
-    EXPECT_EQ(PortText(m_device, PORT_INFO_VERSION), "2.5.2");
+    EXPECT_EQ(PortText(m_device, PORT_INFO_VERSION), ZR_EXACT_VERSION);
     EXPECT_EQ(PortText(m_device, PORT_INFO_PORTNAME), "DevicePort");
     EXPECT_EQ(m_device.GetId(), "GUID-A");
     EXPECT_TRUE(m_device.IsPortImplemented());

@@ -111,7 +111,7 @@ TEST_F(Interface, PortInfo_IsTheInterfaces)
     EXPECT_EQ(info(PORT_INFO_MODEL), Text("U3VTL"));
     EXPECT_EQ(info(PORT_INFO_TLTYPE), Text("U3V"));
     EXPECT_EQ(info(PORT_INFO_MODULE), Text("TLInterface"));
-    EXPECT_EQ(info(PORT_INFO_VERSION), Text("2.5.2"));
+    EXPECT_EQ(info(PORT_INFO_VERSION), Text(ZR_EXACT_VERSION));
     EXPECT_EQ(info(PORT_INFO_PORTNAME), Text("InterfacePort"));
 }
 

@@ -19,7 +19,7 @@ TEST_F(SystemRegisters, Strings_AreTheProducersIdentity)
     EXPECT_EQ(StringAt(m_tl, 0x50000), StringAnswer("ZRK-ORVANE GmbH"));
     EXPECT_EQ(StringAt(m_tl, 0x50100), StringAnswer("U3VTL"));
     EXPECT_EQ(StringAt(m_tl, 0x50200), StringAnswer("ZrGenTLU3V"));
-    EXPECT_EQ(StringAt(m_tl, 0x50300), StringAnswer("2.5.2"));
+    EXPECT_EQ(StringAt(m_tl, 0x50300), StringAnswer(ZR_EXACT_VERSION));
     char path[PATH_MAX] = {};
     ASSERT_NE(realpath("/proc/self/exe", path), nullptr);
     EXPECT_EQ(StringAt(m_tl, 0x50400), StringAnswer(path));

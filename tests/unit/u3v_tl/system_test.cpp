@@ -29,7 +29,7 @@ TEST_F(SystemTest, GetInfo_Strings_AreTheProducersIdentity)
     EXPECT_EQ(info(0), Text("ZrGenTLU3V"));
     EXPECT_EQ(info(1), Text("ZRK-ORVANE GmbH"));
     EXPECT_EQ(info(2), Text("U3VTL"));
-    EXPECT_EQ(info(3), Text("2.5.2"));
+    EXPECT_EQ(info(3), Text(ZR_EXACT_VERSION));
     EXPECT_EQ(info(4), Text("U3V"));
     EXPECT_EQ(info(5), Text("zr_u3v_tl.cti"));
     EXPECT_EQ(info(6), Text(OwnPath()));
@@ -108,7 +108,7 @@ TEST_F(SystemTest, PortInfo_IsTheSystems)
     EXPECT_EQ(info(PORT_INFO_MODEL), Text("U3VTL"));
     EXPECT_EQ(info(PORT_INFO_TLTYPE), Text("U3V"));
     EXPECT_EQ(info(PORT_INFO_MODULE), Text("TLSystem"));
-    EXPECT_EQ(info(PORT_INFO_VERSION), Text("2.5.2"));
+    EXPECT_EQ(info(PORT_INFO_VERSION), Text(ZR_EXACT_VERSION));
     EXPECT_EQ(info(PORT_INFO_PORTNAME), Text("TLPort"));
 }
 
