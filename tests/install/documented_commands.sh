@@ -106,6 +106,7 @@ gates="for gate in \"\$@\"; do grep -q \"^gate_\$gate()\" '$source_tree/tools/ga
 { echo '[ "${1:-}" = --and ] && shift'; echo "$gates"; } | tool test
 echo "$gates" | tool check
 echo '[ $# -eq 0 ]' | tool coverage
+echo '[ $# -eq 0 ]' | tool bench
 echo '[ $# -eq 0 ]' | tool demo
 echo '[ $# -eq 0 ] || { [ $# -eq 2 ] && [ "$1" -gt 0 ] && [ "$2" -gt 0 ]; }' | tool soak
 echo "exec '$source_tree/tools/reference' '$work/reference' || exit 1" | tool reference
