@@ -19,6 +19,8 @@ clean_tree()
     printf '#pragma once\n' >"$tree/base/zr_sync.h"
     printf '#pragma once\n' >"$tree/u3v/u3v_control.h"
     printf '#include "zr_sync.h"\n#include <zr_u3v_tl/gentl.h>\n// Quirk Q07: kept\nint a;\n' >"$tree/gentl/a.cpp"
+    grep '^other_members' "$rules" >"$tree/gentl/members.h"
+    printf 'bool m_isOpen, m_onClose, m_tlType;\n' >>"$tree/gentl/members.h"
     mkdir -p "$tree/tests"
     printf 'TEST_F(Module,\n       Open_Twice_IsRefused)\n{\n}\n' >"$tree/tests/a_test.cpp"
     mkdir -p "$tree/debian"
@@ -50,7 +52,7 @@ breaks()
 }
 
 clean_tree
-for rule in includes words paths whitespace quirks quirk_marks quirk_tests kept links version; do expect pass "$rule" "clean tree"; done
+for rule in includes words paths whitespace quirks quirk_marks quirk_tests kept member_names links version; do expect pass "$rule" "clean tree"; done
 
 breaks includes "gentl includes u3v" gentl/b.cpp '#include "u3v_control.h"\n'
 breaks includes "modules include the control channel" u3v_tl/b.cpp '#include "u3v_control.h"\n'
@@ -98,6 +100,12 @@ breaks includes "tool includes the library" zr_u3v_tool/b.cpp '#include "zr_sync
 breaks includes "tool includes the flat interface" zr_u3v_tool/b.cpp '#include <zr_u3v_tl/u3v_lib.h>\n'
 breaks includes "tool includes libusb" zr_u3v_tool/b.cpp '#include <libusb-1.0/libusb.h>\n'
 breaks kept "kept, and called" gentl/b.cpp 'int Old(int a); // kept\nint b = Old(Old(1));\n'
+breaks member_names "a type letter" gentl/b.h 'bool m_bOpen;\n'
+breaks member_names "two type letters" tests/b.h 'char* m_szName;\n'
+breaks member_names "a capital letter" standard_tl/b.h 'Mutex m_Mutex;\n'
+clean_tree
+rm "$tree/gentl/members.h"
+expect fail member_names "an exception that nothing needs"
 breaks links "a document that is gone" docs/b.md 'see [that](gone.md#there)\n'
 breaks links "a picture that is gone" docs/b.md '<img src="pictures/gone.png">\n'
 breaks version "a second place" gentl/b.cpp 'const char* v = "7.8.9";\n'
