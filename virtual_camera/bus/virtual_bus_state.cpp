@@ -13,17 +13,17 @@ namespace vbus {
 
 namespace {
 
-constexpr std::size_t kGraveyard = 4096;
+constexpr std::size_t kDeadObjects = 4096;
 constexpr std::uint8_t kLastAddress = 127;
 
 template <typename T>
-void BuryIn(std::deque<std::unique_ptr<T>>& dead, std::map<const T*, std::unique_ptr<T>>& living,
-            const T* object)
+void MoveToDead(std::deque<std::unique_ptr<T>>& dead,
+                std::map<const T*, std::unique_ptr<T>>& living, const T* object)
 {
     auto found = living.find(object);
     dead.push_back(std::move(found->second));
     living.erase(found);
-    if (dead.size() > kGraveyard) {
+    if (dead.size() > kDeadObjects) {
         dead.pop_front();
     }
 }
@@ -412,14 +412,14 @@ void VirtualBus::Unreference(libusb_device* device)
         return;
     }
     if (--device->references == 0 && !device->heldByContext) {
-        _Bury(device);
+        _Destroy(device);
     }
 }
 
-void VirtualBus::_Bury(libusb_device* device)
+void VirtualBus::_Destroy(libusb_device* device)
 {
     device->attachment.reset();
-    BuryIn(m_deadDevices, m_devices, static_cast<const libusb_device*>(device));
+    MoveToDead(m_deadDevices, m_devices, static_cast<const libusb_device*>(device));
 }
 
 void VirtualBus::QueueHotplug(libusb_context* context, libusb_device* device,
@@ -471,7 +471,7 @@ void VirtualBus::CloseContext(libusb_context* context)
     if (context == m_defaultContext) {
         m_defaultContext = nullptr;
     }
-    BuryIn(m_deadContexts, m_contexts, static_cast<const libusb_context*>(context));
+    MoveToDead(m_deadContexts, m_contexts, static_cast<const libusb_context*>(context));
 }
 
 libusb_context* VirtualBus::Resolve(libusb_context* context)
@@ -502,7 +502,7 @@ void VirtualBus::CloseHandle(libusb_device_handle* handle)
         handle->device->attachment->claims.erase(number);
     }
     libusb_device* device = handle->device;
-    BuryIn(m_deadHandles, m_handles, static_cast<const libusb_device_handle*>(handle));
+    MoveToDead(m_deadHandles, m_handles, static_cast<const libusb_device_handle*>(handle));
     Unreference(device);
 }
 

@@ -93,7 +93,7 @@ private:
     void _Attach(int id);
     libusb_device* _DeviceOf(libusb_context* context,
                              const std::shared_ptr<Attachment>& attachment);
-    void _Bury(libusb_device* device);
+    void _Destroy(libusb_device* device);
 
     struct MemoryBlock
     {
