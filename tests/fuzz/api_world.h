@@ -1,7 +1,7 @@
 #pragma once
 
 // What a random consumer has in hand: handles of every kind and age, memory that outlives every
-// call, and a camera that it may torment.
+// call, and a camera that it may make fail.
 
 #include "fuzz_input.h"
 

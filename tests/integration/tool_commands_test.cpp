@@ -361,14 +361,14 @@ TEST_F(ToolTest, Doctor_HealthyCamera_FindsNoProblem)
     EXPECT_TRUE(Findings(json, "stream").starts_with("ok: "));
 }
 
-struct Sick
+struct FaultyCamera
 {
     const char* name;
     const char* options;
     const char* finding; // "check: words of the text"
 };
 
-class Doctor : public ToolTest, public ::testing::WithParamInterface<Sick>
+class Doctor : public ToolTest, public ::testing::WithParamInterface<FaultyCamera>
 {
 };
 
@@ -392,21 +392,22 @@ TEST_P(Doctor, FindsIt)
 INSTANTIATE_TEST_SUITE_P(
     Cameras, Doctor,
     ::testing::Values(
-        Sick{"TwoManifestEntries", "faults=manifest-entries:2", "open: GC_ERR_ERROR"},
-        Sick{"EmptyManifest", "faults=manifest-entries:0", "open: GC_ERR_ERROR"},
-        Sick{"UnreadableDescription", "faults=reply-error%r0x100000:0x8006",
-             "manifest: cannot be read: GCReadPort failed: GC_ERR_IO"},
-        Sick{"PermissionDenied", "faults=open-permission", "open: failed"},
-        Sick{"StrictReads", "strict=1", "open: IFOpenDevice failed"},
-        Sick{"NoStream", "faults=no-stream-interface", "stream: DevOpenDataStream failed"},
-        Sick{"NoStreamRegisters", "faults=no-sirm", "stream: no streaming interface registers"},
-        Sick{"HighSpeed", "high-speed=1", "speed: below SuperSpeed"},
-        Sick{"SameHeads", "width=64,height=48,leader=64,trailer=64", "stream: told apart"},
-        Sick{"ShortLeader", "width=64,height=48,alignment=6", "stream: leader of 52 bytes"},
-        Sick{"Rest", "width=10,height=10", "stream: no multiple of the alignment"},
-        Sick{"Tiny", "width=4,height=1", "stream: smaller than the alignment"},
-        Sick{"LikeTheLeader", "width=8,height=8,leader=64", "stream: taken for a leader"},
-        Sick{"LikeTheTrailer", "width=8,height=4", "stream: taken for pixels"}),
+        FaultyCamera{"TwoManifestEntries", "faults=manifest-entries:2", "open: GC_ERR_ERROR"},
+        FaultyCamera{"EmptyManifest", "faults=manifest-entries:0", "open: GC_ERR_ERROR"},
+        FaultyCamera{"UnreadableDescription", "faults=reply-error%r0x100000:0x8006",
+                     "manifest: cannot be read: GCReadPort failed: GC_ERR_IO"},
+        FaultyCamera{"PermissionDenied", "faults=open-permission", "open: failed"},
+        FaultyCamera{"StrictReads", "strict=1", "open: IFOpenDevice failed"},
+        FaultyCamera{"NoStream", "faults=no-stream-interface", "stream: DevOpenDataStream failed"},
+        FaultyCamera{"NoStreamRegisters", "faults=no-sirm",
+                     "stream: no streaming interface registers"},
+        FaultyCamera{"HighSpeed", "high-speed=1", "speed: below SuperSpeed"},
+        FaultyCamera{"SameHeads", "width=64,height=48,leader=64,trailer=64", "stream: told apart"},
+        FaultyCamera{"ShortLeader", "width=64,height=48,alignment=6", "stream: leader of 52 bytes"},
+        FaultyCamera{"Rest", "width=10,height=10", "stream: no multiple of the alignment"},
+        FaultyCamera{"Tiny", "width=4,height=1", "stream: smaller than the alignment"},
+        FaultyCamera{"LikeTheLeader", "width=8,height=8,leader=64", "stream: taken for a leader"},
+        FaultyCamera{"LikeTheTrailer", "width=8,height=4", "stream: taken for pixels"}),
     [](const auto& one) { return std::string(one.param.name); });
 
 // What the doctor says of sizes is what happens: where it sees no image coming, none comes, and

@@ -14,7 +14,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-enum class Happening
+enum class Incident
 {
     Unplug,
     Replug,
@@ -32,20 +32,20 @@ enum class Happening
 const char* const kStateNames[] = {"LibraryClosed", "SystemOpen", "InterfaceOpen",    "Discovering",
                                    "DeviceOpen",    "StreamOpen", "BuffersAnnounced", "Acquiring",
                                    "Delivering",    "Stopping"};
-const char* const kHappeningNames[] = {"Unplug",     "Replug",      "BusError",    "CameraSilent",
-                                       "CloseSelf",  "CloseParent", "CloseSystem", "CloseLibrary",
-                                       "SecondOpen", "EventKill",   "Unregister"};
+const char* const kIncidentNames[] = {"Unplug",     "Replug",      "BusError",    "CameraSilent",
+                                      "CloseSelf",  "CloseParent", "CloseSystem", "CloseLibrary",
+                                      "SecondOpen", "EventKill",   "Unregister"};
 
 // A stop waits up to 5 s for the bus and then talks to a camera that answers each of a few
 // exchanges after 100 ms at the latest. The rest is for machines with other things to do.
 constexpr milliseconds kLongestCall{5000 + 10 * 100 + 4000};
 
-using Pair = std::tuple<State, Happening>;
+using Pair = std::tuple<State, Incident>;
 
 std::string PairName(const ::testing::TestParamInfo<Pair>& info)
 {
     return std::string(kStateNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
-           kHappeningNames[static_cast<int>(std::get<1>(info.param))];
+           kIncidentNames[static_cast<int>(std::get<1>(info.param))];
 }
 
 class Torture : public ::testing::TestWithParam<Pair>
@@ -78,7 +78,7 @@ protected:
         return status;
     }
 
-    void Happen(TortureConsumer& consumer, State state, Happening happening);
+    void Cause(TortureConsumer& consumer, State state, Incident incident);
     void BusFails() const;
     void StartOver();
 
@@ -102,42 +102,42 @@ void Torture::BusFails() const
 }
 
 // What the call itself has to answer where something is called.
-void Torture::Happen(TortureConsumer& consumer, State state, Happening happening)
+void Torture::Cause(TortureConsumer& consumer, State state, Incident incident)
 {
     const Level level = LevelOf(state);
     const bool closed = state == State::LibraryClosed;
     const GC_ERROR success = closed ? GC_ERR_NOT_INITIALIZED : GC_ERR_SUCCESS;
-    switch (happening) {
-    case Happening::Unplug: m_camera->Unplug(); break;
-    case Happening::Replug:
+    switch (incident) {
+    case Incident::Unplug: m_camera->Unplug(); break;
+    case Incident::Replug:
         m_camera->Unplug();
         m_camera->Replug();
         break;
-    case Happening::BusError: BusFails(); break;
-    case Happening::CameraSilent: m_camera->SetFaults("reply-missing+stream-silent"); break;
-    case Happening::CloseSelf:
+    case Incident::BusError: BusFails(); break;
+    case Incident::CameraSilent: m_camera->SetFaults("reply-missing+stream-silent"); break;
+    case Incident::CloseSelf:
         EXPECT_EQ(Timed([&] { return consumer.Close(level); }), success);
         break;
-    case Happening::CloseParent: {
+    case Incident::CloseParent: {
         const auto parent = static_cast<Level>(std::max(0, static_cast<int>(level) - 1));
         EXPECT_EQ(Timed([&] { return consumer.Close(parent); }), success);
         break;
     }
-    case Happening::CloseSystem:
+    case Incident::CloseSystem:
         EXPECT_EQ(Timed([&] { return consumer.Close(Level::System); }), success);
         break;
-    case Happening::CloseLibrary:
+    case Incident::CloseLibrary:
         EXPECT_EQ(Timed([&] { return consumer.Close(Level::Library); }), success);
         break;
-    case Happening::SecondOpen:
+    case Incident::SecondOpen:
         EXPECT_EQ(Timed([&] { return consumer.OpenSecond(state); }),
                   closed ? GC_ERR_NOT_INITIALIZED : GC_ERR_RESOURCE_IN_USE);
         break;
-    case Happening::EventKill:
+    case Incident::EventKill:
         EXPECT_EQ(Timed([&] { return EventKill(consumer.Event()); }),
                   level == Level::System ? GC_ERR_INVALID_HANDLE : success);
         break;
-    case Happening::Unregister:
+    case Incident::Unregister:
         EXPECT_EQ(Timed([&] { return consumer.UnregisterEvent(); }),
                   level == Level::System ? GC_ERR_NOT_IMPLEMENTED : success);
         break;
@@ -168,43 +168,43 @@ void Torture::StartOver()
 }
 
 // Which statuses the camera's memory may answer: the bus is what it is, never anything else.
-std::vector<GC_ERROR> PortAnswers(Happening happening)
+std::vector<GC_ERROR> PortAnswers(Incident incident)
 {
-    switch (happening) {
-    case Happening::Unplug:
-    case Happening::Replug:
-    case Happening::BusError:
-    case Happening::CameraSilent: return {GC_ERR_IO};
+    switch (incident) {
+    case Incident::Unplug:
+    case Incident::Replug:
+    case Incident::BusError:
+    case Incident::CameraSilent: return {GC_ERR_IO};
     default: return {GC_ERR_SUCCESS};
     }
 }
 
 // Whether the waiter has to come back by itself, and with what.
-bool ReleasesWaiter(State state, Happening happening)
+bool ReleasesWaiter(State state, Incident incident)
 {
-    switch (happening) {
-    case Happening::EventKill:
-    case Happening::Unregister:
-    case Happening::CloseSystem:
-    case Happening::CloseLibrary: return true;
+    switch (incident) {
+    case Incident::EventKill:
+    case Incident::Unregister:
+    case Incident::CloseSystem:
+    case Incident::CloseLibrary: return true;
     // DSClose alone leaves the stream's events registered.
-    case Happening::CloseSelf: return LevelOf(state) < Level::Stream;
-    case Happening::CloseParent: return true;
+    case Incident::CloseSelf: return LevelOf(state) < Level::Stream;
+    case Incident::CloseParent: return true;
     default: return false;
     }
 }
 
 TEST_P(Torture, NoHarmTheRightAnswersAndANewLife)
 {
-    const auto [state, happening] = GetParam();
+    const auto [state, incident] = GetParam();
     {
         TortureConsumer consumer(*m_camera);
         consumer.Reach(state);
         if (HasFatalFailure()) {
             return;
         }
-        Happen(consumer, state, happening);
-        if (consumer.HasWaiter() && ReleasesWaiter(state, happening)) {
+        Cause(consumer, state, incident);
+        if (consumer.HasWaiter() && ReleasesWaiter(state, incident)) {
             if (state == State::Delivering) {
                 // May have been on its way between two waits and found the event gone.
                 consumer.StopWaiting();
@@ -219,7 +219,7 @@ TEST_P(Torture, NoHarmTheRightAnswersAndANewLife)
             }
         }
         std::this_thread::sleep_for(milliseconds(30));
-        consumer.UseEverything(PortAnswers(happening));
+        consumer.UseEverything(PortAnswers(incident));
         Timed([&consumer] {
             consumer.TearDown();
             return GC_ERR_SUCCESS;
@@ -235,11 +235,11 @@ INSTANTIATE_TEST_SUITE_P(
                                          State::DeviceOpen, State::StreamOpen,
                                          State::BuffersAnnounced, State::Acquiring,
                                          State::Delivering, State::Stopping),
-                       ::testing::Values(Happening::Unplug, Happening::Replug, Happening::BusError,
-                                         Happening::CameraSilent, Happening::CloseSelf,
-                                         Happening::CloseParent, Happening::CloseSystem,
-                                         Happening::CloseLibrary, Happening::SecondOpen,
-                                         Happening::EventKill, Happening::Unregister)),
+                       ::testing::Values(Incident::Unplug, Incident::Replug, Incident::BusError,
+                                         Incident::CameraSilent, Incident::CloseSelf,
+                                         Incident::CloseParent, Incident::CloseSystem,
+                                         Incident::CloseLibrary, Incident::SecondOpen,
+                                         Incident::EventKill, Incident::Unregister)),
     PairName);
 
 // Never destroyed, as in a host of this kind; reachable, so that it is no leak.
