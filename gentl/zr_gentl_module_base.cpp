@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "zr_gentl_util.h"
 
@@ -34,8 +35,9 @@ GC_ERROR ForEachEntry(const S_PORT_REGISTER_STACK_ENTRY* pEntries, const size_t*
 
 } // namespace
 
-ZrGenTLModuleBase::ZrGenTLModuleBase(const std::string& id, ZrGenTLModuleBase* parent)
-    : m_parent(parent), m_id(id)
+ZrGenTLModuleBase::ZrGenTLModuleBase(const std::string& id, ZrGenTLModuleBase* parent,
+                                     _ZR_GENTL_PORT_INFO portInfo)
+    : m_portInfo(std::move(portInfo)), m_parent(parent), m_id(id)
 {
 }
 

@@ -38,7 +38,9 @@ struct _ZR_GENTL_PORT_INFO
 class ZrGenTLModuleBase
 {
 public:
-    ZrGenTLModuleBase(const std::string& id, ZrGenTLModuleBase* parent);
+    // `portInfo` is what GetPortInfo answers.
+    ZrGenTLModuleBase(const std::string& id, ZrGenTLModuleBase* parent,
+                      _ZR_GENTL_PORT_INFO portInfo = {});
 
     // Slots 1 to 11 in this order: the order is part of the interface.
     virtual ~ZrGenTLModuleBase();
@@ -101,7 +103,7 @@ protected:
     // whose events refer to its own members (buffers) calls it first.
     void _destroyEvents();
 
-    // Filled by the constructors of the derived classes.
+    // What a derived class learns of access later is all that changes.
     _ZR_GENTL_PORT_INFO m_portInfo ZR_GUARDED_BY(m_mutex);
     // The module mutex. Recursive: module operations re-enter their own module.
     RecursiveMutex m_mutex;

@@ -6,7 +6,7 @@
 #include <zr_u3v_tl/u3v_lib.h>
 
 #include "module_failure.h"
-#include "producer_identity.h"
+#include "port_info.h"
 #include "zr_gentl_util.h"
 #include "zr_u3v_remote_device.h"
 
@@ -30,18 +30,11 @@ ZrGenTLImage ImageOf(const IMAGE_HEADER& header, size_t bufferSize, bool incompl
 
 ZrU3VDataStream::ZrU3VDataStream(ZrU3VRemoteDevice* remote, uint32_t index,
                                  ZrGenTLModuleBase* parent)
-    : ZrGenTLModuleBase(std::to_string(index), parent), m_pRemoteDevice(remote),
-      m_threadAcquisition(std::make_unique<ZrU3VThreadAcquisition>(this)),
+    : ZrGenTLModuleBase(std::to_string(index), parent, ProducerPortInfo(kKindName, "StreamPort")),
+      m_pRemoteDevice(remote), m_threadAcquisition(std::make_unique<ZrU3VThreadAcquisition>(this)),
       m_streamId(std::to_string(index)), m_tlType(Producer::kTLType),
       m_document(kDocumentFileName, ZrGenTLUtil::CreateXMLDataStream())
 {
-    m_portInfo.id = Producer::kId;
-    m_portInfo.vendor = Producer::kVendor;
-    m_portInfo.model = Producer::kModel;
-    m_portInfo.tlType = Producer::kTLType;
-    m_portInfo.module = kKindName;
-    m_portInfo.version = Producer::kVersion;
-    m_portInfo.portName = "StreamPort";
     SetUrlList({m_document.GetUrl()});
 }
 

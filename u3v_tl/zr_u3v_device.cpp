@@ -4,8 +4,8 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "module_failure.h"
-#include "producer_identity.h"
+#include "module_children.h"
+#include "port_info.h"
 #include "zr_gentl_util.h"
 #include "zr_u3v_controller.h"
 #include "zr_u3v_data_stream.h"
@@ -24,16 +24,9 @@ bool IsAccessAccepted(int32_t flags)
 } // namespace
 
 ZrU3VDevice::ZrU3VDevice(const _ZR_U3V_DEVICE_INFO& info, ZrGenTLModuleBase* parent)
-    : ZrGenTLModuleBase(info.id, parent), m_deviceInfo(info),
-      m_document(kDocumentFileName, ZrGenTLUtil::CreateXMLDevice())
+    : ZrGenTLModuleBase(info.id, parent, ProducerPortInfo(kKindName, "DevicePort")),
+      m_deviceInfo(info), m_document(kDocumentFileName, ZrGenTLUtil::CreateXMLDevice())
 {
-    m_portInfo.id = Producer::kId;
-    m_portInfo.vendor = Producer::kVendor;
-    m_portInfo.model = Producer::kModel;
-    m_portInfo.tlType = Producer::kTLType;
-    m_portInfo.module = kKindName;
-    m_portInfo.version = Producer::kVersion;
-    m_portInfo.portName = "DevicePort";
     SetUrlList({m_document.GetUrl()});
 }
 
@@ -125,11 +118,8 @@ void ZrU3VDevice::RequestStop()
 
 void ZrU3VDevice::_closeStreams()
 {
-    while (ZrGenTLModuleBase* stream = m_streams.FindByIndex(0, true)) {
-        g_Controller.UnregisterModule(stream);
-        stream->Gate().ShutAndWait();
-        delete stream;
-    }
+    CloseChildren<ZrU3VDataStream>(m_streams,
+                                   [](ZrU3VDataStream& child) { child.Gate().ShutAndWait(); });
 }
 
 ZrU3VRemoteDevice* ZrU3VDevice::_remoteDevice()

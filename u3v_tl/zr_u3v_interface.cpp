@@ -5,8 +5,8 @@
 #include <strings.h>
 #include <zr_u3v_tl/u3v_lib.h>
 
-#include "module_failure.h"
-#include "producer_identity.h"
+#include "module_children.h"
+#include "port_info.h"
 #include "zr_gentl_util.h"
 #include "zr_u3v_controller.h"
 #include "zr_u3v_device.h"
@@ -39,6 +39,14 @@ _ZR_U3V_DEVICE_INFO MakeRecord(const U3V_DEVICE_INFO& info)
     return record;
 }
 
+_ZR_GENTL_PORT_INFO PortInfoOf(const _ZR_U3V_INTERFACE_INFO& info, const char* module)
+{
+    _ZR_GENTL_PORT_INFO port = ProducerPortInfo(module, "InterfacePort");
+    port.id = info.id;
+    port.tlType = info.tlType;
+    return port;
+}
+
 bool SameId(const std::string& left, const std::string& right)
 {
     return strcasecmp(left.c_str(), right.c_str()) == 0;
@@ -47,18 +55,12 @@ bool SameId(const std::string& left, const std::string& right)
 } // namespace
 
 ZrU3VInterface::ZrU3VInterface(const _ZR_U3V_INTERFACE_INFO& info, ZrGenTLModuleBase* parent)
-    : ZrGenTLModuleBase(info.id, parent), m_displayName(info.displayName), m_tlType(info.tlType),
-      m_vendor(Producer::kVendor), m_model(Producer::kModel), m_version(Producer::kVersion),
+    : ZrGenTLModuleBase(info.id, parent, PortInfoOf(info, kKindName)),
+      m_displayName(info.displayName), m_tlType(info.tlType), m_vendor(Producer::kVendor),
+      m_model(Producer::kModel), m_version(Producer::kVersion),
       m_document(kDocumentFileName, ZrGenTLUtil::CreateXMLInterface()),
       m_discovery(std::make_unique<ZrU3VThreadDeviceDiscovery>(this))
 {
-    m_portInfo.id = info.id;
-    m_portInfo.vendor = Producer::kVendor;
-    m_portInfo.model = Producer::kModel;
-    m_portInfo.tlType = info.tlType;
-    m_portInfo.module = kKindName;
-    m_portInfo.version = Producer::kVersion;
-    m_portInfo.portName = "InterfacePort";
     SetUrlList({m_document.GetUrl()});
 }
 
@@ -123,11 +125,7 @@ void ZrU3VInterface::_closeDevices()
     for (uint32_t index = 0; const auto device = m_devices.PinByIndex(index); ++index) {
         static_cast<ZrU3VDevice&>(*device).RequestStop();
     }
-    while (ZrGenTLModuleBase* module = m_devices.FindByIndex(0, true)) {
-        g_Controller.UnregisterModule(module);
-        static_cast<ZrU3VDevice*>(module)->Close();
-        delete module;
-    }
+    CloseChildren<ZrU3VDevice>(m_devices, [](ZrU3VDevice& child) { child.Close(); });
 }
 
 void ZrU3VInterface::DiscoverDevices()
@@ -328,18 +326,7 @@ GC_ERROR ZrU3VInterface::CloseDevice(void* handle)
 {
     // The same camera is opened again only when it has been given back.
     Locker<Mutex> closing(m_openDeviceMutex);
-    // The address is compared, never followed: of two closers only one finds it.
-    auto* device = static_cast<ZrU3VDevice*>(
-        static_cast<ZrGenTLModuleBase*>(m_devices.FindByHandle(handle, true)));
-    if (device == nullptr) {
-        return ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", __func__);
-    }
-    // Quirk Q31: a module that does not close is in no list any more, and still not destroyed.
-    const GC_ERROR status = device->Close();
-    if (status == GC_ERR_SUCCESS) {
-        delete device;
-    }
-    return status;
+    return CloseChild<ZrU3VDevice>(m_devices, handle, __func__);
 }
 
 bool ZrU3VInterface::IsEventImplemented(int eventId)

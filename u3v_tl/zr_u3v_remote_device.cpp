@@ -61,18 +61,24 @@ int32_t MapAccessPrivilege(uint32_t privilege)
     }
 }
 
+// Quirk Q40: vendor and model stand in this order, the TL type carries the kind, version and port
+// name are empty: consumers in the field read them so.
+_ZR_GENTL_PORT_INFO CameraPortInfo()
+{
+    _ZR_GENTL_PORT_INFO info;
+    info.id = Producer::kId;
+    info.vendor = Producer::kModel;
+    info.model = Producer::kVendor;
+    info.tlType = ZrU3VRemoteDevice::kKindName;
+    info.module = ZrU3VRemoteDevice::kKindName;
+    return info;
+}
+
 } // namespace
 
 ZrU3VRemoteDevice::ZrU3VRemoteDevice(const _ZR_U3V_DEVICE_INFO& info, ZrGenTLModuleBase* parent)
-    : ZrGenTLModuleBase(info.id, parent), m_deviceInfo(info)
+    : ZrGenTLModuleBase(info.id, parent, CameraPortInfo()), m_deviceInfo(info)
 {
-    // Quirk Q40: vendor and model stand in this order, the TL type carries the kind, version and
-    // port name are empty: consumers in the field read them so.
-    m_portInfo.id = Producer::kId;
-    m_portInfo.vendor = Producer::kModel;
-    m_portInfo.model = Producer::kVendor;
-    m_portInfo.tlType = kKindName;
-    m_portInfo.module = kKindName;
 }
 
 ZrU3VRemoteDevice::~ZrU3VRemoteDevice()

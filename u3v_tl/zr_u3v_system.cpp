@@ -6,8 +6,8 @@
 #include <dlfcn.h>
 #include <memory>
 
-#include "module_failure.h"
-#include "producer_identity.h"
+#include "module_children.h"
+#include "port_info.h"
 #include "zr_gentl_util.h"
 #include "zr_u3v_controller.h"
 #include "zr_u3v_interface.h"
@@ -27,17 +27,11 @@ bool Contains(const std::vector<_ZR_U3V_INTERFACE_INFO>& list, const std::string
 } // namespace
 
 ZrU3VSystem::ZrU3VSystem()
-    : ZrGenTLModuleBase(Producer::kId, nullptr), m_tlId(Producer::kId), m_vendor(Producer::kVendor),
-      m_model(Producer::kModel), m_tlType(Producer::kTLType), m_version(Producer::kVersion),
+    : ZrGenTLModuleBase(Producer::kId, nullptr, ProducerPortInfo(kKindName, "TLPort")),
+      m_tlId(Producer::kId), m_vendor(Producer::kVendor), m_model(Producer::kModel),
+      m_tlType(Producer::kTLType), m_version(Producer::kVersion),
       m_document(kDocumentFileName, ZrGenTLUtil::CreateXMLSystem())
 {
-    m_portInfo.id = Producer::kId;
-    m_portInfo.vendor = Producer::kVendor;
-    m_portInfo.model = Producer::kModel;
-    m_portInfo.tlType = Producer::kTLType;
-    m_portInfo.module = kKindName;
-    m_portInfo.version = Producer::kVersion;
-    m_portInfo.portName = "TLPort";
     SetUrlList({m_document.GetUrl()});
 }
 
@@ -89,11 +83,7 @@ GC_ERROR ZrU3VSystem::Close()
 
 void ZrU3VSystem::_closeInterfaces()
 {
-    while (ZrGenTLModuleBase* module = m_interfaces.FindByIndex(0, true)) {
-        g_Controller.UnregisterModule(module);
-        static_cast<ZrU3VInterface*>(module)->Close();
-        delete module;
-    }
+    CloseChildren<ZrU3VInterface>(m_interfaces, [](ZrU3VInterface& child) { child.Close(); });
 }
 
 std::string ZrU3VSystem::GetCtiPath()
@@ -279,18 +269,7 @@ GC_ERROR ZrU3VSystem::CloseInterface(void* handle)
     // Its successor is opened after its end: discovery is one for the whole library, and a late
     // close would be the successor's.
     Locker<Mutex> closing(m_openInterfaceMutex);
-    // The address is compared, never followed: of two closers only one finds it.
-    auto* iface = static_cast<ZrU3VInterface*>(
-        static_cast<ZrGenTLModuleBase*>(m_interfaces.FindByHandle(handle, true)));
-    if (iface == nullptr) {
-        return ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", __func__);
-    }
-    // Quirk Q31: a module that does not close is in no list any more, and still not destroyed.
-    const GC_ERROR status = iface->Close();
-    if (status == GC_ERR_SUCCESS) {
-        delete iface;
-    }
-    return status;
+    return CloseChild<ZrU3VInterface>(m_interfaces, handle, __func__);
 }
 
 bool ZrU3VSystem::IsEventImplemented(int /*eventId*/)
