@@ -49,4 +49,5 @@ set_target_properties(zr_u3v_client PROPERTIES
 
 # What a test or the demo needs to run on the virtual bus instead of the machine's own.
 set(ZR_CTI "${CMAKE_BINARY_DIR}/lib/zr_u3v_tl.cti")
+set(ZR_STANDARD_CTI "${CMAKE_BINARY_DIR}/lib/zr_u3v_standard.cti")
 set(ZR_VIRTUAL_BUS_ENVIRONMENT "LD_LIBRARY_PATH=${CMAKE_BINARY_DIR}/virtual_usb")

@@ -209,7 +209,7 @@ gate_analyzer()
 {
     local file status=0
     need gcc || return
-    for file in "$root"/tests/contract/*.c; do
+    for file in "$root"/tests/contract/*.c "$root"/tests/contract/consumers/*.c; do
         gcc -std=gnu11 -O1 -fanalyzer -Wall -Wextra -Werror -I"$root/include" -I"$root/tests/contract" \
             -I"$root/virtual_camera/bus" -DZR_EXACT_VERSION='"0"' -c "$file" -o /dev/null || status=1
     done

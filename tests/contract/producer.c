@@ -19,15 +19,22 @@ static void resolve(void* library, const char* name, void* function)
     memcpy(function, &address, sizeof address);
 }
 
-void* producer_load(const char* path)
+#define ZR_RESOLVE(name) resolve(library, #name, &gentl.name);
+
+void* producer_load_any(const char* path, int flags)
 {
-    void* library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    void* library = dlopen(path, flags);
     if (library == NULL) {
         tap_bail_out("cannot load the producer: %s", dlerror());
     }
-#define ZR_RESOLVE(name) resolve(library, #name, &gentl.name);
     ZR_GENTL_FUNCTIONS(ZR_RESOLVE)
-#undef ZR_RESOLVE
+    return library;
+}
+
+void* producer_load(const char* path)
+{
+    void* library = producer_load_any(path, RTLD_NOW | RTLD_LOCAL);
+    ZR_OWN_FUNCTIONS(ZR_RESOLVE)
     return library;
 }
 

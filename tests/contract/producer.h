@@ -66,7 +66,10 @@
     X(TLGetNumInterfaces)                                                                          \
     X(TLOpen)                                                                                      \
     X(TLOpenInterface)                                                                             \
-    X(TLUpdateInterfaceList)                                                                       \
+    X(TLUpdateInterfaceList)
+
+/* Of the exact producer alone. */
+#define ZR_OWN_FUNCTIONS(X)                                                                        \
     X(ZrForceIPConfig)                                                                             \
     X(ZrSetIPConfig)
 
@@ -74,13 +77,16 @@ struct gentl_functions
 {
 #define ZR_MEMBER(name) P##name name;
     ZR_GENTL_FUNCTIONS(ZR_MEMBER)
+    ZR_OWN_FUNCTIONS(ZR_MEMBER)
 #undef ZR_MEMBER
 };
 
 extern struct gentl_functions gentl;
 
-/* Loads the producer and resolves every function; ends the program when one is missing. Returns the
- * loader's handle. */
+/* Loads a producer with these flags of dlopen and resolves every function of GenTL 1.5; ends the
+ * program when one is missing. Returns the loader's handle. */
+void* producer_load_any(const char* path, int flags);
+/* The same for the exact producer, with its own functions. */
 void* producer_load(const char* path);
 void producer_unload(void* library);
 
