@@ -3,8 +3,8 @@
 #include <algorithm>
 
 namespace {
-// 1 GiB: no camera aligns to more, and the next power would not fit libusb's signed lengths.
-constexpr unsigned kMaximumExponent = 30;
+// The last power of two that the plan's registers hold.
+constexpr unsigned kMaximumExponent = 31;
 } // namespace
 
 uint64_t U3V_StreamPlan::NextPayload(uint64_t received) const

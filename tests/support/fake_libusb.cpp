@@ -461,7 +461,7 @@ int libusb_get_device_descriptor(libusb_device* device, libusb_device_descriptor
 {
     FakeCalls calls;
     calls.Note("get_device_descriptor %s", device->name.c_str());
-    if (device->descriptorResult == 0) {
+    if (device->descriptorResult == 0 || device->descriptorFilledAllTheSame) {
         *descriptor = device->descriptor;
     }
     return device->descriptorResult;

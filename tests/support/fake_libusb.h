@@ -48,8 +48,9 @@ struct libusb_device
     std::string name;
     libusb_device_descriptor descriptor = {};
     int descriptorResult = 0;
-    std::map<uint8_t, std::string> strings; // others: LIBUSB_ERROR_PIPE
-    bool unterminatedStrings = false;       // fills the whole buffer and writes no zero
+    bool descriptorFilledAllTheSame = false; // also when the result is a failure
+    std::map<uint8_t, std::string> strings;  // others: LIBUSB_ERROR_PIPE
+    bool unterminatedStrings = false;        // fills the whole buffer and writes no zero
     std::vector<FakeConfiguration> configurations;
     int configurationResult = 0;
 

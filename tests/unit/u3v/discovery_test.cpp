@@ -87,6 +87,30 @@ TEST_F(DiscoveryTest, Pass_DescriptorFails_LogsAndGoesOn)
     EXPECT_EQ(discovery.DeviceCount(), 1U);
 }
 
+// Logged, and tested all the same: what a failing call has left decides.
+TEST_F(DiscoveryTest, Pass_DescriptorFailsButIsFilled_CameraIsListed)
+{
+    libusb_device& odd = AddCamera(usb, "odd", "A");
+    odd.descriptorResult = LIBUSB_ERROR_PIPE;
+    odd.descriptorFilledAllTheSame = true;
+    U3V_Discovery discovery;
+    Pass(discovery);
+    EXPECT_THAT(log.Lines(), ElementsAre("[ERROR   ] Discovery text of pipe"));
+    EXPECT_EQ(discovery.DeviceCount(), 1U);
+}
+
+TEST_F(DiscoveryTest, Pass_EveryDescriptorFails_NothingIsOpened)
+{
+    AddCamera(usb, "first", "A").descriptorResult = LIBUSB_ERROR_NO_DEVICE;
+    AddCamera(usb, "second", "B").descriptorResult = LIBUSB_ERROR_NO_DEVICE;
+    U3V_Discovery discovery;
+    EXPECT_EQ(Pass(discovery), 0);
+    EXPECT_THAT(log.Lines(), ElementsAre("[ERROR   ] Discovery text of no device",
+                                         "[ERROR   ] Discovery text of no device"));
+    EXPECT_EQ(usb.Count("open"), 0U);
+    EXPECT_EQ(discovery.DeviceCount(), 0U);
+}
+
 TEST_F(DiscoveryTest, Pass_OneCamera_MakesExactlyTheseCalls)
 {
     AddCamera(usb, "cam", "0123456789AB");

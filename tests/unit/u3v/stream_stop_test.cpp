@@ -103,6 +103,29 @@ TEST_F(StreamTest, GetImage_BeforeStartAndAfterStop_TimesOut)
     EXPECT_EQ(Get(10), 0xC018);
 }
 
+TEST_F(StreamTest, UnreadImages_StopAndRestart_FirstImageIsTheNewOne)
+{
+    Start();
+    for (const uint8_t id : Bytes{1, 2, 3}) {
+        PlayImage(id);
+    }
+    ASSERT_TRUE(usb.AwaitDrained());
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_EQ(acquired, 3U);
+    EXPECT_EQ(Get(10), 0xC018);
+    EXPECT_EQ(image, Bytes(1000)) << "nothing is written";
+    EXPECT_EQ(+header.nBlockId, 0U);
+
+    usb.transferTimesOutAfter = 0;
+    ASSERT_EQ(stream->AcquisitionStart(kForEver), 0);
+    EXPECT_EQ(Get(10), 0xC018) << "not even as an image without content";
+    PlayImage(4);
+    EXPECT_EQ(Get(), 0);
+    EXPECT_EQ(image[0], 4);
+    EXPECT_EQ(+header.nBlockId, 0x1000000000000004U);
+    EXPECT_EQ(Get(10), 0xC018);
+}
+
 TEST_F(StreamTest, Stop_NotAcquiring_LeavesOutputsAndCamera)
 {
     Open();

@@ -370,6 +370,34 @@ TEST_F(StreamTest, Image_TransferSizeZero_IsReadInOnePiece)
     EXPECT_EQ(NextRequest(), "32");
 }
 
+// The camera sends what it was programmed with, so the reads keep to that.
+TEST_F(StreamTest, TransferSize_SetWhileStreaming_CountsFromTheNextStart)
+{
+    Start();
+    usb.Complete(LIBUSB_TRANSFER_COMPLETED, Leader(1));
+    EXPECT_EQ(NextRequest(), "400");
+    stream->SetTransferSize(200);
+    EXPECT_EQ(stream->TransferSize(), 200U);
+    for (const uint8_t part : Bytes{1, 2}) {
+        usb.Complete(LIBUSB_TRANSFER_COMPLETED, Bytes(400, part));
+    }
+    usb.Complete(LIBUSB_TRANSFER_COMPLETED, Bytes(192, 3));
+    usb.Complete(LIBUSB_TRANSFER_COMPLETED, Bytes(32));
+    EXPECT_EQ(Get(), 0);
+    EXPECT_EQ(image[400], 2);
+    PlayImage(4);
+    EXPECT_EQ(Get(), 0);
+    EXPECT_EQ(image[0], 4);
+
+    EXPECT_EQ(Stop(), 0);
+    usb.transferTimesOutAfter = 0;
+    ASSERT_EQ(stream->AcquisitionStart(kForEver), 0);
+    usb.Complete(LIBUSB_TRANSFER_COMPLETED, Leader(5));
+    EXPECT_EQ(NextRequest(), "200");
+    using Write = std::pair<uint64_t, Bytes>;
+    EXPECT_THAT(camera.writes, testing::Contains(Write{kSirm + 0x1C, Little(200, 4)}));
+}
+
 TEST_F(StreamTest, Image_TransferSizeBeyondAnyLength_NeverAsksForMoreThanTheImage)
 {
     Open();
