@@ -3,6 +3,9 @@
 
 #include "producer_fixture.h"
 
+#include <algorithm>
+#include <chrono>
+
 namespace {
 
 class Discovery : public ProducerTest
@@ -209,6 +212,50 @@ TEST_F(Discovery, NoStreamInterface_DeviceOpensButNotItsStream)
     DS_HANDLE stream = nullptr;
     EXPECT_EQ(Gentl().DevOpenDataStream(opened.Device(), "0", &stream), GC_ERR_ERROR);
     EXPECT_EQ(stream, nullptr);
+}
+
+// What an application gets that repeats an update shorter than a pass until the cameras are listed,
+// or for a minute.
+std::vector<GC_ERROR> StatusesUntilListed(const consumer::Session& session, size_t cameras,
+                                          uint64_t timeout_ms)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    std::vector<GC_ERROR> statuses;
+    while (session.CameraIds().size() < cameras && std::chrono::steady_clock::now() < end) {
+        statuses.push_back(Gentl().IFUpdateDeviceList(session.Interface(), nullptr, timeout_ms));
+    }
+    return statuses;
+}
+
+TEST_F(Discovery, PassLongerThanTheTimeout_RepeatedUpdatesFindTheCameras)
+{
+    const auto session = OpenSession();
+    const vusb::Camera first("guid=120900000001,faults=strings-late:20");
+    const vusb::Camera second("guid=120900000002,faults=strings-late:20");
+    const auto statuses = StatusesUntilListed(session, 2, 50);
+    EXPECT_EQ(session.CameraIds(), (std::vector<std::string>{"120900000001", "120900000002"}));
+    EXPECT_EQ(std::count(statuses.begin(), statuses.end(), GC_ERR_TIMEOUT) +
+                  std::count(statuses.begin(), statuses.end(), GC_ERR_SUCCESS),
+              static_cast<std::ptrdiff_t>(statuses.size()));
+    EXPECT_GT(std::count(statuses.begin(), statuses.end(), GC_ERR_TIMEOUT), 0)
+        << "a pass takes the time of a string at least";
+    EXPECT_EQ(statuses.back(), GC_ERR_SUCCESS);
+    EXPECT_EQ(StatusOfOpening(session, "120900000002"), GC_ERR_SUCCESS);
+}
+
+// libusb waits a second for each string that does not come.
+TEST_F(Discovery, StringsHang_UpdatesKeepToTheirTimeAndTheOtherCameraIsFound)
+{
+    const auto session = OpenSession();
+    const vusb::Camera silent("guid=120900000001,faults=strings-hang@0*3");
+    const vusb::Camera good("guid=120900000002");
+    const auto begin = std::chrono::steady_clock::now();
+    const auto statuses = StatusesUntilListed(session, 2, 100);
+    EXPECT_EQ(session.CameraIds(), (std::vector<std::string>{"120900000001", "120900000002"}));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
+    EXPECT_GT(std::count(statuses.begin(), statuses.end(), GC_ERR_TIMEOUT), 1);
+    EXPECT_EQ(statuses.back(), GC_ERR_SUCCESS);
+    EXPECT_EQ(StatusOfOpening(session, "120900000002"), GC_ERR_SUCCESS);
 }
 
 TEST_F(Discovery, LibusbInitFails_IsSurvivedAndTheNextInterfaceWorks)
