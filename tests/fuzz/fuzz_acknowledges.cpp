@@ -67,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     FuzzQuietStdout();
     FuzzInput input(data, size);
     {
-        fuzz::Camera camera;
+        fuzz::OpenedCamera camera;
         U3V_ControlLimits limits;
         limits.pendingRounds = 8;
         U3V_Control control(&camera.Device(), limits);

@@ -39,10 +39,10 @@ inline void FillMemory(libusb_device& camera)
 }
 
 // An empty bus with one camera, opened.
-class Camera
+class OpenedCamera
 {
 public:
-    Camera() : m_camera(_add())
+    OpenedCamera() : m_camera(_add())
     {
         FillMemory(m_camera);
         auto info = std::make_shared<U3V_DeviceInfo>(nullptr, &m_camera);

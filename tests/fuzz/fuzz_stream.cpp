@@ -90,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     FuzzQuietStdout();
     FuzzInput input(data, size);
     {
-        fuzz::Camera camera;
+        fuzz::OpenedCamera camera;
         FakeUsb::Instance().transferTimesOutAfter = 1; // ms; nothing waits longer than that
         const uint64_t payload = TakeSize(input);
         const auto leader = static_cast<uint32_t>(TakeSize(input) % kLargest);

@@ -1,9 +1,11 @@
 #include "zr_sync.h"
 
+#include <atomic>
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <thread>
 
+#include "wait.h"
 #include "zr_deadline.h"
 
 namespace {
@@ -66,21 +68,26 @@ TEST(Sync, Broadcast_TwoWaiters_WakesBoth)
     Mutex mutex;
     Condition condition;
     bool open = false;
+    std::atomic<int> woken = 0;
     const auto wait = [&] {
         Locker lock(mutex);
         while (!open) {
             condition.Wait(mutex);
+            ++woken;
         }
     };
-    std::thread first(wait);
-    std::thread second(wait);
+    zr_test::WatchedThread first(wait);
+    zr_test::WatchedThread second(wait);
+    EXPECT_TRUE(first.UntilAsleep());
+    EXPECT_TRUE(second.UntilAsleep());
     {
         Locker lock(mutex);
         open = true;
         condition.Broadcast();
     }
-    first.join();
-    second.join();
+    first.Join();
+    second.Join();
+    EXPECT_GE(woken, 2);
 }
 
 } // namespace

@@ -52,7 +52,10 @@ TEST(SyncThread, Join_Twice_SecondReturnsAtOnce)
     job.release = true;
     ZrSync_U3V::thread worker(&RunJob, &job);
     worker.join();
+    EXPECT_TRUE(job.done);
+    job.done = false;
     worker.join();
+    EXPECT_FALSE(job.done) << "the function has run again";
 }
 
 TEST(SyncThread, Join_FunctionReturned_ReturnsAtOnce)

@@ -175,21 +175,29 @@ TEST_F(ClosingTest, CloseAndOpenStream_OthersUseIt_NothingBreaks)
 TEST_F(ClosingTest, RegisterAndUnregister_EventsCome_NothingBreaks)
 {
     Device();
-    Crowd crowd({[&] { bus.TellChange(); },
-                 [&] {
-                     EVENT_HANDLE event = nullptr;
-                     if (GCRegisterEvent(Interface(), EVENT_FEATURE_INVALIDATE, &event) ==
-                         GC_ERR_SUCCESS) {
-                         char name[256];
-                         size_t size = sizeof(name);
-                         EventGetData(event, name, &size, 1);
-                         GCUnregisterEvent(Interface(), EVENT_FEATURE_INVALIDATE);
-                     }
-                 }});
-    for (int i = 0; i < 200; ++i) {
-        GCUnregisterEvent(Interface(), EVENT_FEATURE_INVALIDATE);
-        std::this_thread::yield();
+    {
+        Crowd crowd({[&] { bus.TellChange(); },
+                     [&] {
+                         EVENT_HANDLE event = nullptr;
+                         if (GCRegisterEvent(Interface(), EVENT_FEATURE_INVALIDATE, &event) ==
+                             GC_ERR_SUCCESS) {
+                             char name[256];
+                             size_t size = sizeof(name);
+                             EventGetData(event, name, &size, 1);
+                             GCUnregisterEvent(Interface(), EVENT_FEATURE_INVALIDATE);
+                         }
+                     }});
+        for (int i = 0; i < 200; ++i) {
+            GCUnregisterEvent(Interface(), EVENT_FEATURE_INVALIDATE);
+            std::this_thread::yield();
+        }
     }
+    const EVENT_HANDLE event = Register(Interface(), EVENT_FEATURE_INVALIDATE);
+    bus.TellChange();
+    char name[256] = {};
+    size_t size = sizeof(name);
+    EXPECT_EQ(EventGetData(event, name, &size, 60'000), GC_ERR_SUCCESS);
+    EXPECT_STRNE(name, "");
 }
 
 TEST_F(ClosingTest, CloseAndInitLib_OthersOpenAndUse_NothingBreaks)

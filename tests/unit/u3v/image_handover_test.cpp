@@ -284,11 +284,15 @@ TEST_F(HandoverTest, Publish_EveryBlockInUse_WaitsForAReader)
 TEST_F(HandoverTest, EndAndBeginDuringReads_AreSafe)
 {
     std::atomic<bool> done = false;
+    std::atomic<int> torn = 0;
     std::thread reader([&] {
         uint8_t mine[kSize];
         IMAGE_HEADER own{};
         while (!done) {
-            handover.GetImage(mine, sizeof(mine), 1, own);
+            if (handover.GetImage(mine, sizeof(mine), 1, own) == 0) {
+                torn += !std::all_of(mine, mine + kSize,
+                                     [&](uint8_t byte) { return byte == own.nBlockId; });
+            }
         }
     });
     for (int i = 0; i < 200; ++i) {
@@ -299,6 +303,11 @@ TEST_F(HandoverTest, EndAndBeginDuringReads_AreSafe)
     }
     done = true;
     reader.join();
+    EXPECT_EQ(torn, 0);
+    Begin(3);
+    Publish(5);
+    EXPECT_EQ(Get(), 0);
+    EXPECT_EQ(data[0], 5);
 }
 
 // What the hand-over has to look like: one payload block that every image is received into and

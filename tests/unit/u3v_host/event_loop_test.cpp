@@ -197,6 +197,9 @@ TEST_F(WakeupTest, Wait_DeadlineInThePast_ReturnsAtOnce)
 {
     Locker lock(m_mutex);
     m_wakeup->Wait(m_mutex, Deadline::min());
+    int attempt = 0;
+    std::thread([&] { attempt = pthread_mutex_trylock(m_mutex.Native()); }).join();
+    EXPECT_EQ(attempt, EBUSY) << "it came back without the lock";
 }
 
 TEST_F(WakeupTest, Wait_ForEver_EndsWhenNotified)

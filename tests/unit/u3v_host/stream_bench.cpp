@@ -19,7 +19,7 @@ uint8_t ByteAt(uint64_t id, uint64_t offset)
 
 // ---- camera
 
-void Camera::_sendBorder(std::vector<uint8_t> bytes, uint32_t planned)
+void ScriptedCamera::_sendBorder(std::vector<uint8_t> bytes, uint32_t planned)
 {
     if (m_style.padsBorders) {
         bytes.resize(planned);
@@ -27,7 +27,7 @@ void Camera::_sendBorder(std::vector<uint8_t> bytes, uint32_t planned)
     m_endpoint.Send(bytes, planned);
 }
 
-std::vector<std::vector<uint8_t>> Camera::_pieces(const Shot& shot) const
+std::vector<std::vector<uint8_t>> ScriptedCamera::_pieces(const Shot& shot) const
 {
     const uint64_t valid = shot.valid.value_or(m_style.payload);
     std::vector<uint8_t> bytes(valid);
@@ -49,7 +49,7 @@ std::vector<std::vector<uint8_t>> Camera::_pieces(const Shot& shot) const
     return pieces;
 }
 
-void Camera::Send(const Shot& shot)
+void ScriptedCamera::Send(const Shot& shot)
 {
     if (!shot.noLeader) {
         std::vector<uint8_t> leader(52);

@@ -50,10 +50,10 @@ struct Shot
 
 uint8_t ByteAt(uint64_t id, uint64_t offset);
 
-class Camera
+class ScriptedCamera
 {
 public:
-    Camera(const CameraStyle& style, const StreamPlan& plan, stream_bus::Endpoint& endpoint)
+    ScriptedCamera(const CameraStyle& style, const StreamPlan& plan, stream_bus::Endpoint& endpoint)
         : m_style(style), m_plan(plan), m_endpoint(endpoint)
     {
     }
@@ -172,7 +172,7 @@ public:
     stream_bus::Endpoint endpoint;
     Link link;
     Sink sink;
-    Camera camera;
+    ScriptedCamera camera;
     std::shared_ptr<u3v_host::StreamSession> session;
 };
 
