@@ -3,8 +3,13 @@
 
 #include "producer_fixture.h"
 
+#include <chrono>
+#include <csignal>
 #include <cstring>
 #include <optional>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -291,6 +296,83 @@ TEST_F(KnownLimits, AcknowledgeLost_TheAccessFailsAndIsNotRepeated)
 }
 
 // ---- what an image says about itself
+
+// Waits for its end, and is ended with the test at the latest.
+class Child
+{
+public:
+    explicit Child(pid_t pid) : m_pid(pid) {}
+    ~Child() { End(); }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    void End()
+    {
+        if (m_pid > 0) {
+            kill(m_pid, SIGKILL);
+            EXPECT_EQ(waitpid(std::exchange(m_pid, 0), nullptr, 0) > 0, true);
+        }
+    }
+
+private:
+    pid_t m_pid;
+};
+
+pid_t Fork()
+{
+    const pid_t pid = fork();
+    if (pid == 0) {
+        for (;;) {
+            pause();
+        }
+    }
+    return pid;
+}
+
+pid_t Spawn()
+{
+    pid_t pid = 0;
+    char name[] = "sleep";
+    char seconds[] = "1000";
+    char* const arguments[] = {name, seconds, nullptr};
+    return posix_spawnp(&pid, name, nullptr, nullptr, arguments, environ) == 0 ? pid : -1;
+}
+
+TEST_F(KnownLimits, ChildForkedWhileTheCameraIsOpen_ItDoesNotOpenAgainUntilTheChildEnds)
+{
+    const vusb::Camera camera("guid=120900000001");
+    const auto session = OpenSession();
+    std::optional<OpenCamera> opened(session);
+    const pid_t pid = Fork();
+    ASSERT_GT(pid, 0);
+    Child child(pid);
+    opened.reset();
+    EXPECT_EQ(StatusOfOpening(session, "120900000001"), GC_ERR_ERROR);
+    EXPECT_EQ(StatusOfOpening(session, "120900000001"), GC_ERR_ERROR);
+    child.End();
+    EXPECT_EQ(StatusOfOpening(session, "120900000001"), GC_ERR_SUCCESS);
+}
+
+TEST_F(KnownLimits, ChildForkedBefore_OrProgramStartedMeanwhile_HoldsNothing)
+{
+    const vusb::Camera camera("guid=120900000001");
+    const auto session = OpenSession();
+    const pid_t before = Fork();
+    ASSERT_GT(before, 0);
+    const Child child(before);
+    std::optional<OpenCamera> opened(session);
+    const pid_t started = Spawn();
+    ASSERT_GT(started, 0);
+    const Child program(started);
+    opened.reset();
+    // The system lets the spawning thread go on a moment before the program has lost its files.
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    GC_ERROR status = GC_ERR_ERROR;
+    while (status != GC_ERR_SUCCESS && std::chrono::steady_clock::now() < end) {
+        status = StatusOfOpening(session, "120900000001");
+    }
+    EXPECT_EQ(status, GC_ERR_SUCCESS);
+}
 
 TEST_F(KnownLimits, SizeFilled_IsTheBuffersSize)
 {

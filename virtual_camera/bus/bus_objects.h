@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "descriptor_parser.h"
+#include "device_file.h"
 #include "usb_camera.h"
 
 namespace vbus {
@@ -20,6 +21,13 @@ namespace vbus {
 using Clock = std::chrono::steady_clock;
 
 struct TransferState;
+
+// Interfaces that were not released when their handle was closed.
+struct KeptInterfaces
+{
+    DeviceFile file;
+    std::set<int> numbers;
+};
 
 // One stay of a device on the bus, from plug to unplug.
 struct Attachment
@@ -34,6 +42,7 @@ struct Attachment
     std::uint8_t address = 0;
     bool plugged = true;
     std::map<int, const libusb_device_handle*> claims; // interface number to owner
+    std::vector<KeptInterfaces> kept;                  // by forked children
     std::set<int> driverDetached;
     std::string driver; // holds every interface that is not in driverDetached; empty: none
     // Transfers by endpoint in the order of submission. Only the first one of each gets data.
@@ -99,6 +108,7 @@ struct libusb_device_handle
     libusb_device* device = nullptr; // holds a reference
     bool autoDetach = false;
     std::set<int> claimed;
+    vbus::DeviceFile file;
     std::size_t inFlight = 0; // transfers
 };
 

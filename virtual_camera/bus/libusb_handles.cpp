@@ -95,6 +95,13 @@ bool ClaimedElsewhere(const Attachment& attachment)
     return attachment.camera && attachment.camera->HasFault("claimed-elsewhere");
 }
 
+bool KeptByAChild(Attachment& attachment, int interface)
+{
+    std::erase_if(attachment.kept, [](const KeptInterfaces& kept) { return !kept.file.IsHeld(); });
+    return std::any_of(attachment.kept.begin(), attachment.kept.end(),
+                       [&](const KeptInterfaces& kept) { return kept.numbers.count(interface); });
+}
+
 // usbfs itself does not count.
 bool DriverActive(const Attachment& attachment, int interface)
 {
@@ -119,7 +126,8 @@ int Claim(libusb_device_handle& handle, Attachment& attachment, int interface)
     if (!attachment.configuration.HasInterface(interface)) {
         return LIBUSB_ERROR_NOT_FOUND;
     }
-    if (Fires(attachment, "claim-busy") || ClaimedElsewhere(attachment)) {
+    if (Fires(attachment, "claim-busy") || ClaimedElsewhere(attachment) ||
+        KeptByAChild(attachment, interface)) {
         return LIBUSB_ERROR_BUSY;
     }
     if (Fires(attachment, "claim-fails")) {

@@ -498,8 +498,14 @@ libusb_device_handle* VirtualBus::OpenHandle(libusb_device* device)
 
 void VirtualBus::CloseHandle(libusb_device_handle* handle)
 {
+    Attachment& attachment = *handle->device->attachment;
     for (const int number : handle->claimed) {
-        handle->device->attachment->claims.erase(number);
+        attachment.claims.erase(number);
+    }
+    DeviceFile file = std::move(handle->file);
+    file.Close();
+    if (!handle->claimed.empty() && file.IsHeld()) {
+        attachment.kept.push_back({std::move(file), handle->claimed});
     }
     libusb_device* device = handle->device;
     MoveToDead(m_deadHandles, m_handles, static_cast<const libusb_device_handle*>(handle));

@@ -1,6 +1,9 @@
 // Contexts, lists, descriptors, opening, interfaces, hot plug: the bus as libusb shows it.
 
+#include <csignal>
 #include <cstring>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "bus_host.h"
 #include "wait.h"
@@ -254,6 +257,30 @@ TEST_F(BusDevices, Claim_ByTwoHandles_SecondIsBusy)
     EXPECT_EQ(0, libusb_claim_interface(second, 0));
     EXPECT_EQ(0, libusb_set_interface_alt_setting(second, 0, 0));
     EXPECT_EQ(0, libusb_release_interface(second, 0));
+}
+
+// As the kernel: a forked child has the device open as well.
+TEST_F(BusDevices, ClosedUnreleasedWithAForkedChild_ClaimIsBusyUntilTheChildEnds)
+{
+    vusb::Camera camera;
+    libusb_device_handle* handle = Open();
+    EXPECT_EQ(0, libusb_claim_interface(handle, 0));
+    EXPECT_EQ(0, libusb_claim_interface(handle, 1));
+    const pid_t child = fork();
+    if (child == 0) {
+        for (;;) {
+            pause();
+        }
+    }
+    ASSERT_GT(child, 0);
+    EXPECT_EQ(0, libusb_release_interface(handle, 1));
+    Close(handle);
+    handle = Open();
+    EXPECT_EQ(LIBUSB_ERROR_BUSY, libusb_claim_interface(handle, 0));
+    EXPECT_EQ(0, libusb_claim_interface(handle, 1));
+    EXPECT_EQ(0, kill(child, SIGKILL));
+    EXPECT_EQ(child, waitpid(child, nullptr, 0));
+    EXPECT_EQ(0, libusb_claim_interface(handle, 0));
 }
 
 TEST_F(BusDevices, Claim_ScriptedFaults)
