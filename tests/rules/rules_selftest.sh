@@ -27,6 +27,12 @@ clean_tree()
     printf 'project(zr_u3v_tl VERSION 7.8.9)\n' >"$tree/CMakeLists.txt"
     printf 'zr-u3v-tl (7.8.9) unstable; urgency=medium\n' >"$tree/debian/changelog"
     printf '# Changelog\n\n## 7.8.9\n' >"$tree/CHANGELOG.md"
+    printf 'class ZR_CAPABILITY("mutex") Gate\n{\n    Mutex m_mutex;\n};\n' >"$tree/base/gate.h"
+    printf 'class Outer final : public A\n{\n    struct Inner\n    {\n        RwLock lock;\n    };\n    mutable Mutex m_mutex; // one at a time\n};\n' >"$tree/u3v/b.h"
+    printf 'class List::Part\n{\n    void Wait(Mutex& mutex);\n    RecursiveMutex m_mutex;\n};\n' >"$tree/u3v_host/list.cpp"
+    printf '%s\n' '### Locks of the exact producer' '| 1 | `Outer::m_mutex` | `u3v/b.h` | a | plain |' \
+        '| 2 | `Inner::lock` | `u3v/b.h` | b | readers |' '| 3 | `Gate::m_mutex` | `base/gate.h` | c | plain |' \
+        '### Locks of the standard producer' '| 1 | `List::Part::m_mutex` | `u3v_host/list.cpp` | d | plain |' >"$tree/docs/threading.md"
     printf '# Quirks\n\n## Q07 kept\n\nModule.Open_Twice_IsRefused\n' >"$tree/docs/quirks.md"
 }
 
@@ -52,7 +58,7 @@ breaks()
 }
 
 clean_tree
-for rule in includes words paths whitespace quirks quirk_marks quirk_tests kept member_names links version; do expect pass "$rule" "clean tree"; done
+for rule in includes words paths whitespace quirks quirk_marks quirk_tests kept member_names locks links version; do expect pass "$rule" "clean tree"; done
 
 breaks includes "gentl includes u3v" gentl/b.cpp '#include "u3v_control.h"\n'
 breaks includes "modules include the control channel" u3v_tl/b.cpp '#include "u3v_control.h"\n'
@@ -106,6 +112,22 @@ breaks member_names "a capital letter" standard_tl/b.h 'Mutex m_Mutex;\n'
 clean_tree
 rm "$tree/gentl/members.h"
 expect fail member_names "an exception that nothing needs"
+breaks locks "a lock that no table has" u3v_host/b.h 'class New\n{\n    Mutex m_mutex;\n};\n'
+breaks locks "a static one" standard_tl/b.cpp 'static RecursiveMutex g_mutex;\n'
+breaks locks "one of the system's" logging/b.h 'class New\n{\n    pthread_mutex_t m_mutex;\n};\n'
+breaks locks "one of the standard library's" gentl/b.h 'class New\n{\n    std::mutex m_mutex;\n};\n'
+breaks locks "one behind a pointer" gentl/b.h 'class New\n{\n    std::unique_ptr<Mutex> m_mutex;\n};\n'
+breaks locks "several" gentl/b.h 'class New\n{\n    Mutex m_mutex[2];\n};\n'
+breaks locks "one on shared ground" base/b.h 'class New\n{\n    Mutex m_mutex;\n};\n'
+breaks locks "a lock that is gone" docs/threading.md '| 2 | `Gone::m_mutex` | `u3v_host/list.cpp` | e | plain |\n'
+breaks locks "a lock of the other producer" docs/threading.md '| 2 | `Outer::m_mutex` | `u3v/b.h` | e | plain |\n'
+breaks locks "a place twice" docs/threading.md '| 1 | `Gate::m_mutex` | `base/gate.h` | e | plain |\n'
+clean_tree
+sed -i '/Gate/d' "$tree/docs/threading.md"
+expect fail locks "a shared lock in no table"
+clean_tree
+rm "$tree/docs/threading.md"
+expect fail locks "no page"
 breaks links "a document that is gone" docs/b.md 'see [that](gone.md#there)\n'
 breaks links "a picture that is gone" docs/b.md '<img src="pictures/gone.png">\n'
 breaks version "a second place" gentl/b.cpp 'const char* v = "7.8.9";\n'

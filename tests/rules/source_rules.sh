@@ -255,6 +255,78 @@ member_names()
     done
 }
 
+# The page about threading has a table of locks for each producer, in the order in which they are
+# taken:  | number | `Class::member` | file | ...
+folders_of_locks()
+{
+    case "$1" in
+        exact) echo "include|logging|gentl|u3v|u3v_tl|client" ;;
+        standard) echo "u3v_host|standard_tl" ;;
+        shared) echo "base|usb|archive|info|u3v_wire" ;;
+    esac
+}
+
+# "Class::member file" of each lock that the sources declare. A line that looks like a declaration and
+# is not understood comes out as it stands, and so is in no table.
+declared_locks()
+{
+    code_files "$(folders_of_locks "$1")" | grep -vE '^base/zr_(sync|rw_lock)\.h$' | tr '\n' '\0' | xargs -0 -r awk '
+        BEGIN {
+            type = "((Recursive)?Mutex|RwLock|pthread_(mutex|rwlock|spinlock)_t|std::([a-z]+_)*mutex)"
+        }
+        FNR == 1 { depth = 0 }
+        { line = $0; sub(/\/\/.*/, "", line); gsub(/Locker<[A-Za-z]+>/, "Locker", line); match(line, /^ */); indent = RLENGTH }
+        line ~ /^ *(class|struct) / && line !~ /;/ {
+            name = line
+            sub(/^ *(class|struct) +/, "", name)
+            while (sub(/^(alignas\([^)]*\)|ZR_[A-Z_]+(\("[^"]*"\))?) +/, "", name)) { }
+            sub(/[^A-Za-z0-9_:].*/, "", name)
+            while (depth > 0 && at[depth] >= indent) depth--
+            at[++depth] = indent
+            of[depth] = name
+        }
+        line ~ "(^|[^A-Za-z0-9_])" type "( *[*>]| +[A-Za-z_])" {
+            while (depth > 0 && at[depth] >= indent) depth--
+            lock = line
+            if (sub("^ *((mutable|static|inline|const) +)*" type " +", "", lock) &&
+                lock ~ /^[A-Za-z0-9_]+( *= *[A-Z_]+|\{\})?;/) {
+                sub(/[^A-Za-z0-9_].*/, "", lock)
+                print (depth > 0 ? of[depth] : "") "::" lock " " FILENAME
+            } else {
+                print FILENAME ":" FNR ":" line
+            }
+        }'
+}
+
+# The rows of one producer, as they come: "number Class::member file".
+listed_locks()
+{
+    awk -v producer="$1" -F'|' '
+        /^#/ { inside = tolower($0) ~ ("^#+ locks of the " producer " producer") }
+        inside && $2 ~ /^ *[0-9]+ *$/ { gsub(/[` ]/, "", $2); gsub(/[` ]/, "", $3); gsub(/[` ]/, "", $4); print $2, $3, $4 }' "$2"
+}
+
+locks()
+{
+    local page=docs/threading.md producer shared declared rows listed all
+    [ -f "$page" ] || { report "$page is missing"; return; }
+    shared=$(declared_locks shared)
+    for producer in exact standard; do
+        declared=$(declared_locks "$producer")
+        rows=$(listed_locks "$producer" "$page")
+        listed=$(cut -d' ' -f2- <<<"$rows")
+        all+=$'\n'$listed
+        [ -n "$declared" ] || report "no lock is declared for the $producer producer"
+        grep . <<<"$declared" | grep -vxF -e "$listed" |
+            sed "s|\$|: declared, not in the table of the $producer producer|" | report_from
+        grep . <<<"$listed" | grep -vxF -e "$declared"$'\n'"$shared" |
+            sed "s|\$|: in the table of the $producer producer, not declared|" | report_from
+        awk -v producer="$producer" '$1 != NR { print $0 ": should have number " NR " in the table of the " producer " producer" }' \
+            <<<"$rows" | report_from
+    done
+    grep . <<<"$shared" | grep -vxF -e "$all" | sed 's|$|: declared, in no table|' | report_from
+}
+
 # What a document links to, or shows, is there.
 links()
 {
@@ -304,7 +376,7 @@ report_from()
 }
 
 case "$rule" in
-    includes | words | paths | whitespace | quirks | quirk_marks | quirk_tests | kept | member_names | links | version) "$rule" ;;
+    includes | words | paths | whitespace | quirks | quirk_marks | quirk_tests | kept | member_names | locks | links | version) "$rule" ;;
     *) echo "unknown rule $rule" >&2; exit 2 ;;
 esac
 offences=$((offences + $(wc -l <"$counter")))
