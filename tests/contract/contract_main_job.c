@@ -99,10 +99,10 @@ static void system_and_interface(void)
     CHECK_EQUAL(gentl.IFGetNumDevices(interface, &count), 0, "IFGetNumDevices");
     CHECK_EQUAL(count, 0, "no device before the first update");
     bool8_t changed = 0;
-    CHECK_EQUAL(gentl.IFUpdateDeviceList(interface, &changed, SESSION_DISCOVERY_MS), 0, "update");
+    CHECK_EQUAL(session_update_device_list(interface, &changed), 0, "update");
     gentl.IFGetNumDevices(interface, &count);
     CHECK(changed && count == 1, "finds the camera");
-    CHECK_EQUAL(gentl.IFUpdateDeviceList(interface, &changed, SESSION_DISCOVERY_MS), 0, "again");
+    CHECK_EQUAL(session_update_device_list(interface, &changed), 0, "again");
     CHECK(!changed, "finds nothing new");
     CHECK_EQUAL(gentl.IFClose(interface), 0, "IFClose");
     CHECK_EQUAL(gentl.TLClose(system), 0, "TLClose");

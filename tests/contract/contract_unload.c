@@ -30,8 +30,8 @@ static int thread_count(void)
 /* A thread that was joined may be seen for a moment longer. */
 static int settled_thread_count(int wanted)
 {
-    for (int i = 0; i < 200 && thread_count() != wanted; i++) {
-        nanosleep(&(struct timespec){.tv_nsec = 5000000}, NULL);
+    for (int i = 0; i < 2000 && thread_count() != wanted; i++) {
+        nanosleep(&(struct timespec){.tv_nsec = 5000000}, NULL); /* until: it has left the list */
     }
     return thread_count();
 }

@@ -26,11 +26,11 @@ uint32_t session_read_register(const struct session* session, uint64_t address)
 }
 
 /* On a busy machine a pass may take longer than was given to it; then once more. */
-static GC_ERROR update_device_list(IF_HANDLE interface)
+GC_ERROR session_update_device_list(IF_HANDLE interface, bool8_t* changed)
 {
     GC_ERROR status = GC_ERR_TIMEOUT;
-    for (int i = 0; i < 20 && status == GC_ERR_TIMEOUT; i++) {
-        status = gentl.IFUpdateDeviceList(interface, NULL, SESSION_DISCOVERY_MS);
+    for (int i = 0; i < 200 && status == GC_ERR_TIMEOUT; i++) {
+        status = gentl.IFUpdateDeviceList(interface, changed, SESSION_DISCOVERY_MS);
     }
     return status;
 }
@@ -44,7 +44,7 @@ void session_open_device(struct session* session)
     REQUIRE(gentl.TLUpdateInterfaceList(session->system, NULL, 0));
     REQUIRE(gentl.TLGetInterfaceID(session->system, 0, id, &size));
     REQUIRE(gentl.TLOpenInterface(session->system, id, &session->interface));
-    REQUIRE(update_device_list(session->interface));
+    REQUIRE(session_update_device_list(session->interface, NULL));
     size = sizeof id;
     REQUIRE(gentl.IFGetDeviceID(session->interface, 0, id, &size));
     REQUIRE(gentl.IFOpenDevice(session->interface, id, DEVICE_ACCESS_EXCLUSIVE, &session->device));

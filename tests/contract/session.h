@@ -41,6 +41,9 @@ void session_revoke(struct session* session);
 /* For a session whose modules were closed without revoking. */
 void session_free_memory(struct session* session);
 
+/* `changed` as the call that succeeds has it; may be NULL. */
+GC_ERROR session_update_device_list(IF_HANDLE interface, bool8_t* changed);
+
 uint32_t session_read_register(const struct session* session, uint64_t address);
 
 #endif

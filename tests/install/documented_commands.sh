@@ -75,7 +75,12 @@ if [ "$in_machine" = yes ]; then
     usbip=$(command -v usbip)
     stub usbip <<STUB
 '$usbip' "\$@" || exit
-case "\$1" in attach) for i in {1..300}; do '$usbip' port 2>/dev/null | grep -q '^Port' && exit; sleep 0.1; done; exit 1 ;; esac
+[ "\$1" = attach ] || exit 0
+for i in {1..300}; do
+    '$usbip' port 2>/dev/null | grep -q '^Port' && exit
+    sleep 0.1 # until: the port is listed
+done
+exit 1
 STUB
     # The machine has loaded its modules before its files were there.
     echo "[ \"\$*\" = vhci-hcd ] && $looked_at && [ -d /sys/module/vhci_hcd ]" | stub modprobe
@@ -134,7 +139,7 @@ seen()
     [[ $ZR_IN_MACHINE = yes && $1 == *--attach* ]] || return 0
     for ((i = 0; i < 200; i++)); do
         lsusb -d 1209: >/dev/null && return 0
-        sleep 0.1
+        sleep 0.1 # until: it is listed
     done
     return 1
 }
@@ -159,7 +164,7 @@ stay()
     for ((i = 0; i < 300; i++)); do
         grep -qE 'plugged in|camera\(s\) at' stay.log && { seen "${words[*]}"; return; }
         kill -0 "$stayed" 2>/dev/null || break
-        sleep 0.1
+        sleep 0.1 # until: it says that it is ready
     done
     cat stay.log >&2
     return 1

@@ -15,7 +15,7 @@ if [ "${1:-}" = --inside ]; then
     for _ in $(seq 100); do
         udevadm settle --timeout 20
         [ -n "$(ls /dev/zr-u3v 2>/dev/null)" ] && break
-        sleep 0.2
+        sleep 0.2 # until: the camera has its link
     done
     links=$(ls /dev/zr-u3v 2>/dev/null)
     ok "one link, by the serial number" [ "$links" = "serial-VC.._7_x" ]
@@ -27,7 +27,10 @@ if [ "${1:-}" = --inside ]; then
     ok "no other device is touched" [ -z "$others" ]
     kill "$camera"
     wait "$camera"
-    for _ in $(seq 100); do [ -e /dev/zr-u3v ] || break; sleep 0.2; done
+    for _ in $(seq 100); do
+        [ -e /dev/zr-u3v ] || break
+        sleep 0.2 # until: the link is gone
+    done
     ok "the link goes with the camera" [ ! -e /dev/zr-u3v ]
     finish
 fi

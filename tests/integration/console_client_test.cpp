@@ -20,14 +20,13 @@
 
 #include <gtest/gtest.h>
 #include <virtual_bus.h>
+#include <wait.h>
 
 namespace fs = std::filesystem;
 
 namespace {
 
 // The listing alone takes the 5 s that the client gives the bus; the rest is for busy machines.
-constexpr std::chrono::seconds kPatience{60};
-constexpr std::chrono::milliseconds kLookAgain{5};
 
 const char kWaitForEnter[] = "please enter to continue...\n";
 const char kMainMenu[] = "Please Select Device..\n";
@@ -172,28 +171,18 @@ void Client::EndInput()
 
 bool Client::Shows(const std::string& text, size_t times) const
 {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (Count(Output(), text) < times) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            ADD_FAILURE() << "\"" << text << "\" did not come; there is:\n" << Output();
-            return false;
-        }
-        std::this_thread::sleep_for(kLookAgain);
-    }
-    return true;
+    const bool shown = zr_test::WaitUntil([&] { return Count(Output(), text) >= times; });
+    EXPECT_TRUE(shown) << "\"" << text << "\" did not come; there is:\n" << Output();
+    return shown;
 }
 
 int Client::ExitStatus()
 {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
     int status = 0;
     pid_t ended = 0;
-    while ((ended = waitpid(m_process, &status, WNOHANG)) == 0) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            ADD_FAILURE() << "the client does not end; it has written:\n" << Output();
-            return -1;
-        }
-        std::this_thread::sleep_for(kLookAgain);
+    if (!zr_test::WaitUntil([&] { return (ended = waitpid(m_process, &status, WNOHANG)) != 0; })) {
+        ADD_FAILURE() << "the client does not end; it has written:\n" << Output();
+        return -1;
     }
     m_process = -1;
     return ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;

@@ -46,11 +46,7 @@ Held HeldAtRest()
 // Whether the library comes to hold this, and no more; a pass over the bus may be on its way.
 bool ComesToHold(const Held& wanted)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (HeldNow() != wanted && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return HeldNow() == wanted;
+    return zr_test::WaitUntil([&wanted] { return HeldNow() == wanted; }, std::chrono::seconds(10));
 }
 
 class NoMemory : public ProducerTest, public ::testing::WithParamInterface<FailingMalloc::How>

@@ -7,6 +7,7 @@
 #include <camera_features.h>
 #include <gtest/gtest.h>
 #include <virtual_bus.h>
+#include <wait.h>
 
 inline constexpr uint64_t kUpdateTime = 20;     // ms, longer than a pass over the virtual bus
 inline constexpr uint64_t kImageTimeout = 5000; // ms

@@ -172,7 +172,7 @@ TEST_P(TerminalFault, StopIsBoundedAndTheNextStartWorks)
     camera.SetFaults("");
     const auto begin = std::chrono::steady_clock::now();
     stream.Stop();
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
     stream.Rewind();
     stream.Start();
     EXPECT_TRUE(stream.Next());
@@ -248,10 +248,12 @@ TEST_P(UnplugWhileStreaming, EverythingClosesAndTheReplugStreamsAgain)
         ImageStream stream(opened, camera.PayloadSize());
         camera.SetFaults(std::string(GetParam()) + "@5");
         stream.Start();
-        while (const auto image = stream.Next(500)) {
-            stream.Queue(image->buffer);
-        }
-        EXPECT_FALSE(camera.IsPlugged());
+        EXPECT_TRUE(zr_test::WaitUntil([&] {
+            while (const auto image = stream.Next(100)) {
+                stream.Queue(image->buffer);
+            }
+            return !camera.IsPlugged();
+        }));
     }
     camera.SetFaults("");
     camera.Replug();

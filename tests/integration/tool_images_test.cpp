@@ -355,9 +355,7 @@ TEST_F(ToolTest, Grab_Interrupted_StopsCleanly)
 {
     const pid_t child = Start({"--virtual-camera", "width=16,height=8,fps=50", "grab", "-n",
                                "100000", "-o", "a-{n}.raw"});
-    for (int i = 0; i < 300 && !fs::exists(File("a-00003.raw")); i++) {
-        usleep(20000);
-    }
+    EXPECT_TRUE(zr_test::WaitUntil([this] { return fs::exists(File("a-00003.raw")); }));
     kill(child, SIGINT);
     const Result result = Finish(child);
     EXPECT_EQ(result.code, 130) << result.errors;

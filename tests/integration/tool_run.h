@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "virtual_bus.h"
+#include "wait.h"
 
 namespace fs = std::filesystem;
 using Json = nlohmann::json;

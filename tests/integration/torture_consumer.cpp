@@ -12,11 +12,6 @@ constexpr double kNoImages = 0.01; // per second
 constexpr double kManyImages = 200;
 constexpr uint64_t kDiscoveryTime = 60; // ms of one update while discovering
 
-void Pause(int timeMs)
-{
-    std::this_thread::sleep_for(std::chrono::milliseconds(timeMs));
-}
-
 EVENT_TYPE EventOf(Level level)
 {
     switch (level) {
@@ -43,11 +38,8 @@ Level LevelOf(State state)
 TortureConsumer::~TortureConsumer()
 {
     m_quit = true;
-    for (std::thread* thread : {&m_waiter, &m_working}) {
-        if (thread->joinable()) {
-            thread->join();
-        }
-    }
+    m_waiter.reset();
+    m_working.reset();
 }
 
 void TortureConsumer::Reach(State state)
@@ -81,7 +73,7 @@ void TortureConsumer::Reach(State state)
         _registerEvent(m_eventSource, EventOf(level));
     }
     if (state == State::Discovering) {
-        m_working = std::thread([this] {
+        m_working.emplace([this] {
             while (!m_quit) {
                 const GC_ERROR status = IFUpdateDeviceList(m_interface, nullptr, kDiscoveryTime);
                 if (status != GC_ERR_SUCCESS && status != GC_ERR_TIMEOUT) {
@@ -89,7 +81,7 @@ void TortureConsumer::Reach(State state)
                 }
             }
         });
-        Pause(20);
+        EXPECT_TRUE(m_working->UntilAsleep());
     }
     if (state >= State::Acquiring) {
         m_camera.SetFrameRate(state == State::Delivering ? kManyImages : kNoImages);
@@ -97,11 +89,11 @@ void TortureConsumer::Reach(State state)
     }
     if (state == State::Stopping) {
         // No image comes, so the stop waits for its transfer to time out.
-        m_working = std::thread([this] {
+        m_working.emplace([this] {
             const GC_ERROR status = DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT);
             EXPECT_EQ(status, GC_ERR_SUCCESS);
         });
-        Pause(50);
+        EXPECT_TRUE(m_working->UntilAsleep());
     }
 }
 
@@ -154,7 +146,7 @@ void TortureConsumer::_start()
 {
     ASSERT_EQ(DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
               GC_ERR_SUCCESS);
-    Pause(30);
+    zr_test::LetPass(std::chrono::milliseconds(30), "the first images come, if any do");
 }
 
 void TortureConsumer::_registerEvent(EVENTSRC_HANDLE source, EVENT_TYPE type)
@@ -164,12 +156,8 @@ void TortureConsumer::_registerEvent(EVENTSRC_HANDLE source, EVENT_TYPE type)
     m_registered = true;
     m_quit = false;
     m_waiterStatus = GC_ERR_SUCCESS;
-    m_waiting = false;
-    m_waiter = std::thread([this] { _wait(); });
-    while (!m_waiting) {
-        Pause(1);
-    }
-    Pause(20); // now it is inside
+    m_waiter.emplace([this] { _wait(); });
+    EXPECT_TRUE(m_waiter->UntilAsleep());
 }
 
 // Takes what comes until the event is killed or gone, or the test has seen enough.
@@ -178,7 +166,6 @@ void TortureConsumer::_wait()
     while (!m_quit) {
         alignas(EVENT_NEW_BUFFER_DATA) uint8_t record[4096]; // room for every event's record
         size_t size = sizeof(record);
-        m_waiting = true;
         const GC_ERROR status = EventGetData(m_event, record, &size, 20000);
         if (status == GC_ERR_SUCCESS && m_eventType == EVENT_NEW_BUFFER) {
             EVENT_NEW_BUFFER_DATA data{};
@@ -194,8 +181,8 @@ void TortureConsumer::_wait()
 
 GC_ERROR TortureConsumer::WaiterStatus()
 {
-    if (m_waiter.joinable()) {
-        m_waiter.join();
+    if (m_waiter) {
+        m_waiter->Join();
     }
     return m_waiterStatus;
 }
@@ -316,14 +303,14 @@ void TortureConsumer::_expectStream(GC_ERROR status, const char* call, GC_ERROR 
 void TortureConsumer::TearDown()
 {
     m_quit = true;
-    if (m_working.joinable()) {
-        m_working.join();
+    if (m_working) {
+        m_working->Join();
     }
     if (m_registered) {
         EXPECT_EQ(EventKill(m_event), GC_ERR_SUCCESS);
     }
-    if (m_waiter.joinable()) {
-        m_waiter.join();
+    if (m_waiter) {
+        m_waiter->Join();
     }
     if (m_stream != nullptr) {
         _expectStream(DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT), "stop");

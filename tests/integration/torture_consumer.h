@@ -64,7 +64,7 @@ public:
     EVENT_HANDLE Event() const { return m_event; }
     // The status with which the waiter left; joins it.
     GC_ERROR WaiterStatus();
-    bool HasWaiter() const { return m_waiter.joinable(); }
+    bool HasWaiter() const { return m_waiter.has_value(); }
     void StopWaiting() { m_quit = true; }
 
 private:
@@ -93,8 +93,7 @@ private:
     std::vector<std::vector<uint8_t>> m_memory;
     std::vector<BUFFER_HANDLE> m_buffers;
     std::atomic<bool> m_quit = false;
-    std::atomic<bool> m_waiting = false; // about to be in EventGetData
     std::atomic<GC_ERROR> m_waiterStatus = GC_ERR_SUCCESS;
-    std::thread m_waiter;  // in EventGetData, or taking images
-    std::thread m_working; // in IFUpdateDeviceList or DSStopAcquisition
+    std::optional<zr_test::WatchedThread> m_waiter;  // in EventGetData, or taking images
+    std::optional<zr_test::WatchedThread> m_working; // in IFUpdateDeviceList or DSStopAcquisition
 };

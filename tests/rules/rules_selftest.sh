@@ -33,6 +33,8 @@ clean_tree()
     printf '%s\n' '### Locks of the exact producer' '| 1 | `Outer::m_mutex` | `u3v/b.h` | a | plain |' \
         '| 2 | `Inner::lock` | `u3v/b.h` | b | readers |' '| 3 | `Gate::m_mutex` | `base/gate.h` | c | plain |' \
         '### Locks of the standard producer' '| 1 | `List::Part::m_mutex` | `u3v_host/list.cpp` | d | plain |' >"$tree/docs/threading.md"
+    printf 'zr_test::LetPass(5ms, "nothing comes");\nsleep_until(then); // time: the camera says so\n' >"$tree/tests/b_test.cpp"
+    printf 'until ready; do\n    sleep 0.1 # until: it is ready\ndone\n' >"$tree/tests/c.sh"
     printf '# Quirks\n\n## Q07 kept\n\nModule.Open_Twice_IsRefused\n' >"$tree/docs/quirks.md"
 }
 
@@ -58,7 +60,7 @@ breaks()
 }
 
 clean_tree
-for rule in includes words paths whitespace quirks quirk_marks quirk_tests kept member_names locks links version; do expect pass "$rule" "clean tree"; done
+for rule in includes words paths whitespace quirks quirk_marks quirk_tests kept member_names locks links version waits; do expect pass "$rule" "clean tree"; done
 
 breaks includes "gentl includes u3v" gentl/b.cpp '#include "u3v_control.h"\n'
 breaks includes "modules include the control channel" u3v_tl/b.cpp '#include "u3v_control.h"\n'
@@ -130,6 +132,12 @@ rm "$tree/docs/threading.md"
 expect fail locks "no page"
 breaks links "a document that is gone" docs/b.md 'see [that](gone.md#there)\n'
 breaks links "a picture that is gone" docs/b.md '<img src="pictures/gone.png">\n'
+breaks waits "a sleep" tests/b_test.cpp 'std::this_thread::sleep_for(1ms);\n'
+breaks waits "another one" tests/b_test.cpp '    usleep(1000);\n'
+breaks waits "one in C, and a comment that says nothing" tests/b.c '    nanosleep(&t, NULL); /* until: */\n'
+breaks waits "one in a script" tests/b.sh 'start & sleep 1\n'
+breaks waits "one in a program without ending" tests/vm/b 'while true; do sleep "$time"; done\n'
+breaks waits "no reason" tests/b_test.cpp 'zr_test::LetPass(5ms, "");\n'
 breaks version "a second place" gentl/b.cpp 'const char* v = "7.8.9";\n'
 clean_tree
 printf 'project(zr_u3v_tl VERSION 7.9.0)\n' >"$tree/CMakeLists.txt"

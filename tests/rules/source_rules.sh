@@ -338,6 +338,16 @@ links()
     done < <(tree_files | grep -E '\.md$')
 }
 
+# Tests wait for conditions, and let time go by on purpose only. tests/support/wait.h does both; a sleep elsewhere says
+# behind it what it is for: "until: <condition>" in a loop that ends with it, "time: <why>" where time itself is meant.
+waits()
+{
+    local sleep='\b(sleep_for|sleep_until|usleep|nanosleep|sleep) ?\(|(^|[;&|({ ])sleep +[0-9.$"]|time\.sleep\('
+    tree_files | grep -E '^tests/' | grep -vE '^tests/(support/wait\.h|rules/(source_rules|rules_selftest)\.sh|fuzz/corpus/.*)$' |
+        tr '\n' '\0' | xargs -0 -r grep -nIE "$sleep" /dev/null | grep -vE '(//|/\*|#) (until|time): [^ *]' | report_from
+    code_files tests | tr '\n' '\0' | xargs -0 -r grep -nE 'LetPass\([^"]*""' /dev/null | report_from
+}
+
 # The version stands in CMakeLists.txt alone; the changelogs must have come to it.
 version()
 {
@@ -376,7 +386,7 @@ report_from()
 }
 
 case "$rule" in
-    includes | words | paths | whitespace | quirks | quirk_marks | quirk_tests | kept | member_names | locks | links | version) "$rule" ;;
+    includes | words | paths | whitespace | quirks | quirk_marks | quirk_tests | kept | member_names | locks | links | version | waits) "$rule" ;;
     *) echo "unknown rule $rule" >&2; exit 2 ;;
 esac
 offences=$((offences + $(wc -l <"$counter")))

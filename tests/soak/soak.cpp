@@ -18,6 +18,7 @@
 #include <acquisition.h>
 #include <camera_features.h>
 #include <virtual_bus.h>
+#include <wait.h>
 
 namespace {
 
@@ -208,7 +209,7 @@ void Soak::SlowConsumer(uint64_t images)
     _start();
     for (uint64_t i = 0; i < images; ++i) {
         const consumer::Image image = _next();
-        std::this_thread::sleep_for(milliseconds(1));
+        zr_test::LetPass(milliseconds(1), "slower than the camera");
         m_acquisition->Queue(image.buffer);
     }
     _stop();

@@ -12,7 +12,7 @@ stream_frames()
     timeout --signal=INT --kill-after=20 $((deadline - SECONDS + 30)) stdbuf -oL "$@" >"$file" 2>&1 &
     program=$!
     while [ "$(frames_so_far "$file")" -lt "$wanted" ] && [ $SECONDS -lt "$deadline" ] && kill -0 "$program" 2>/dev/null; do
-        sleep 0.2
+        sleep 0.2 # until: as many as wanted
     done
     kill -INT "$program" 2>/dev/null
     wait "$program"

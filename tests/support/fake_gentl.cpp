@@ -7,6 +7,8 @@
 #include <memory>
 #include <thread>
 
+#include "wait.h"
+
 namespace {
 
 std::unique_ptr<FakeGenTL> g_fake = std::make_unique<FakeGenTL>();
@@ -134,14 +136,7 @@ size_t FakeGenTL::Announced() const
 
 bool FakeGenTL::WaitFor(const std::string& call, size_t count)
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (Count(call) < count) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
+    return zr_test::WaitUntil([&] { return Count(call) >= count; });
 }
 
 GC_ERROR FakeGenTL::Enter(const std::string& function, const std::string& detail)

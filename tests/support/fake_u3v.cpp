@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "u3v_bounded.h"
+#include "wait.h"
 
 namespace {
 
@@ -350,12 +351,9 @@ uint16_t U3V_GetImageBounded(U3V_STREAM_HANDLE /*hStream*/, void* pDestination, 
         return status;
     }
     FakeU3V::Image image{};
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeout);
-    while (!FakeU3VAccess::TakeImage(image)) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return U3V_STATUS_IMAGE_TIMEOUT;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (!zr_test::WaitUntil([&image] { return FakeU3VAccess::TakeImage(image); },
+                            std::chrono::milliseconds(nTimeout))) {
+        return U3V_STATUS_IMAGE_TIMEOUT;
     }
     memcpy(pDestination, image.bytes.data(), std::min(capacity, image.bytes.size()));
     *pHeader = image.header;

@@ -30,10 +30,13 @@ bool WaitUntil(Condition condition, std::chrono::milliseconds limit = std::chron
 }
 
 // Time in which something must not happen, or that the test takes for itself: why, the caller says.
+// Returns how long it was in fact: on a busy machine it may be much more.
 template <class Duration>
-void LetPass(Duration duration, const char* /*why*/)
+std::chrono::milliseconds LetPass(Duration duration, const char* /*why*/)
 {
+    const auto begin = std::chrono::steady_clock::now();
     std::this_thread::sleep_for(duration);
+    return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
 }
 
 // Whether a thread of this process sleeps in the kernel. Its state stands behind its name, which is

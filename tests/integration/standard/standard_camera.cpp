@@ -98,14 +98,7 @@ std::string StandardProducer::LastError() const
 
 bool Eventually(const std::function<bool()>& condition)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
+    return zr_test::WaitUntil(condition);
 }
 
 } // namespace standard_tests

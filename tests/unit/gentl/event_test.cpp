@@ -173,7 +173,7 @@ TEST(Event, GetData_TimeoutBeyond32Bits_CountsWithItsLowBits)
          {GENTL_INFINITE, uint64_t{0xFFFFFFFF}, uint64_t{0x100000000}, uint64_t{0x80000000}}) {
         EXPECT_EQ(event->GetData(nullptr, &size, timeout), -1011);
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
 }
 
 TEST(Event, GetData_TwoEntries_AreTakenInOrderThenTimesOut)

@@ -18,6 +18,9 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
+// Of a request, in which a pass surely ends; it is waited for to its end.
+constexpr uint64_t kTime = 1000; // ms
+
 class TestDiscovery : public ZrGenTLThreadDiscovery
 {
 public:
@@ -84,7 +87,7 @@ TEST(Discovery, Request_RepeatsPassesForTheWholeTime)
     TestDiscovery discovery;
     ASSERT_TRUE(discovery.Start());
     EXPECT_FALSE(discovery.IsFirstDiscoveryCompleted());
-    EXPECT_TRUE(discovery.RequestAndWaitDiscovery(200));
+    EXPECT_TRUE(discovery.RequestAndWaitDiscovery(kTime));
     EXPECT_TRUE(discovery.IsFirstDiscoveryCompleted());
     EXPECT_GT(discovery.passes, 3);
 }
@@ -122,7 +125,7 @@ TEST(Discovery, Request_TimedOutAfterOnePass_IsTrue)
     TestDiscovery discovery;
     discovery.allowed = 1; // the second pass runs over
     ASSERT_TRUE(discovery.Start());
-    EXPECT_TRUE(discovery.RequestAndWaitDiscovery(300));
+    EXPECT_TRUE(discovery.RequestAndWaitDiscovery(kTime));
     EXPECT_EQ(discovery.passes, 1);
 }
 
@@ -134,7 +137,7 @@ TEST(Discovery, Request_Zero_IsTrueAtOnceWithNoPassAndNothingLeftBehind)
     for (int i = 0; i < 20; ++i) {
         EXPECT_TRUE(discovery.RequestAndWaitDiscovery(0));
     }
-    EXPECT_LT(Clock::now() - start, 500ms);
+    EXPECT_LT(Clock::now() - start, 10s);
     const int turns = discovery.turns;
     WaitUntil([&] { return discovery.turns > turns + 10; });
     EXPECT_EQ(discovery.entered, 0);
@@ -152,7 +155,7 @@ TEST(Discovery, Request_ZeroAfterAnother_ClearsTheCompletedFlag)
 {
     TestDiscovery discovery;
     ASSERT_TRUE(discovery.Start());
-    ASSERT_TRUE(discovery.RequestAndWaitDiscovery(200));
+    ASSERT_TRUE(discovery.RequestAndWaitDiscovery(kTime));
     EXPECT_TRUE(discovery.RequestAndWaitDiscovery(0));
     EXPECT_FALSE(discovery.IsFirstDiscoveryCompleted());
 }
@@ -170,7 +173,7 @@ TEST(Discovery, Request_WithoutEnd_ReturnsAtOnceAndTheWorkerGoesOnUntilExit)
     discovery.allowed = 0;
     const auto start = Clock::now();
     EXPECT_FALSE(discovery.RequestAndWaitDiscovery(GENTL_INFINITE));
-    EXPECT_LT(Clock::now() - start, 1s);
+    EXPECT_LT(Clock::now() - start, 10s);
     discovery.release = true;
     WaitUntil([&] { return discovery.passes > 5; });
     EXPECT_TRUE(discovery.IsFirstDiscoveryCompleted());
@@ -198,7 +201,7 @@ TEST(Discovery, NewRequest_WhileOneWithoutEndRuns_EndsIt)
     ASSERT_TRUE(discovery.Start());
     discovery.RequestAndWaitDiscovery(GENTL_INFINITE);
     discovery.WaitForEntered(1);
-    EXPECT_TRUE(discovery.RequestAndWaitDiscovery(200));
+    EXPECT_TRUE(discovery.RequestAndWaitDiscovery(kTime));
     const int turns = discovery.turns;
     WaitUntil([&] { return discovery.turns > turns + 5; }); // polling again: both are over
     const int passes = discovery.passes;
@@ -212,12 +215,12 @@ TEST(Discovery, NewRequest_WhileALongOneRuns_IsServedAfterIt)
     ASSERT_TRUE(discovery.Start());
     const auto start = Clock::now();
     std::thread first([&] {
-        EXPECT_TRUE(discovery.RequestAndWaitDiscovery(400));
-        EXPECT_GE(Clock::now() - start, 395ms);
+        EXPECT_TRUE(discovery.RequestAndWaitDiscovery(3000));
+        EXPECT_GE(Clock::now() - start, 2995ms);
     });
     discovery.WaitForEntered(2); // the first pass is over: what follows does not count for others
     EXPECT_FALSE(discovery.RequestAndWaitDiscovery(20));
-    EXPECT_LT(Clock::now() - start, 350ms); // within its own time, not in the other one's
+    EXPECT_LT(Clock::now() - start, 2500ms); // within its own time, not in the other one's
     first.join();
     WaitUntil([&] { return discovery.m_requestEvent.WaitForEvent(0) == 0; }); // its turn has come
 }
@@ -327,7 +330,7 @@ TEST(Discovery, PassThrows_IsNotCountedAndTheWorkerLives)
     WaitUntil([&] { return discovery.passes > 0; });
     EXPECT_FALSE(discovery.IsFirstDiscoveryCompleted());
     discovery.fail = false;
-    EXPECT_TRUE(discovery.RequestAndWaitDiscovery(200));
+    EXPECT_TRUE(discovery.RequestAndWaitDiscovery(kTime));
 }
 
 TEST(Discovery, ManyRequestersAtOnce_AllComeBack)
@@ -348,7 +351,7 @@ TEST(Discovery, ManyRequestersAtOnce_AllComeBack)
         requester.join();
     }
     EXPECT_LT(Clock::now() - start, 20s);
-    EXPECT_TRUE(discovery.RequestAndWaitDiscovery(200));
+    EXPECT_TRUE(discovery.RequestAndWaitDiscovery(kTime));
 }
 
 } // namespace

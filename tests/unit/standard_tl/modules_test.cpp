@@ -2,8 +2,7 @@
 
 #include "standard_fixture.h"
 
-#include <chrono>
-#include <thread>
+#include "wait.h"
 
 namespace standard_tl {
 namespace {
@@ -213,12 +212,10 @@ TEST_F(InterfaceTest, Update_Infinite_WaitsForThePass)
     Interface();
     bus.Plug("CAM2");
     bus.Hold();
-    std::thread later([this] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        bus.LetGo();
-    });
-    EXPECT_TRUE(Update(GENTL_INFINITE));
-    later.join();
+    zr_test::WatchedThread updater([this] { EXPECT_TRUE(Update(GENTL_INFINITE)); });
+    EXPECT_TRUE(updater.UntilAsleep());
+    EXPECT_FALSE(updater.HasEnded());
+    bus.LetGo();
 }
 
 TEST_F(InterfaceTest, List_InterfaceAndSystemClosedAndOpenedAgain_IsStillThere)

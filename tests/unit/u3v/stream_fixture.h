@@ -35,9 +35,14 @@ protected:
         camera.memory[kSirm + 0x14] = Little(32, 4);
         SetPayload(1000);
         EXPECT_EQ(control.OpenControl(), 0);
-        U3V_StreamTimings timings;
         // Short, but long enough for a busy machine to deliver a completion in time.
-        timings.stopWait = 150;
+        MakeStream(150);
+    }
+
+    void MakeStream(int32_t stopWait) // ms
+    {
+        U3V_StreamTimings timings;
+        timings.stopWait = stopWait;
         timings.lastResort = 1000;
         timings.eventWait = 10;
         timings.eventPause = 1;

@@ -14,6 +14,7 @@
 #include "camera_list.h"
 #include "error.h"
 #include "virtual_bus.h"
+#include "wait.h"
 
 namespace u3v_host {
 
@@ -28,14 +29,7 @@ constexpr auto kLong = 10s; // what ends a test that would hang
 // Waits until it holds; false after a long time.
 inline bool Eventually(const std::function<bool()>& holds)
 {
-    const auto end = In(kLong);
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() >= end) {
-            return false;
-        }
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
+    return zr_test::WaitUntil(holds);
 }
 
 // An empty virtual bus, a device tree of the test's own, and at the end no rule of libusb broken

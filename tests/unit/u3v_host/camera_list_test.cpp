@@ -123,13 +123,11 @@ TEST_F(CameraListTest, Update_NothingNew_TakesBelowFiveMilliseconds)
 {
     const vusb::Camera camera("count=8");
     UpdatedIds();
-    auto best = std::chrono::steady_clock::duration::max();
-    for (int i = 0; i < 20; ++i) {
+    EXPECT_TRUE(Eventually([this] { // a busy machine may be late, not each time
         const auto begin = std::chrono::steady_clock::now();
         List().Update(In(kLong));
-        best = std::min(best, std::chrono::steady_clock::now() - begin);
-    }
-    EXPECT_LT(best, 5ms);
+        return std::chrono::steady_clock::now() - begin < 5ms;
+    }));
 }
 
 TEST_F(CameraListTest, Update_BusCannotBeListed_KeepsWhatItWas)
@@ -213,7 +211,7 @@ TEST_F(CameraListTest, OnChange_EndedWhileItRuns_WaitsForItsEnd)
     std::atomic<bool> left = false;
     List().OnChange([&] {
         inside = true;
-        std::this_thread::sleep_for(50ms);
+        zr_test::LetPass(50ms, "the listener takes its time");
         left = true;
     });
     const vusb::Camera camera;
@@ -435,6 +433,7 @@ TEST_F(CameraListTest, Update_SilentCamera_HoldsUpNoOther)
 
 TEST_F(CameraListTest, Update_CameraWasSilentBefore_IsReadAgainAndNotWaitedFor)
 {
+    m_options.stringTime = 2s;
     const vusb::Camera camera("faults=strings-hang");
     UpdatedIds();
     vusb_journal_clear();
@@ -442,7 +441,7 @@ TEST_F(CameraListTest, Update_CameraWasSilentBefore_IsReadAgainAndNotWaitedFor)
     for (int i = 0; i < 5; ++i) {
         UpdatedIds();
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 100ms); // the time of one string
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s); // the time of one string
     EXPECT_GE(vusb_call_count("libusb_submit_transfer"), 1U);
     camera.SetFaults("");
     EXPECT_TRUE(Eventually([this] { return UpdatedIds() == Names{"120900000001"}; }));
@@ -496,7 +495,7 @@ TEST_F(CameraListTest, Update_ManyThreadsWhileCamerasComeAndGo_StaysSane)
     }
     for (int i = 0; i < 30; ++i) {
         vusb_unplug(camera.Id() + i % 4);
-        std::this_thread::sleep_for(1ms);
+        zr_test::LetPass(1ms, "the others meet a list without it");
         vusb_replug(camera.Id() + i % 4);
     }
     stop = true;

@@ -531,7 +531,7 @@ TEST_F(Interface, Close_AfterARequestWithoutEnd_ReturnsWithinAPass)
     EXPECT_EQ(IFUpdateDeviceList(m_iface, nullptr, GENTL_INFINITE), -1011);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(IFClose(m_iface), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 }
 
 } // namespace

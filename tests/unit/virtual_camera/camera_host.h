@@ -63,7 +63,7 @@ public:
                 result.retryAt == vcam::Clock::time_point::max()) {
                 break;
             }
-            std::this_thread::sleep_until(result.retryAt);
+            std::this_thread::sleep_until(result.retryAt); // time: the camera's, in its answer
         }
         EXPECT_EQ(0xEE, buffer[capacity]) << "written beyond the request";
         buffer.resize(filled);
