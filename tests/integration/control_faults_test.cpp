@@ -69,7 +69,7 @@ TEST_P(ControlFault, IsAnsweredWithIoError_AndTheNextAccessWorks)
         camera.SetFaults(GetParam().fault);
         EXPECT_EQ(opened.TryRead(kUserNameRegister, text, sizeof(text)), GC_ERR_IO);
         camera.SetFaults("");
-        // A late or doubled answer may still be on its way: it is recognised and costs one more
+        // A late answer may still be on its way: it is recognised and costs one more
         // attempt.
         GC_ERROR status = GC_ERR_IO;
         for (int attempt = 0; attempt < 10 && status != GC_ERR_SUCCESS; ++attempt) {

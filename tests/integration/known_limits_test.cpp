@@ -295,7 +295,24 @@ TEST_F(KnownLimits, AcknowledgeLost_TheAccessFailsAndIsNotRepeated)
     EXPECT_EQ(opened.TryRead(0, &value, sizeof(value)), GC_ERR_SUCCESS);
 }
 
-// ---- what an image says about itself
+// Each answer is taken for that to the command after it, whatever is asked.
+TEST_F(KnownLimits, AcknowledgeDoubled_AccessesFailUntilTheSecondOpening)
+{
+    const vusb::Camera camera("guid=120900000001");
+    const auto session = OpenSession();
+    std::optional<OpenCamera> opened(session);
+    camera.SetFaults("reply-doubled@0*1");
+    uint32_t value = 0;
+    EXPECT_EQ(opened->TryRead(0, &value, sizeof(value)), GC_ERR_SUCCESS);
+    for (int access = 0; access < 20; ++access) {
+        EXPECT_EQ(opened->TryRead(0, &value, sizeof(value)), GC_ERR_IO) << access;
+    }
+    opened.reset();
+    EXPECT_EQ(StatusOfOpening(session, "120900000001"), GC_ERR_ERROR);
+    EXPECT_EQ(StatusOfOpening(session, "120900000001"), GC_ERR_SUCCESS);
+}
+
+// ---- a process that forks
 
 // Waits for its end, and is ended with the test at the latest.
 class Child
@@ -373,6 +390,8 @@ TEST_F(KnownLimits, ChildForkedBefore_OrProgramStartedMeanwhile_HoldsNothing)
     }
     EXPECT_EQ(status, GC_ERR_SUCCESS);
 }
+
+// ---- what an image says about itself
 
 TEST_F(KnownLimits, SizeFilled_IsTheBuffersSize)
 {
