@@ -3,43 +3,7 @@
 #include <array>
 #include <cstring>
 
-namespace {
-
-struct ErrorText
-{
-    int code;
-    const char* text;
-};
-
-// Quirk Q22: the list ends at -1022; later standard codes and custom ones have no text.
-constexpr ErrorText kErrorTexts[] = {
-    {GC_ERR_SUCCESS, "No Error"},
-    {GC_ERR_ERROR, "GC_ERR_ERROR"},
-    {GC_ERR_NOT_INITIALIZED, "GC_ERR_NOT_INITIALIZED"},
-    {GC_ERR_NOT_IMPLEMENTED, "GC_ERR_NOT_IMPLEMENTED"},
-    {GC_ERR_RESOURCE_IN_USE, "GC_ERR_RESOURCE_IN_USE"},
-    {GC_ERR_ACCESS_DENIED, "GC_ERR_ACCESS_DENIED"},
-    {GC_ERR_INVALID_HANDLE, "GC_ERR_INVALID_HANDLE"},
-    {GC_ERR_INVALID_ID, "GC_ERR_INVALID_ID"},
-    {GC_ERR_NO_DATA, "GC_ERR_NO_DATA"},
-    {GC_ERR_INVALID_PARAMETER, "GC_ERR_INVALID_PARAMETER"},
-    {GC_ERR_IO, "GC_ERR_IO"},
-    {GC_ERR_TIMEOUT, "GC_ERR_TIMEOUT"},
-    {GC_ERR_ABORT, "GC_ERR_ABORT"},
-    {GC_ERR_INVALID_BUFFER, "GC_ERR_INVALID_BUFFER"},
-    {GC_ERR_NOT_AVAILABLE, "GC_ERR_NOT_AVAILABLE"},
-    {GC_ERR_INVALID_ADDRESS, "GC_ERR_INVALID_ADDRESS"},
-    {GC_ERR_BUFFER_TOO_SMALL, "GC_ERR_BUFFER_TOO_SMALL"},
-    {GC_ERR_INVALID_INDEX, "GC_ERR_INVALID_INDEX"},
-    {GC_ERR_PARSING_CHUNK_DATA, "GC_ERR_PARSING_CHUNK_DATA"},
-    {GC_ERR_INVALID_VALUE, "GC_ERR_INVALID_VALUE"},
-    {GC_ERR_RESOURCE_EXHAUSTED, "GC_ERR_RESOURCE_EXHAUSTED"},
-    {GC_ERR_OUT_OF_MEMORY, "GC_ERR_OUT_OF_MEMORY"},
-    {GC_ERR_BUSY, "GC_ERR_BUSY"},
-    {GC_ERR_CUSTOM_ID, "GC_ERR_CUSTOM_ID"},
-};
-
-} // namespace
+#include "error_names.h"
 
 // The C entry points know modules as untyped handles, and so does this interface: whoever registers
 // passes the address that consumers will hold, which is the module base's own (single inheritance).
@@ -255,10 +219,11 @@ GC_ERROR ZrGenTLController::GetLastError(int* piErrorCode, char* sErrText, size_
 // A linear search of two dozen entries, on the failure path only.
 std::string_view ZrGenTLController::_getErrorTxt(int code)
 {
-    for (const ErrorText& entry : kErrorTexts) {
-        if (entry.code == code) {
-            return entry.text;
-        }
+    switch (code) {
+    case GC_ERR_SUCCESS: return "No Error";
+    case GC_ERR_CUSTOM_ID: return "GC_ERR_CUSTOM_ID";
+    // Quirk Q22: the list ends at -1022; the later standard code has no text.
+    case GC_ERR_AMBIGUOUS: return {};
+    default: return info::ErrorName(code);
     }
-    return {};
 }

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "copy_info.h"
+#include "error_names.h"
 #include "failure.h"
 
 namespace standard_tl {
@@ -23,39 +24,6 @@ struct LastError
 };
 
 thread_local constinit LastError t_last = {};
-
-struct ErrorRow
-{
-    GC_ERROR code;
-    const char* name;
-};
-
-constexpr ErrorRow kErrors[] = {
-    {GC_ERR_SUCCESS, "GC_ERR_SUCCESS"},
-    {GC_ERR_ERROR, "GC_ERR_ERROR"},
-    {GC_ERR_NOT_INITIALIZED, "GC_ERR_NOT_INITIALIZED"},
-    {GC_ERR_NOT_IMPLEMENTED, "GC_ERR_NOT_IMPLEMENTED"},
-    {GC_ERR_RESOURCE_IN_USE, "GC_ERR_RESOURCE_IN_USE"},
-    {GC_ERR_ACCESS_DENIED, "GC_ERR_ACCESS_DENIED"},
-    {GC_ERR_INVALID_HANDLE, "GC_ERR_INVALID_HANDLE"},
-    {GC_ERR_INVALID_ID, "GC_ERR_INVALID_ID"},
-    {GC_ERR_NO_DATA, "GC_ERR_NO_DATA"},
-    {GC_ERR_INVALID_PARAMETER, "GC_ERR_INVALID_PARAMETER"},
-    {GC_ERR_IO, "GC_ERR_IO"},
-    {GC_ERR_TIMEOUT, "GC_ERR_TIMEOUT"},
-    {GC_ERR_ABORT, "GC_ERR_ABORT"},
-    {GC_ERR_INVALID_BUFFER, "GC_ERR_INVALID_BUFFER"},
-    {GC_ERR_NOT_AVAILABLE, "GC_ERR_NOT_AVAILABLE"},
-    {GC_ERR_INVALID_ADDRESS, "GC_ERR_INVALID_ADDRESS"},
-    {GC_ERR_BUFFER_TOO_SMALL, "GC_ERR_BUFFER_TOO_SMALL"},
-    {GC_ERR_INVALID_INDEX, "GC_ERR_INVALID_INDEX"},
-    {GC_ERR_PARSING_CHUNK_DATA, "GC_ERR_PARSING_CHUNK_DATA"},
-    {GC_ERR_INVALID_VALUE, "GC_ERR_INVALID_VALUE"},
-    {GC_ERR_RESOURCE_EXHAUSTED, "GC_ERR_RESOURCE_EXHAUSTED"},
-    {GC_ERR_OUT_OF_MEMORY, "GC_ERR_OUT_OF_MEMORY"},
-    {GC_ERR_BUSY, "GC_ERR_BUSY"},
-    {GC_ERR_AMBIGUOUS, "GC_ERR_AMBIGUOUS"},
-};
 
 struct KindRow
 {
@@ -130,13 +98,6 @@ GC_ERROR CodeOf(u3v_host::ErrorKind kind)
     return row != std::end(kKinds) ? row->code : GC_ERR_ERROR;
 }
 
-const char* ErrorName(GC_ERROR code)
-{
-    const auto* const row = std::find_if(std::begin(kErrors), std::end(kErrors),
-                                         [code](const ErrorRow& r) { return r.code == code; });
-    return row != std::end(kErrors) ? row->name : "unknown error";
-}
-
 // Its own refusals are answered but not noted: they would take the place of what was asked for.
 GC_ERROR TellLastError(GC_ERROR* code, char* text, size_t* size)
 {
@@ -147,7 +108,7 @@ GC_ERROR TellLastError(GC_ERROR* code, char* text, size_t* size)
     if (t_last.code != GC_ERR_SUCCESS) {
         const bool isNamed = t_last.function != nullptr;
         snprintf(line, sizeof(line), "%s%s%s: %s", isNamed ? t_last.function : "",
-                 isNamed ? ": " : "", ErrorName(t_last.code), t_last.text);
+                 isNamed ? ": " : "", info::ErrorName(t_last.code), t_last.text);
     }
     *code = t_last.code;
     return info::CopyString(line, nullptr, text, size);

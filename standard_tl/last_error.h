@@ -26,7 +26,4 @@ GC_ERROR TellLastError(GC_ERROR* code, char* text, size_t* size);
 // The code that stands for a failure of the camera's side.
 GC_ERROR CodeOf(u3v_host::ErrorKind kind);
 
-// "GC_ERR_TIMEOUT" and the like; "unknown error" for a number that is none.
-const char* ErrorName(GC_ERROR code);
-
 } // namespace standard_tl
