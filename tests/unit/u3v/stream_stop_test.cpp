@@ -125,6 +125,9 @@ TEST_F(StreamTest, UnreadImages_StopAndRestart_FirstImageIsTheNewOne)
     EXPECT_EQ(image[0], 4);
     EXPECT_EQ(+header.nBlockId, 0x1000000000000004U);
     EXPECT_EQ(Get(10), 0xC018);
+    ASSERT_TRUE(usb.AwaitDrained());
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_EQ(acquired, 1U);
 }
 
 TEST_F(StreamTest, Stop_NotAcquiring_LeavesOutputsAndCamera)
