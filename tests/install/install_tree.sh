@@ -2,6 +2,8 @@
 # `cmake --install` into a folder, consumers built against it, uninstall:  install_tree.sh <build folder>
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
+. "$source_tree/tests/need.sh"
+need python3 python3
 work_folder
 keep_records "${1:?build folder}"
 prefix=$work/prefix

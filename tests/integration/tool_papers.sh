@@ -44,12 +44,6 @@ for code in 0 1 2 3 4 5 6 130; do
     grep -qxE "\\.It $code" "$manual" || fail "$manual does not tell exit code $code"
 done
 
-if command -v mandoc >/dev/null; then
-    mandoc -T lint -W warning "$manual" || fail "$manual is not clean"
-else
-    echo "mandoc is not installed: the manual's form was not looked at"
-fi
-
 # What a shell would offer for the words given; the last one is being typed.
 offers()
 {
@@ -80,4 +74,8 @@ expect "--8bit" grab --8
 expect "FILES" grab -o ""
 expect "png pgm ppm pnm" grab -f p
 expect "" list l
-[ "$failures" -eq 0 ]
+[ "$failures" -eq 0 ] || exit 1
+
+. "$tree/tests/need.sh"
+need mandoc mandoc
+mandoc -T lint -W warning "$manual"
