@@ -209,6 +209,8 @@ quirks()
         xargs -0 -r grep -hoE 'Quirk Q[0-9]+[a-z]?:' /dev/null | grep -oE 'Q[0-9]+[a-z]?' | sort -u)
     in_ledger=$(grep -oE '^(#+ |\| *)`?Q[0-9]+[a-z]?\b' "$ledger" | grep -oE 'Q[0-9]+[a-z]?' | sort)
     [ -n "$in_code" ] || report "no quirk is marked in the code"
+    awk -F'|' '/^\| *Q[0-9]/ { empty = NF != 8; for (i = 2; i <= 7; ++i) empty = empty || $i ~ /^ *$/ }
+        empty { print FILENAME ": what, why, who would break, where, pinned by:" $2; empty = 0 }' "$ledger" | report_from
     uniq -d <<<"$in_ledger" | sed "s|^\$||; /./s|\$|: twice in $ledger|" | grep . | report_from
     comm -23 <(echo "$in_code") <(sort -u <<<"$in_ledger") | grep . | sed "s|\$|: in the code, not in $ledger|" | report_from
     comm -13 <(echo "$in_code") <(sort -u <<<"$in_ledger") | grep . | sed "s|\$|: in $ledger, not in the code|" | report_from
