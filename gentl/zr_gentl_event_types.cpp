@@ -103,7 +103,7 @@ GC_ERROR ZrGenTLEventNewBuffer::DoEventGetDataInfo(const void* data, int32_t cmd
     }
 }
 
-// An undelivered image is thrown away, and its buffer no longer counts as queued.
+// An undelivered image is discarded, and its buffer no longer counts as queued.
 void ZrGenTLEventNewBuffer::DoFlushEntry(void* entry)
 {
     static_cast<ZrGenTLBuffer*>(entry)->SetQueueFlag(false);

@@ -17,8 +17,8 @@ namespace standard_tl {
 // The moment `timeout` milliseconds from now; GENTL_INFINITE and what no clock reaches: never.
 u3v_host::Deadline DeadlineAfter(uint64_t timeout);
 
-// A registered event: what every event does about waiting. Its entries are its heirs' business, and
-// so are the lock over them and the way to wake a waiter, which the heir's owner may have to share.
+// A registered event: what every event does about waiting. Entries are up to the derived classes,
+// and so are the lock over them and the way to wake a waiter, which the owner may have to share.
 class Event : public Object
 {
 public:

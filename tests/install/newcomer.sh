@@ -40,8 +40,8 @@ ok "list" newcomer 'zr-u3v --virtual list >list.txt && grep 120900000001 list.tx
 ok "xml" newcomer 'zr-u3v --virtual xml -o camera.xml && grep "<RegisterDescription" camera.xml'
 ok "read" newcomer 'zr-u3v --virtual read ModelName >model.txt && grep "Virtual U3V" model.txt'
 ok "grab 10" newcomer 'zr-u3v --virtual grab -n 10 -o images/ && [ "$(ls images | wc -l)" = 10 ]'
-ok "doctor has nothing to mend" newcomer 'zr-u3v --virtual doctor >doctor.txt; grep "^0 problem(s), 0 warning(s)" doctor.txt || { cat doctor.txt; exit 1; }'
-ok "the rule that doctor hands out is the installed one" newcomer 'zr-u3v doctor --udev-rule | cmp - /lib/udev/rules.d/70-zr-u3v.rules'
+ok "doctor finds nothing wrong" newcomer 'zr-u3v --virtual doctor >doctor.txt; grep "^0 problem(s), 0 warning(s)" doctor.txt || { cat doctor.txt; exit 1; }'
+ok "the rule that doctor prints is the installed one" newcomer 'zr-u3v doctor --udev-rule | cmp - /lib/udev/rules.d/70-zr-u3v.rules'
 ok "the console client finds the library" newcomer 'yes "" | head -50 | LD_LIBRARY_PATH=$(echo /usr/lib/*/zr-u3v/virtual_usb) ZR_VIRTUAL_CAMERAS= zr_u3v_client'
 # Exit code 3, or 1 where the bus cannot be looked at; never 127 or a signal's.
 ok "without --virtual it looks at the real bus" newcomer 'zr-u3v list; [ $? -le 3 ]'

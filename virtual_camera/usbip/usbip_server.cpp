@@ -117,7 +117,7 @@ std::uint16_t UsbipServer::Listen(const std::string& address, std::uint16_t port
         std::string text = "cannot listen at " + address + " port " + std::to_string(port) + ": " +
                            std::strerror(error);
         if (error == EADDRINUSE) {
-            text += "\n  mend it: choose another port, --listen " + address +
+            text += "\n  fix: choose another port, --listen " + address +
                     ":3241, or end the other "
                     "server (ss -ltnp)";
         }

@@ -31,11 +31,11 @@ void VhciController::Check() const
 {
     if (::access((m_folder + "/status").c_str(), F_OK) != 0) {
         throw VhciError("the kernel has no virtual host controller: its module is not loaded.\n"
-                        "  mend it: sudo modprobe vhci-hcd");
+                        "  fix: sudo modprobe vhci-hcd");
     }
     if (::access((m_folder + "/attach").c_str(), W_OK) != 0) {
         throw VhciError("no right to attach a device (" + m_folder + "/attach: " + Reason(errno) +
-                        ").\n  mend it: run this program as root, for instance with sudo");
+                        ").\n  fix: run this program as root, for instance with sudo");
     }
 }
 
@@ -66,7 +66,7 @@ int VhciController::Attach(const FileDescriptor& socket, bool highSpeed, unsigne
     const FileDescriptor attach(::open((m_folder + "/attach").c_str(), O_WRONLY | O_CLOEXEC));
     if (!attach.IsOpen()) {
         throw VhciError("cannot open " + m_folder + "/attach: " + Reason(errno) +
-                        "\n  mend it: run this program as root, for instance with sudo");
+                        "\n  fix: run this program as root, for instance with sudo");
     }
     for (const Port& port : _Ports()) {
         if (port.hub != hub || port.state != kFreePort) {
@@ -84,7 +84,7 @@ int VhciController::Attach(const FileDescriptor& socket, bool highSpeed, unsigne
     }
     throw VhciError("no free " + std::string(highSpeed ? "high-speed" : "SuperSpeed") +
                     " port (see " + m_folder +
-                    "/status).\n  mend it: usbip detach -p PORT for one that is not needed, or\n"
+                    "/status).\n  fix: usbip detach -p PORT for one that is not needed, or\n"
                     "           sudo modprobe -r vhci-hcd && sudo modprobe vhci-hcd");
 }
 

@@ -11,7 +11,7 @@
 
 namespace vcam {
 
-// Says what is wrong and the command that mends it.
+// Says what is wrong and the command that fixes it.
 class VhciError : public std::runtime_error
 {
 public:

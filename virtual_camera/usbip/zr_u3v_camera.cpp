@@ -107,8 +107,7 @@ int main(int count, char** arguments)
     CommandLine line;
     const std::string mistake = line.Parse({arguments + 1, arguments + count});
     if (!mistake.empty()) {
-        std::fprintf(stderr, "zr_u3v_camera: %s\n  mend it: zr_u3v_camera --help\n",
-                     mistake.c_str());
+        std::fprintf(stderr, "zr_u3v_camera: %s\n  fix: zr_u3v_camera --help\n", mistake.c_str());
         return kWrongOptions;
     }
     if (line.mode == CommandLine::Mode::Help) {

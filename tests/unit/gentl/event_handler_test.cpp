@@ -101,8 +101,8 @@ int64_t CostOfNegativeWaits(ZrEventHandler_U3V& event)
     return least;
 }
 
-// The discovery worker asks so all the time. A timer of the kernel's for each question would be
-// sixty to a thousand times as dear as a look, and disturb whatever else runs there.
+// The discovery worker asks so all the time. A timer of the kernel for each question would
+// cost sixty to a thousand times a look, and disturb whatever else runs there.
 TEST(EventHandler, WaitForEvent_NegativeTimeout_IsAsCheapAsALook)
 {
     ZrEventHandler_U3V event(1);

@@ -80,7 +80,7 @@ TEST_F(BusEvents, PrivateContexts_EachHasItsOwnDevicesAndEvents)
 
 TEST_F(BusEvents, Follower_IsWokenByTheLeadersCompletion)
 {
-    Async read(Streaming("faults=stream-late@0:60"), kStreamIn, 65536, 0);
+    Async read(Streaming("faults=stream-late@0:1500"), kStreamIn, 65536, 0);
     ASSERT_EQ(0, libusb_submit_transfer(read.transfer));
     zr_test::WatchedThread leader([&read] {
         while (read.completions == 0) {
@@ -139,7 +139,7 @@ TEST_F(BusEvents, Follower_TimesOut)
 
 TEST_F(BusEvents, HandleEvents_WhileAnotherDoes_ReturnsWhenSomethingHasCompleted)
 {
-    Async read(Streaming("faults=stream-late@0:40"), kStreamIn, 65536, 0);
+    Async read(Streaming("faults=stream-late@0:1500"), kStreamIn, 65536, 0);
     ASSERT_EQ(0, libusb_submit_transfer(read.transfer));
     zr_test::WatchedThread leader([] {
         timeval tv = Long();
