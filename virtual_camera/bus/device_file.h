@@ -25,7 +25,7 @@ public:
     ~DeviceFile()
     {
         Close();
-        CloseEnd(m_watched);
+        _CloseEnd(m_watched);
     }
     DeviceFile(DeviceFile&& other) noexcept
         : m_watched(std::exchange(other.m_watched, -1)), m_held(std::exchange(other.m_held, -1))
@@ -39,7 +39,7 @@ public:
     }
 
     // This process lets go of it.
-    void Close() { CloseEnd(m_held); }
+    void Close() { _CloseEnd(m_held); }
     bool IsHeld() const
     {
         pollfd end{m_watched, POLLIN, 0};
@@ -47,7 +47,7 @@ public:
     }
 
 private:
-    static void CloseEnd(int& end)
+    static void _CloseEnd(int& end)
     {
         if (end >= 0) {
             ::close(std::exchange(end, -1));
