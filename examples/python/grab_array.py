@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 """Grabs one image into an array, with nothing but Python's own ctypes.
 
-    export GENICAM_GENTL64_PATH=/usr/lib/x86_64-linux-gnu/gentlproducer    (the package has set it already)
+    export ZR_U3V_EXACT_PATH=/usr/lib/x86_64-linux-gnu/gentlproducer-exact    (the package has set it already)
     python3 grab_array.py [image.pgm]
 
 The producer is found the way every GenTL application finds it: the .cti files of the folders in
-GENICAM_GENTL64_PATH. Everything is in this file, on purpose: it is to be copied.
+GENICAM_GENTL64_PATH; and in ZR_U3V_EXACT_PATH, where an installation leaves it beside the standard one. Everything is in this file, on purpose: it is to be copied.
 """
 import array
 import ctypes
@@ -14,6 +14,7 @@ import sys
 from ctypes import byref, c_char_p, c_int32, c_size_t, c_uint32, c_uint64, c_void_p, create_string_buffer
 from pathlib import Path
 
+FOLDERS = "GENICAM_GENTL64_PATH", "ZR_U3V_EXACT_PATH"
 SUCCESS = 0
 DISCOVERY_MS = 500
 IMAGE_WAIT_MS = 5000
@@ -32,11 +33,11 @@ class NewBuffer(ctypes.Structure):
 
 
 def find_producer():
-    for folder in os.environ.get("GENICAM_GENTL64_PATH", "").split(":"):
+    for folder in ":".join(os.environ.get(name, "") for name in FOLDERS).split(":"):
         file = Path(folder) / "zr_u3v_tl.cti"
         if folder and file.exists():
             return str(file)
-    sys.exit("zr_u3v_tl.cti is in no folder of GENICAM_GENTL64_PATH")
+    sys.exit("zr_u3v_tl.cti is in no folder of " + ", ".join(FOLDERS))
 
 
 class Producer:

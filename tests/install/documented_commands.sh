@@ -51,7 +51,7 @@ echo 'exec "$@"' | stub sudo
 echo "case \"\$*\" in *doctor*) set -- --virtual \"\$@\" ;; esac; exec '$prefix/bin/zr-u3v' \"\$@\"" | stub zr-u3v
 printf '\n%.0s' {1..50} >"$work/menus" # Enter, Enter, Enter
 echo "exec '$prefix/bin/zr_u3v_client' <'$work/menus'" | stub zr_u3v_client
-stub_for apt "'install ./libzr-u3v-tl2_'*'.deb ./zr-u3v-tools_'*'.deb'" "'purge zr-u3v-tools libzr-u3v-tl2'"
+stub_for apt "'install ./zr-u3v-producer_'*'.deb '*' ./zr-u3v-tools_'*'.deb'" "'purge zr-u3v-tools zr-u3v-producer '*"
 stub_for cmake "'--preset release'" "'--build --preset release'" "'--install build/release'" \
     "'--build build/release --target uninstall'"
 stub_for ldconfig "''"
@@ -261,7 +261,7 @@ while IFS= read -r document; do
             continue
             ;;
         */getting-started.md) start="# a session from before the installation" ;;
-        *) start=". $prefix/etc/profile.d/zr-u3v.sh" ;;
+        *) start=". $prefix/etc/profile.d/zr-u3v.sh; . $prefix/etc/profile.d/zr-u3v-exact.sh" ;;
     esac
     # Where this test would not see them.
     grep -nE '^(    |\t)(LD_LIBRARY_PATH=|ZR_|sudo |tools/|zr-u3v |build/)' "$document" && fail "$document: commands outside of sh blocks"

@@ -15,6 +15,7 @@ system_path=/usr/sbin:/usr/bin:/sbin:/bin
 ok "make a clean root folder" "$source_tree/tests/install/clean_root.sh" "$root" "$@" || finish
 mkdir -p "$root/packages"
 for package in "$@"; do case "$package" in *-dbgsym_*) ;; *) cp "$package" "$root/packages/" ;; esac; done
+names=$(for package in "$root"/packages/*.deb; do basename "$package" | sed 's/_.*//'; done | paste -sd ' ')
 
 # In a namespace with /proc, as in a machine; nothing is handed in but the words themselves.
 in_root()
@@ -34,8 +35,9 @@ files_of_root()
 
 files_of_root >"$work/before"
 ok "install" administrator 'dpkg -i /packages/*.deb'
-ok "dpkg finds nothing wrong" administrator 'wrong=$(dpkg --audit; dpkg --verify libzr-u3v-tl2 zr-u3v-tools libzr-u3v-tl-dev); echo "$wrong"; [ -z "$wrong" ]'
-ok "the variable is set" newcomer 'case ":$GENICAM_GENTL64_PATH:" in *:/usr/lib/*/gentlproducer:*) ;; *) echo "$GENICAM_GENTL64_PATH"; exit 1 ;; esac'
+ok "dpkg finds nothing wrong" administrator 'wrong=$(dpkg --audit; dpkg --verify '"$names"'); echo "$wrong"; [ -z "$wrong" ]'
+ok "applications find the standard producer, and no other" newcomer 'ls $GENICAM_GENTL64_PATH >found.txt && cat found.txt && [ "$(cat found.txt)" = zr_u3v_standard.cti ]'
+ok "who wants the exact one finds it" newcomer 'test -e "$ZR_U3V_EXACT_PATH/zr_u3v_tl.cti"'
 ok "list" newcomer 'zr-u3v --virtual list >list.txt && grep 120900000001 list.txt'
 ok "xml" newcomer 'zr-u3v --virtual xml -o camera.xml && grep "<RegisterDescription" camera.xml'
 ok "read" newcomer 'zr-u3v --virtual read ModelName >model.txt && grep "Virtual U3V" model.txt'
@@ -45,6 +47,41 @@ ok "the rule that doctor prints is the installed one" newcomer 'zr-u3v doctor --
 ok "the console client finds the library" newcomer 'yes "" | head -50 | LD_LIBRARY_PATH=$(echo /usr/lib/*/zr-u3v/virtual_usb) ZR_VIRTUAL_CAMERAS= zr_u3v_client'
 # Exit code 3, or 1 where the bus cannot be looked at; never 127 or a signal's.
 ok "without --virtual it looks at the real bus" newcomer 'zr-u3v list; [ $? -le 3 ]'
-ok "purge" administrator 'dpkg --purge zr-u3v-tools libzr-u3v-tl-dev libzr-u3v-tl2'
+ok "remove the standard producer" administrator 'dpkg --purge zr-u3v-tools zr-u3v-producer'
+ok "applications find the exact one then" newcomer 'ls $GENICAM_GENTL64_PATH >found.txt && cat found.txt && [ "$(cat found.txt)" = zr_u3v_tl.cti ]'
+ok "purge" administrator "dpkg --purge $names"
 files_of_root | diff "$work/before" - || fail "removal leaves something, or takes too much"
+
+# Packages under the names of before 2.5.2+2: of each what the new ones take over.
+old_package()
+{
+    local name=$1 depends=$2 file tree=$work/old/$1
+    shift 2
+    mkdir -p "$tree/DEBIAN"
+    printf '%s\n' "Package: $name" 'Version: 2.5.2' 'Architecture: amd64' 'Maintainer: test <test@example>' \
+        ${depends:+"Depends: $depends"} 'Description: as it was' >"$tree/DEBIAN/control"
+    for file in "$@"; do
+        mkdir -p "$(dirname "$tree/$file")"
+        echo old >"$tree/$file"
+        case "$file" in etc/*) echo "/$file" >>"$tree/DEBIAN/conffiles" ;; esac
+    done
+    dpkg-deb --root-owner-group -b "$tree" "$root/old/$name.deb" >/dev/null || fail "no package $name"
+}
+mkdir -p "$root/old"
+triplet=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+old_package libzr-u3v-tl2 "" etc/profile.d/zr-u3v.sh lib/udev/rules.d/70-zr-u3v.rules usr/lib/environment.d/70-zr-u3v.conf \
+    "usr/lib/$triplet/gentlproducer/zr_u3v_tl.cti" "usr/lib/$triplet/libzr_u3v_tl_x64.so.2"
+old_package libzr-u3v-tl-dev "libzr-u3v-tl2 (= 2.5.2)" usr/include/zr_u3v_tl/gentl.h
+old_package zr-u3v-tools "libzr-u3v-tl2 (= 2.5.2)" usr/bin/zr-u3v usr/bin/zr_u3v_camera usr/bin/zr_u3v_client \
+    usr/share/doc/zr-u3v-tools/getting-started.md
+files_of_root >"$work/before"
+ok "install the old packages" administrator 'dpkg -i /old/*.deb'
+# In two steps, as apt does it.
+ok "upgrade" administrator 'dpkg --auto-deconfigure --unpack /packages/*.deb && dpkg --configure -a'
+ok "nothing of the old ones is left, nothing is broken" administrator 'left=$(dpkg --audit; dpkg --verify '"$names"'
+    dpkg-query -W -f "\${Package} \${Status}\n" libzr-u3v-tl2 libzr-u3v-tl-dev 2>/dev/null | grep " installed"); echo "$left"; [ -z "$left" ]'
+ok "list after the upgrade" newcomer 'zr-u3v --virtual list'
+ok "applications find the standard producer after it" newcomer '[ "$(ls $GENICAM_GENTL64_PATH)" = zr_u3v_standard.cti ]'
+ok "purge all" administrator "dpkg --purge $names libzr-u3v-tl2 libzr-u3v-tl-dev"
+files_of_root | diff "$work/before" - || fail "an upgraded machine keeps something"
 finish
