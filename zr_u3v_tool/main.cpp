@@ -23,9 +23,10 @@ struct CommandEntry
 };
 
 constexpr CommandEntry kCommands[] = {
-    {"list", RunList}, {"info", RunInfo},   {"xml", RunXml},
-    {"read", RunRead}, {"write", RunWrite}, {"grab", RunGrab},
-    {"view", RunView}, {"bench", RunBench}, {"doctor", RunDoctor},
+    {"list", RunList},         {"info", RunInfo}, {"xml", RunXml},   {"read", RunRead},
+    {"write", RunWrite},       {"get", RunGet},   {"set", RunSet},   {"exec", RunExec},
+    {"features", RunFeatures}, {"grab", RunGrab}, {"view", RunView}, {"bench", RunBench},
+    {"doctor", RunDoctor},
 };
 
 // On the virtual bus this begins anew in a second process, which then comes through here again.

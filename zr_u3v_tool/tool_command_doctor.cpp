@@ -34,7 +34,9 @@ Findings ExamineOpen(const Camera& camera, const std::string& name, std::vector<
         const StreamNeeds needs = ReadStreamNeeds(camera);
         payloads.push_back(needs.payload);
         findings.push_back(JudgeCameraSpeed(name, needs));
-        Append(findings, JudgeStream(name, needs));
+        Append(findings, JudgeStream(name, needs,
+                                     IsExactProducer(camera.Api()) ? CheckStream(needs)
+                                                                   : std::vector<StreamProblem>()));
         const DataStream stream(camera);
     } catch (const std::runtime_error& error) {
         findings.push_back({Level::Problem, "stream", name, error.what(),
@@ -54,10 +56,22 @@ Findings Examine(const Session& session, const CameraRecord& record,
         return findings;
     } catch (const GenTLError& error) {
         return {{Level::Problem, "open", name, error.what(),
-                 "mend what is reported above; else: the camera must have exactly one manifest "
-                 "entry, accept read commands of any length field, and not answer reads with "
-                 "pending acknowledges"}};
+                 IsExactProducer(session.Api())
+                     ? "fix what is reported above; else try the standard producer, which serves "
+                       "cameras that the exact one does not: zr-u3v doctor"
+                     : "fix what is reported above, or plug the camera out and in"}};
     }
+}
+
+// Of the exact one an installation beside the standard one tells by a variable of its own.
+Finding JudgePlace(const Producer& producer)
+{
+    const auto judge = [&](const char* variable) {
+        return JudgeEnvironment(variable, std::getenv(variable), producer.File());
+    };
+    const Finding finding = judge("GENICAM_GENTL64_PATH");
+    return finding.level != Level::Good && IsExactProducer(producer) ? judge("ZR_U3V_EXACT_PATH")
+                                                                     : finding;
 }
 
 // Everything that needs the producer. The virtual bus has no /sys to count cameras in.
@@ -66,19 +80,19 @@ Findings ExamineProducer(const Options& options, const UsbTree& usb,
 {
     Findings findings;
     try {
-        const Producer producer = LoadProducer(options.producer);
+        const Producer producer = LoadProducer(options);
         findings.push_back({Level::Good, "producer", "", producer.File().string(), ""});
-        findings.push_back(JudgeEnvironment(std::getenv("GENICAM_GENTL64_PATH"), producer.File()));
+        findings.push_back(JudgePlace(producer));
         const Session session(producer, {.update_ms = options.discovery_ms});
         const std::vector<CameraRecord> cameras = ListCameras(session);
         const size_t onBus = options.isVirtual ? 0 : usb.Cameras().size();
-        Append(findings, JudgeListed(onBus, cameras.size()));
+        Append(findings, JudgeListed(onBus, cameras.size(), IsExactProducer(producer)));
         for (const CameraRecord& record : cameras) {
             Append(findings, Examine(session, record, payloads));
         }
     } catch (const ToolError& error) {
         findings.push_back({Level::Problem, "producer", "", error.what(),
-                            "zr-u3v --cti /path/to/zr_u3v_tl.cti doctor"});
+                            "zr-u3v --producer /path/to/zr_u3v_standard.cti doctor"});
     } catch (const GenTLError& error) {
         findings.push_back({Level::Problem, "producer", "", error.what(), "zr-u3v --verbose list"});
     }

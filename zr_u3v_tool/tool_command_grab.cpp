@@ -1,6 +1,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "tool_camera_control.h"
 #include "tool_camera_list.h"
 #include "tool_commands.h"
 #include "tool_image_writer.h"
@@ -92,7 +93,7 @@ private:
 
 // Takes images until there are `wanted`, the camera falls silent or the user interrupts.
 template <class Use>
-Statistics Collect(Acquisition& acquisition, const Options& options,
+Statistics Collect(Acquisition& acquisition, const CameraControl& control, const Options& options,
                    std::optional<ClockOffset> clock, const Use& use)
 {
     Statistics statistics(clock);
@@ -100,6 +101,7 @@ Statistics Collect(Acquisition& acquisition, const Options& options,
     uint64_t skipped = 0;
     acquisition.Start();
     while (statistics.Images() < options.images && g_isInterrupted == 0) {
+        control.Trigger();
         const auto image = NextImage(acquisition, options.timeout_ms);
         if (!image) {
             break;
@@ -147,14 +149,15 @@ ExitCode Judge(const Options& options, const Statistics& statistics)
 ExitCode RunGrab(const Options& options, Console& console)
 {
     Sink sink(options, console);
-    const Producer producer = LoadProducer(options.producer);
+    const Producer producer = LoadProducer(options);
     const Session session(producer, {.update_ms = options.discovery_ms});
     const Camera camera(session, SelectCamera(session, options.camera).id);
     const auto clock = MeasureClockOffset(camera);
+    const CameraControl control(camera, WishesOf(options));
     const DataStream stream(camera);
-    Acquisition acquisition(stream, BufferSize(ReadStreamNeeds(camera)), options.buffers);
+    Acquisition acquisition = Announce(stream, control, options);
     const Statistics statistics =
-        Collect(acquisition, options, clock, [&](const Image& image) { sink.Put(image); });
+        Collect(acquisition, control, options, clock, [&](const Image& image) { sink.Put(image); });
     sink.Finish();
     if (options.json) {
         PrintJson(console, statistics.ToJson());
@@ -195,15 +198,17 @@ double ProcessorSeconds()
 
 ExitCode RunBench(const Options& options, Console& console)
 {
-    const Producer producer = LoadProducer(options.producer);
+    const Producer producer = LoadProducer(options);
     const Session session(producer, {.update_ms = options.discovery_ms});
     const Camera camera(session, SelectCamera(session, options.camera).id);
     const double control = ControlRate(camera);
     const auto clock = MeasureClockOffset(camera);
+    const CameraControl starter(camera, WishesOf(options));
     const DataStream stream(camera);
-    Acquisition acquisition(stream, BufferSize(ReadStreamNeeds(camera)), options.buffers);
+    Acquisition acquisition = Announce(stream, starter, options);
     const double before = ProcessorSeconds();
-    const Statistics statistics = Collect(acquisition, options, clock, [](const Image&) {});
+    const Statistics statistics =
+        Collect(acquisition, starter, options, clock, [](const Image&) {});
     const double processor = (ProcessorSeconds() - before) * 1000 /
                              static_cast<double>(std::max<uint64_t>(statistics.Images(), 1));
     if (options.json) {

@@ -29,6 +29,8 @@ CLI::Validator Within(uint64_t least, uint64_t most)
 const char* const kFooter = R"(Examples:
   zr-u3v list
   zr-u3v doctor
+  zr-u3v features Exposure
+  zr-u3v set ExposureTime=5000 Gain=1.5
   zr-u3v grab -n 10 -o images/
   zr-u3v --virtual view
   zr-u3v --virtual-camera width=320,height=240,format=Mono12p grab -o image.tiff
@@ -39,15 +41,20 @@ Exit codes: 0 success, 1 a call or a file failed, 2 wrong command line, 3 no suc
 // Understood in front of a command and behind it.
 void AddGlobalOptions(CLI::App& app, Options& options)
 {
-    app.add_option("--cti", options.producer,
-                   "The producer (default: by GENICAM_GENTL64_PATH, else beside this program)")
-        ->type_name("FILE");
+    CLI::Option* const producer =
+        app.add_option("--producer,--cti", options.producer,
+                       "Any GenTL producer (default: the standard one, by GENICAM_GENTL64_PATH, "
+                       "else beside this program)")
+            ->type_name("FILE");
+    app.add_flag("--exact", options.exact, "The exact producer instead of the standard one")
+        ->excludes(producer);
     app.add_option(
            "-c,--camera", options.camera,
            "GUID, serial number or user name of the camera, or #1 for the first of the list")
         ->type_name("NAME");
-    app.add_option("--discovery-time", options.discovery_ms,
-                   "How long to look for cameras, in ms (500)")
+    app.add_option(
+           "--discovery-time", options.discovery_ms,
+           "How long to look for cameras at most, in ms (5000; with --exact always so long, 500)")
         ->type_name("MS")
         ->check(Within(1, kMaximumWait_ms));
     app.add_flag("--virtual", options.isVirtual, "Work on a virtual camera; needs no hardware");
@@ -123,9 +130,53 @@ void AddWrite(CLI::App& app, Options& options)
     AddPortOption(*command, options);
 }
 
+// Whose features are meant.
+void AddModuleOption(CLI::App& command, Options& options)
+{
+    command
+        .add_option("--module", options.port,
+                    "Whose features: camera (default), system, interface, device or stream")
+        ->type_name("MODULE")
+        ->check(CLI::IsMember(PortNames()));
+}
+
+void AddFeatures(CLI::App& app, Options& options)
+{
+    CLI::App* const command = app.add_subcommand("features", "List the features with their values");
+    command
+        ->add_option("PATTERN", options.pattern,
+                     "Those whose name or category holds it; * and ? as in a shell")
+        ->type_name("");
+    command
+        ->add_option("--visibility", options.visibility,
+                     "Up to beginner, expert (default), guru or invisible")
+        ->type_name("LEVEL")
+        ->check(CLI::IsMember({"beginner", "expert", "guru", "invisible"}));
+    AddModuleOption(*command, options);
+}
+
+// get, set and exec: a command, what it is for, and what its arguments are.
+void AddNames(CLI::App& app, Options& options, const char* name, const char* help, const char* what)
+{
+    CLI::App* const command = app.add_subcommand(name, help);
+    command->add_option("NAME", options.names, what)->required()->type_name("");
+    AddModuleOption(*command, options);
+}
+
 // What every command that takes images has in common.
 void AddStreamOptions(CLI::App& command, Options& options)
 {
+    command
+        .add_option("--set", options.settings,
+                    "Set a feature before: ExposureTime=5000; may be repeated")
+        ->type_name("NAME=VALUE")
+        ->expected(1)
+        ->take_all();
+    command
+        .add_option("--trigger", options.trigger,
+                    "software: an image for each execution of TriggerSoftware")
+        ->type_name("SOURCE")
+        ->check(CLI::IsMember({"software"}));
     command.add_option("-b,--buffers", options.buffers, "Buffers to announce (8)")
         ->type_name("N")
         ->check(Within(1, kMaximumBuffers));
@@ -201,6 +252,13 @@ void SetDefaults(Options& options)
     if (options.images == 0 && options.command != "view") {
         options.images = options.command == "bench" ? kBenchImages : 1;
     }
+    // The standard producer returns as soon as it has looked, the exact one takes all of the time,
+    // and so may any other.
+    constexpr uint64_t kAtMost_ms = 5000;
+    constexpr uint64_t kExact_ms = 500;
+    if (options.discovery_ms == 0) {
+        options.discovery_ms = options.exact || !options.producer.empty() ? kExact_ms : kAtMost_ms;
+    }
     options.isVirtual = options.isVirtual || !options.virtualCameras.empty();
 }
 
@@ -219,6 +277,10 @@ CommandLine ParseCommandLine(int count, const char* const* arguments)
     AddXml(app, options);
     AddRead(app, options);
     AddWrite(app, options);
+    AddFeatures(app, options);
+    AddNames(app, options, "get", "Read features by name", "Features");
+    AddNames(app, options, "set", "Set features by name", "NAME=VALUE, in this order");
+    AddNames(app, options, "exec", "Execute commands by name", "Commands");
     AddGrab(app, options);
     AddView(app, options);
     AddBench(app, options);

@@ -175,7 +175,7 @@ Json CameraInfo(const Camera& camera, const CameraRecord& record)
 // An empty list is a failure with a code of its own, so that a script can wait for a camera.
 ExitCode RunList(const Options& options, Console& console)
 {
-    const Producer producer = LoadProducer(options.producer);
+    const Producer producer = LoadProducer(options);
     const Session session(producer, {.update_ms = options.discovery_ms});
     const std::vector<CameraRecord> cameras = ListCameras(session);
     if (options.json) {
@@ -209,7 +209,7 @@ ExitCode RunList(const Options& options, Console& console)
 // A camera without a stream is told of as far as it goes.
 ExitCode RunInfo(const Options& options, Console& console)
 {
-    const Producer producer = LoadProducer(options.producer);
+    const Producer producer = LoadProducer(options);
     const Session session(producer, {.update_ms = options.discovery_ms});
     Json json{{"producer", ProducerInfo(session)},
               {"interface", PortInfo(producer, session.Interface())}};

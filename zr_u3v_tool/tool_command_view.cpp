@@ -2,6 +2,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "tool_camera_control.h"
 #include "tool_camera_list.h"
 #include "tool_commands.h"
 #include "tool_image_file.h"
@@ -66,8 +67,8 @@ class Viewer
 {
 public:
     Viewer(const Options& options, Console& console, const CameraRecord& record,
-           Acquisition& acquisition)
-        : m_options(options), m_console(console), m_acquisition(acquisition)
+           const CameraControl& control, Acquisition& acquisition)
+        : m_options(options), m_console(console), m_control(control), m_acquisition(acquisition)
     {
         m_state.camera = Printable(record.userName.empty() ? record.model : record.userName);
     }
@@ -95,6 +96,7 @@ private:
     // False when the user has interrupted.
     bool _takeImage()
     {
+        m_control.Trigger();
         const auto image = NextImage(m_acquisition, m_options.timeout_ms);
         if (!image) {
             if (g_isInterrupted != 0) {
@@ -182,6 +184,7 @@ private:
 
     const Options& m_options;
     Console& m_console;
+    const CameraControl& m_control;
     Acquisition& m_acquisition;
     std::unique_ptr<Window> m_window;
     Raster m_raster;
@@ -195,12 +198,13 @@ private:
 
 ExitCode RunView(const Options& options, Console& console)
 {
-    const Producer producer = LoadProducer(options.producer);
+    const Producer producer = LoadProducer(options);
     const Session session(producer, {.update_ms = options.discovery_ms});
     const CameraRecord record = SelectCamera(session, options.camera);
     const Camera camera(session, record.id);
+    const CameraControl control(camera, WishesOf(options));
     const DataStream stream(camera);
-    Acquisition acquisition(stream, BufferSize(ReadStreamNeeds(camera)), options.buffers);
-    Viewer(options, console, record, acquisition).Run();
+    Acquisition acquisition = Announce(stream, control, options);
+    Viewer(options, console, record, control, acquisition).Run();
     return ExitCode::Success;
 }

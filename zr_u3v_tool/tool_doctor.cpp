@@ -202,21 +202,21 @@ Findings JudgeMemory(std::optional<unsigned long> limit_mb, const std::vector<ui
              ""}};
 }
 
-Finding JudgeEnvironment(const char* list, const std::filesystem::path& producer)
+Finding JudgeEnvironment(const char* variable, const char* list,
+                         const std::filesystem::path& producer)
 {
+    const std::string name = variable;
     const std::string places = ":" + std::string(list == nullptr ? "" : list) + ":";
     const std::string folder = producer.parent_path().string();
     // Folders, with or without a slash at the end; and some put the file itself there.
-    for (const std::string& name : {folder, folder + "/", producer.string()}) {
-        if (places.find(":" + name + ":") != std::string::npos) {
-            return {Level::Good, "environment", "", "GENICAM_GENTL64_PATH names " + folder, ""};
+    for (const std::string& place : {folder, folder + "/", producer.string()}) {
+        if (places.find(":" + place + ":") != std::string::npos) {
+            return {Level::Good, "environment", "", name + " names " + folder, ""};
         }
     }
     return {Level::Warning, "environment", "",
-            "GENICAM_GENTL64_PATH does not name " + folder +
-                ": other applications do not find the producer",
-            "export GENICAM_GENTL64_PATH=\"${GENICAM_GENTL64_PATH:+$GENICAM_GENTL64_PATH:}" +
-                folder + "\""};
+            name + " does not name " + folder + ": other applications do not find the producer",
+            "export " + name + "=\"${" + name + ":+$" + name + ":}" + folder + "\""};
 }
 
 Finding JudgeDescription(const std::string& camera, const Description& description)
@@ -247,10 +247,11 @@ Finding JudgeCameraSpeed(const std::string& camera, const StreamNeeds& needs)
     return {Level::Good, "speed", camera, "the camera works at SuperSpeed", ""};
 }
 
-Findings JudgeStream(const std::string& camera, const StreamNeeds& needs)
+Findings JudgeStream(const std::string& camera, const StreamNeeds& needs,
+                     const std::vector<StreamProblem>& problems)
 {
     Findings findings;
-    for (const StreamProblem& problem : CheckStream(needs)) {
+    for (const StreamProblem& problem : problems) {
         findings.push_back(
             {Level::Problem, "stream", camera,
              (problem.isFatal ? "no image will arrive: " : "images will be damaged: ") +
@@ -268,14 +269,16 @@ Findings JudgeStream(const std::string& camera, const StreamNeeds& needs)
     return findings;
 }
 
-Findings JudgeListed(size_t onBus, size_t listed)
+Findings JudgeListed(size_t onBus, size_t listed, bool isExact)
 {
     if (listed < onBus) {
+        const std::string counts = Format("%zu camera(s) on the bus, %zu listed", onBus, listed);
         return {{Level::Problem, "listed", "",
-                 Format("%zu camera(s) on the bus, %zu listed: behind the first one only cameras "
-                        "of the vendor \"ZRK-ORVANE GmbH\" with a GUID of their own are listed",
-                        onBus, listed),
-                 "unplug the other cameras, then: zr-u3v list"}};
+                 isExact ? counts + ": behind the first one the exact producer lists only cameras "
+                                    "of the vendor \"ZRK-ORVANE GmbH\" with a GUID of their own"
+                         : counts,
+                 isExact ? "zr-u3v list (the standard producer lists all)"
+                         : "plug the camera out and in, then: zr-u3v list"}};
     }
     if (listed == 0) {
         return {{Level::Problem, "listed", "", "the producer lists no camera",

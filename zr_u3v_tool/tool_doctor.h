@@ -40,14 +40,17 @@ const char* LevelName(Finding::Level level);
 Findings JudgeUsb(const UsbTree& usb, const std::string& program);
 // The kernel's limit for USB transfers in MiB (0: none) against the cameras' images, in bytes each.
 Findings JudgeMemory(std::optional<unsigned long> limit_mb, const std::vector<uint64_t>& payloads);
-// Whether applications, which know of GENICAM_GENTL64_PATH only (`list`, null when it is not set),
-// find the producer too.
-Finding JudgeEnvironment(const char* list, const std::filesystem::path& producer);
-// How many cameras the bus has against how many the producer lists.
-Findings JudgeListed(size_t onBus, size_t listed);
+// Whether applications, which know of `variable` only (its value is `list`, null when it is not
+// set), find the producer too.
+Finding JudgeEnvironment(const char* variable, const char* list,
+                         const std::filesystem::path& producer);
+// How many cameras the bus has against how many the producer lists; the exact one leaves some out.
+Findings JudgeListed(size_t onBus, size_t listed, bool isExact);
 // The camera's own description file: that it is what it says it is, and can be unpacked.
 Finding JudgeDescription(const std::string& camera, const Description& description);
 // The speed that the camera itself reports.
 Finding JudgeCameraSpeed(const std::string& camera, const StreamNeeds& needs);
-// Sizes and alignment against what the producer's stream channel serves.
-Findings JudgeStream(const std::string& camera, const StreamNeeds& needs);
+// Sizes and alignment, with what the producer's stream channel cannot serve of them (CheckStream
+// for the exact one; nothing for one that goes by the packets' own marks).
+Findings JudgeStream(const std::string& camera, const StreamNeeds& needs,
+                     const std::vector<StreamProblem>& problems);

@@ -35,7 +35,7 @@ void VisitCamera(const Session& session, const Options& options, const std::stri
 void Visit(const Options& options, const std::string& wanted, DEVICE_ACCESS_FLAGS access,
            const Visitor& use)
 {
-    const Producer producer = LoadProducer(options.producer);
+    const Producer producer = LoadProducer(options);
     const Session session(producer, {.update_ms = options.discovery_ms});
     if (IsWanted(wanted, "system")) {
         use(producer, session.System(), "system");

@@ -4,12 +4,16 @@
 #include <string>
 
 #include "tool_consumer.h"
+#include "tool_options.h"
 
-// Loads the producer: `wanted` (a file, or a folder that holds one) if not empty, else the first
-// zr_u3v_tl.cti in the folders of GENICAM_GENTL64_PATH, else beside this program (../lib and the
-// installed library folder). Throws ToolError (NoProducer), with every place that was looked at
-// when there is none, and GenTLError.
-Producer LoadProducer(const std::string& wanted);
+// Loads the producer: the file that the options name, or the one in the folder that they name; else
+// the standard one, or the exact one where the options say so, from the folders of
+// GENICAM_GENTL64_PATH (of the exact one also ZR_U3V_EXACT_PATH), else from beside this program
+// (../lib and the installed folder). Throws ToolError (NoProducer), with every place that was
+// looked at when there is none, and GenTLError.
+Producer LoadProducer(const Options& options);
+// Whether it is the exact one, whatever its file is called: what it serves has limits of its own.
+bool IsExactProducer(const Producer& producer);
 
 // The folder of this program.
 std::filesystem::path ProgramFolder();

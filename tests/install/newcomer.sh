@@ -52,13 +52,13 @@ ok "applications find the exact one then" newcomer 'ls $GENICAM_GENTL64_PATH >fo
 ok "purge" administrator "dpkg --purge $names"
 files_of_root | diff "$work/before" - || fail "removal leaves something, or takes too much"
 
-# Packages under the names of before 2.5.2+2: of each what the new ones take over.
+# Packages under the names of before, of an old version: of each what the new ones take over.
 old_package()
 {
     local name=$1 depends=$2 file tree=$work/old/$1
     shift 2
     mkdir -p "$tree/DEBIAN"
-    printf '%s\n' "Package: $name" 'Version: 2.5.2' 'Architecture: amd64' 'Maintainer: test <test@example>' \
+    printf '%s\n' "Package: $name" 'Version: 1' 'Architecture: amd64' 'Maintainer: test <test@example>' \
         ${depends:+"Depends: $depends"} 'Description: as it was' >"$tree/DEBIAN/control"
     for file in "$@"; do
         mkdir -p "$(dirname "$tree/$file")"
@@ -71,8 +71,8 @@ mkdir -p "$root/old"
 triplet=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
 old_package libzr-u3v-tl2 "" etc/profile.d/zr-u3v.sh lib/udev/rules.d/70-zr-u3v.rules usr/lib/environment.d/70-zr-u3v.conf \
     "usr/lib/$triplet/gentlproducer/zr_u3v_tl.cti" "usr/lib/$triplet/libzr_u3v_tl_x64.so.2"
-old_package libzr-u3v-tl-dev "libzr-u3v-tl2 (= 2.5.2)" usr/include/zr_u3v_tl/gentl.h
-old_package zr-u3v-tools "libzr-u3v-tl2 (= 2.5.2)" usr/bin/zr-u3v usr/bin/zr_u3v_camera usr/bin/zr_u3v_client \
+old_package libzr-u3v-tl-dev "libzr-u3v-tl2 (= 1)" usr/include/zr_u3v_tl/gentl.h
+old_package zr-u3v-tools "libzr-u3v-tl2 (= 1)" usr/bin/zr-u3v usr/bin/zr_u3v_camera usr/bin/zr_u3v_client \
     usr/share/doc/zr-u3v-tools/getting-started.md
 files_of_root >"$work/before"
 ok "install the old packages" administrator 'dpkg -i /old/*.deb'

@@ -230,7 +230,7 @@ protected:
 
     void SetUp() override
     {
-        m_options = std::string("width=24,height=10,fps=100,seed=7,format=") + GetParam();
+        m_options = std::string("width=24,height=10,fps=20,seed=7,format=") + GetParam();
         m_sent = Sent(m_options, 0);
         m_truth = TruthOf(GetParam(), m_sent, kWidth, kHeight);
         ASSERT_EQ(m_truth.samples.size(), kWidth * kHeight * m_truth.channels);

@@ -16,7 +16,7 @@ fail()
 
 # A command's own options; the program's options are told by its own help only.
 commands=$("$program" --help | sed -n '/^Subcommands:/,/^$/p' | sed -n 's/^  \([a-z]*\) .*/\1/p')
-[ "$(wc -w <<<"$commands")" -eq 9 ] || fail "expected 9 commands, found: $commands"
+[ "$(wc -w <<<"$commands")" -eq 13 ] || fail "expected 13 commands, found: $commands"
 options=$( { "$program" --help; for command in $commands; do "$program" "$command" --help; done; } |
     sed -n '/^Options:/,/^$/p' | grep -E '^  -' | grep -oE -- '--[a-z0-9][a-z0-9-]*' | sort -u)
 [ "$(wc -l <<<"$options")" -ge 25 ] || fail "too few options found: $options"
@@ -50,6 +50,11 @@ offers()
     bash -c '
         _init_completion() { words=("${COMP_WORDS[@]}"); cword=$COMP_CWORD; cur=${words[cword]}; prev=${words[cword - 1]}; }
         _filedir() { COMPREPLY=(FILES); }
+        compopt() { :; }
+        zr-u3v() # of which the names of features are asked
+        {
+            printf "AcquisitionControl\n  ExposureTime  rw  10 us\n  ExposureAuto  ro  Off\n  AcquisitionStart  wo\n"
+        }
         . "$1"
         shift
         COMP_WORDS=(zr-u3v "$@")
@@ -64,13 +69,20 @@ expect()
     offered=$(offers "$@")
     [ "$offered" = "$wanted" ] || fail "completion of \"$*\": \"$offered\" instead of \"$wanted\""
 }
-expect "grab" g
+expect "get grab" g
 expect "doctor" --json d
-expect "grab" --camera list g
+expect "guru" features --visibility g
+expect "system stream" get --module s
+expect "software" grab --trigger s
+expect "--exact" --ex
+expect "get grab" --camera list g
 expect "--virtual --virtual-camera" --virt
 expect "system stream" xml s
 expect "ModelName" read Mo
 expect "--8bit" grab --8
+expect "ExposureTime ExposureAuto" get Exp
+expect "ExposureTime=" set Exp
+expect "AcquisitionStart" exec A
 expect "FILES" grab -o ""
 expect "png pgm ppm pnm" grab -f p
 expect "" list l

@@ -2,6 +2,7 @@
 
 // Runs zr-u3v as its user does, in a folder of its own, and reads what it leaves.
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -36,6 +37,12 @@ inline std::string Contents(const fs::path& path)
     return text.str();
 }
 
+// With which producer the tests run: the exact one when ZR_TEST_EXACT is set.
+inline bool IsExact()
+{
+    return std::getenv("ZR_TEST_EXACT") != nullptr;
+}
+
 class ToolTest : public ::testing::Test
 {
 protected:
@@ -56,6 +63,10 @@ protected:
     // Starts the program in the test's folder; its output goes to files, or to `terminal`.
     pid_t Start(std::vector<std::string> arguments, int terminal = -1) const
     {
+        const auto names = std::find(arguments.begin(), arguments.end(), "--producer");
+        if (IsExact() && names == arguments.end()) {
+            arguments.insert(arguments.begin(), "--exact");
+        }
         arguments.insert(arguments.begin(), ZR_TOOL);
         std::vector<char*> pointers;
         for (std::string& argument : arguments) {
@@ -122,7 +133,10 @@ private:
     static std::vector<std::string> OnBus(const std::string& camera,
                                           std::vector<std::string> arguments)
     {
-        const std::vector<std::string> bus{"--virtual-camera", camera, "--discovery-time", "150"};
+        std::vector<std::string> bus{"--virtual-camera", camera};
+        if (IsExact()) { // which uses all of it
+            bus.insert(bus.end(), {"--discovery-time", "150"});
+        }
         arguments.insert(arguments.begin(), bus.begin(), bus.end());
         return arguments;
     }

@@ -11,7 +11,11 @@ get_target_property(have_sdl zr_u3v_tool ZR_HAVE_SDL)
 zr_gtest(zr_integration_tool LABEL integration TIMEOUT 300 SOURCES tool_commands_test.cpp tool_images_test.cpp
     LIBS zr_virtual_usb PNG::PNG nlohmann_json::nlohmann_json
     ENVIRONMENT "${ZR_VIRTUAL_BUS_ENVIRONMENT}")
-add_dependencies(zr_integration_tool zr_u3v_tool zr_u3v_tl)
+# The same with the exact producer.
+gtest_discover_tests(zr_integration_tool TEST_PREFIX exact. TEST_LIST exact_tool_tests DISCOVERY_TIMEOUT 60
+    PROPERTIES LABELS integration TIMEOUT 300 ENVIRONMENT "${ZR_VIRTUAL_BUS_ENVIRONMENT}"
+    ENVIRONMENT_MODIFICATION ZR_TEST_EXACT=set:1)
+add_dependencies(zr_integration_tool zr_u3v_tool zr_u3v_tl zr_u3v_standard)
 target_include_directories(zr_integration_tool PRIVATE "${CMAKE_SOURCE_DIR}/virtual_camera/bus")
 target_compile_definitions(zr_integration_tool PRIVATE
     ZR_EXACT_VERSION="${PROJECT_VERSION}"

@@ -350,14 +350,15 @@ waits()
     code_files tests | tr '\n' '\0' | xargs -0 -r grep -nE 'LetPass\([^"]*""' /dev/null | report_from
 }
 
-# The version stands in CMakeLists.txt alone; the changelogs must have come to it.
+# The version stands in CMakeLists.txt alone; the changelogs must have come to it. (That of the packages may have "+N"
+# behind it; debian/control names versions of the past.)
 version()
 {
     local version
     version=$("$here/version_of.sh" exact .) || { report "CMakeLists.txt has no version"; return; }
-    text_files | grep -vE '^(CMakeLists\.txt|CHANGELOG\.md|debian/(changelog|.*\.symbols))$' | tr '\n' '\0' |
+    text_files | grep -vE '^(CMakeLists\.txt|CHANGELOG\.md|debian/(changelog|control|.*\.symbols))$' | tr '\n' '\0' |
         xargs -0 -r grep -nIF "$version" /dev/null | grep -E "(^|[^0-9.])${version//./\\.}([^0-9]|\$)" | report_from
-    head -n 1 debian/changelog 2>/dev/null | grep -qF "($version)" || report "debian/changelog begins with another version"
+    head -n 1 debian/changelog 2>/dev/null | grep -qE "\\(${version//./\\.}(\\+[0-9]+)?\\)" || report "debian/changelog begins with another version"
     grep -qxF "## $version" CHANGELOG.md 2>/dev/null || report "CHANGELOG.md does not know version $version"
 }
 

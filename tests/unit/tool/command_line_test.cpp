@@ -73,6 +73,30 @@ TEST(CommandLine, NumbersOfImages_HaveTheirDefaultByCommand)
     EXPECT_EQ(Parse({"grab", "-n", "7"}).options->images, 7u);
 }
 
+TEST(CommandLine, TimeToLookForCameras_IsLongWhereItIsNotUsedUp)
+{
+    EXPECT_EQ(Parse({"list"}).options->discovery_ms, 5000u);
+    EXPECT_EQ(Parse({"--exact", "list"}).options->discovery_ms, 500u);
+    EXPECT_EQ(Parse({"--producer", "x.cti", "list"}).options->discovery_ms, 500u);
+    EXPECT_EQ(Parse({"--exact", "list", "--discovery-time", "7"}).options->discovery_ms, 7u);
+}
+
+TEST(CommandLine, Producer_IsOneOrTheOther)
+{
+    EXPECT_FALSE(Parse({"list"}).options->exact);
+    EXPECT_TRUE(Parse({"list", "--exact"}).options->exact);
+    EXPECT_EQ(Parse({"--cti", "x.cti", "list"}).options->producer, "x.cti");
+    EXPECT_EQ(Parse({"--exact", "--producer", "x.cti", "list"}).code, ExitCode::Usage);
+}
+
+TEST(CommandLine, Settings_KeepTheirOrder)
+{
+    const CommandLine line = Parse({"grab", "--set", "B=1", "--set", "A=x,y", "-n", "2"});
+    ASSERT_TRUE(line.options);
+    EXPECT_EQ(line.options->settings, (std::vector<std::string>{"B=1", "A=x,y"}));
+    EXPECT_EQ(Parse({"grab", "--trigger", "hardware"}).code, ExitCode::Usage);
+}
+
 TEST(CommandLine, NumberOutOfRange_IsToldInPlainWords)
 {
     EXPECT_EQ(Parse({"grab", "-n", "0"}).text, "--images: 0 is not between 1 and 1000000000");

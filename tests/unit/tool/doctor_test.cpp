@@ -150,13 +150,15 @@ TEST(Doctor, Environment_NamesTheFolderOrTheFile)
     const std::string producer = "/opt/zr/gentlproducer/zr_u3v_tl.cti";
     for (const char* const list : {"/opt/zr/gentlproducer", "/a:/opt/zr/gentlproducer/:/b",
                                    "/opt/zr/gentlproducer/zr_u3v_tl.cti"}) {
-        EXPECT_EQ(JudgeEnvironment(list, producer).level, Level::Good) << list;
+        EXPECT_EQ(JudgeEnvironment("GENICAM_GENTL64_PATH", list, producer).level, Level::Good)
+            << list;
     }
     for (const char* const list :
          {"", "/opt/zr", "/opt/zr/gentlproducer2", "/x/opt/zr/gentlproducer"}) {
-        EXPECT_EQ(JudgeEnvironment(list, producer).level, Level::Warning) << list;
+        EXPECT_EQ(JudgeEnvironment("GENICAM_GENTL64_PATH", list, producer).level, Level::Warning)
+            << list;
     }
-    EXPECT_EQ(JudgeEnvironment(nullptr, producer).remedy,
+    EXPECT_EQ(JudgeEnvironment("GENICAM_GENTL64_PATH", nullptr, producer).remedy,
               "export GENICAM_GENTL64_PATH=\"${GENICAM_GENTL64_PATH:+$GENICAM_GENTL64_PATH:}"
               "/opt/zr/gentlproducer\"");
 }
@@ -204,15 +206,23 @@ TEST(Doctor, Memory_IsHeldAgainstTheImages)
 
 TEST(Doctor, CamerasThatAreNotListed_AreTold)
 {
-    EXPECT_EQ(JudgeListed(1, 1)[0].level, Level::Good);
-    EXPECT_EQ(JudgeListed(2, 1)[0].level, Level::Problem);
-    EXPECT_EQ(JudgeListed(0, 0)[0].level, Level::Problem);
+    for (const bool isExact : {false, true}) {
+        EXPECT_EQ(JudgeListed(1, 1, isExact)[0].level, Level::Good);
+        EXPECT_EQ(JudgeListed(1, 0, isExact)[0].level, Level::Problem);
+        EXPECT_EQ(JudgeListed(2, 1, isExact)[0].level, Level::Problem);
+        EXPECT_EQ(JudgeListed(0, 0, isExact)[0].level, Level::Problem);
+    }
+    EXPECT_EQ(JudgeListed(1, 0, false)[0].text, "1 camera(s) on the bus, 0 listed");
+    EXPECT_NE(JudgeListed(2, 1, true)[0].text.find("of the vendor"), std::string::npos);
 }
 
 TEST(Doctor, Stream_IsJudgedPerCamera)
 {
-    EXPECT_EQ(JudgeStream("C", {3072, 52, 32, 3, 8})[0].level, Level::Good);
-    const Finding bad = JudgeStream("C", {3072, 64, 64, 3, 8})[0];
+    const StreamNeeds usual{3072, 52, 32, 3, 8};
+    EXPECT_EQ(JudgeStream("C", usual, CheckStream(usual))[0].level, Level::Good);
+    const StreamNeeds alike{3072, 64, 64, 3, 8};
+    EXPECT_EQ(JudgeStream("C", alike, {})[0].level, Level::Good);
+    const Finding bad = JudgeStream("C", alike, CheckStream(alike))[0];
     EXPECT_EQ(bad.level, Level::Problem);
     EXPECT_EQ(bad.camera, "C");
     EXPECT_EQ(bad.text.find("no image will arrive"), 0u);
