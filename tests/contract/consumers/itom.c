@@ -109,7 +109,7 @@ int main(int count, char** arguments)
     open_device();
     open_stream();
     acquire(bus.payload_size(camera));
-    acquire(PTRDIFF_MAX / 2);
+    acquire(SIZE_MAX);
     REQUIRE(gentl.DSClose(stream));
     REQUIRE(gentl.DevClose(dev));
     REQUIRE(gentl.IFClose(iface));
