@@ -13,15 +13,29 @@ namespace vmtest {
 
 namespace {
 
-constexpr std::size_t kAhead = 4; // images asked for ahead; fewer than there are buffers
+constexpr std::size_t kAhead = 6; // images asked for ahead; fewer than there are buffers
 
 } // namespace
 
+std::string Tally::Faults() const
+{
+    std::string text;
+    const auto add = [&text](const char* what, unsigned count) {
+        text += count != 0 ? std::string("; ") + what + " " + std::to_string(count) : "";
+    };
+    add("WRONG", wrong);
+    text += wrong != 0 ? " (" + first + ")" : "";
+    add("INCOMPLETE", incomplete);
+    add("DISORDER", disorder);
+    add("LOST", skipped);
+    return text;
+}
+
 CheckedCamera::CheckedCamera(const consumer::Session& session, const std::string& id,
-                             unsigned buffers)
+                             unsigned buffers, consumer::BufferMemory memory)
     : Camera(session, id), m_stream(*this),
       m_expected(Read<std::uint32_t>(camera_features::kPayloadSize)),
-      m_acquisition(m_stream, m_expected.size(), buffers, consumer::BufferMemory::OfProducer)
+      m_acquisition(m_stream, m_expected.size(), buffers, memory, _Switch())
 {
     // A camera's seed counts on with its serial number.
     const std::vector<std::uint8_t> serial = ReadBytes(vcam::abrm::kSerialNumber, 64);
@@ -55,6 +69,35 @@ std::vector<std::uint8_t> CheckedCamera::DescriptionFile() const
     return ReadBytes(url.address, url.length);
 }
 
+// Some producers start and stop the camera themselves, others leave that to their user.
+consumer::CameraSwitch CheckedCamera::_Switch()
+{
+    const auto start = [this] {
+        m_isStarted = Read<std::uint32_t>(camera_features::kAcquisition) == 0;
+        if (m_isStarted) {
+            Write<std::uint32_t>(camera_features::kAcquisition, 1);
+        }
+    };
+    const auto stop = [this] {
+        if (m_isStarted) {
+            Write<std::uint32_t>(camera_features::kAcquisition, 0);
+        }
+    };
+    return {start, stop};
+}
+
+void CheckedCamera::_Trigger() const
+{
+    if (!m_onDemand) {
+        return;
+    }
+    try {
+        Write<std::uint32_t>(camera_features::kTriggerSoftware, 1);
+    } catch (const consumer::GenTLError&) {
+        // It has left, or no further image will come, which is seen then.
+    }
+}
+
 void CheckedCamera::Start(std::uint64_t images, bool onDemand)
 {
     m_onDemand = onDemand;
@@ -62,17 +105,13 @@ void CheckedCamera::Start(std::uint64_t images, bool onDemand)
     m_acquisition.Rewind();
     m_hasLast = false;
     m_acquisition.Start(images);
-    for (std::size_t i = 0; onDemand && i < kAhead; ++i) {
-        Write<std::uint32_t>(camera_features::kTriggerSoftware, 1);
+    for (std::size_t i = 0; i < kAhead; ++i) {
+        _Trigger();
     }
 }
 
 void CheckedCamera::Stop()
 {
-    if (m_onDemand) {
-        // Nothing may be left of it when the next one wants the camera's own rate.
-        Write<std::uint32_t>(camera_features::kTriggerMode, 0);
-    }
     m_acquisition.Stop();
 }
 
@@ -82,11 +121,9 @@ bool CheckedCamera::Next(Tally& tally, std::uint64_t timeoutMs)
     if (!image) {
         return false;
     }
-    if (m_onDemand) {
-        Write<std::uint32_t>(camera_features::kTriggerSoftware, 1);
-    }
     _Compare(*image, tally);
     m_acquisition.Queue(image->buffer);
+    _Trigger();
     return true;
 }
 
@@ -101,8 +138,12 @@ void CheckedCamera::_Compare(const consumer::Image& image, Tally& tally)
     }
     m_hasLast = true;
     m_last = image.frameId;
+    if (image.isIncomplete) {
+        ++tally.incomplete;
+        return;
+    }
     m_pattern.Fill(image.frameId, 0, m_expected.data(), m_expected.size());
-    if (!image.isIncomplete && image.bytes.size() == m_expected.size() &&
+    if (image.bytes.size() == m_expected.size() &&
         std::memcmp(image.bytes.data(), m_expected.data(), m_expected.size()) == 0) {
         return;
     }
@@ -110,8 +151,7 @@ void CheckedCamera::_Compare(const consumer::Image& image, Tally& tally)
         const auto differs =
             std::mismatch(image.bytes.begin(), image.bytes.end(), m_expected.begin()).first;
         tally.first = "frame " + std::to_string(image.frameId) + ", filled " +
-                      std::to_string(image.bytes.size()) + ", incomplete " +
-                      std::to_string(image.isIncomplete) + ", first difference at " +
+                      std::to_string(image.bytes.size()) + ", first difference at " +
                       std::to_string(differs - image.bytes.begin());
     }
 }
