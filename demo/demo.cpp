@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -143,11 +144,15 @@ void KeepAsPng(const Image& image, const std::string& path)
     std::printf("picture      %s\n", path.c_str());
 }
 
+// The standard producer leaves starting and stopping the camera to its user; the exact one does it
+// itself, and to be told twice does no harm. Only once the stream has stopped is the camera
+// stopped: the exact producer waits for what it sends.
 Tally TakeImages(Acquisition& acquisition, const VirtualBus& bus, const Options& options)
 {
     Tally tally;
     const auto started = std::chrono::steady_clock::now();
     acquisition.Start();
+    acquisition.Stream().Owner().Write<uint32_t>(camera_features::kAcquisition, 1);
     while (tally.images < options.images) {
         const auto image = acquisition.Next(kImageWaitMs);
         if (!image) {
@@ -161,6 +166,7 @@ Tally TakeImages(Acquisition& acquisition, const VirtualBus& bus, const Options&
     }
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
     acquisition.Stop();
+    acquisition.Stream().Owner().Write<uint32_t>(camera_features::kAcquisition, 0);
     std::printf("\nimages       %u in %.1f s, %.1f MB\n", tally.images, seconds.count(),
                 static_cast<double>(tally.bytes) / 1e6);
     return tally;
@@ -180,6 +186,7 @@ Tally UseCamera(const Session& session, const VirtualBus& bus, const Options& op
 
 bool Run(const Options& options)
 {
+    setenv("ZR_VIRTUAL_CAMERAS", "", 1); // the simulated bus has our camera and no other
     Producer producer(options.producer);
     bool isClosed = true;
     producer.OnFailedClose([&isClosed](const std::exception& problem) {
@@ -231,7 +238,7 @@ int main(int count, char** arguments)
 {
     Options options;
     if (!Parse(count, arguments, options)) {
-        std::fprintf(stderr, "usage: zr_u3v_demo <zr_u3v_tl.cti> [--images n] [--out folder]\n"
+        std::fprintf(stderr, "usage: zr_u3v_demo <producer.cti> [--images n] [--out folder]\n"
                              "                   [--camera key=value,...]  (simulated bus only)\n");
         return 2;
     }

@@ -94,8 +94,8 @@ sanitizer_options()
 # The first command of the README, as a newcomer types it; the second is this whole run.
 gate_demo()
 {
-    rm -f "$root/out/demo.png"
-    "$root/tools/demo" && [ -s "$root/out/demo.png" ]
+    rm -f "$root"/out/*/demo.png
+    "$root/tools/demo" && [ -s "$root/out/standard/demo.png" ] && [ -s "$root/out/exact/demo.png" ]
 }
 
 gate_release() { build_and_test release; }

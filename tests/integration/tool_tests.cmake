@@ -8,7 +8,8 @@ find_package(nlohmann_json REQUIRED)
 get_target_property(have_tiff zr_u3v_tool ZR_HAVE_TIFF)
 get_target_property(have_sdl zr_u3v_tool ZR_HAVE_SDL)
 
-zr_gtest(zr_integration_tool LABEL integration TIMEOUT 300 SOURCES tool_commands_test.cpp tool_images_test.cpp
+zr_gtest(zr_integration_tool LABEL integration TIMEOUT 300 SOURCES tool_commands_test.cpp tool_features_test.cpp
+    tool_images_test.cpp
     LIBS zr_virtual_usb PNG::PNG nlohmann_json::nlohmann_json
     ENVIRONMENT "${ZR_VIRTUAL_BUS_ENVIRONMENT}")
 # The same with the exact producer.
