@@ -113,7 +113,7 @@ Json JsonOf(const Finding& finding)
     return json;
 }
 
-// A line for the finding, and one for what mends it.
+// A line for the finding, and one for what fixes it.
 std::string TextOf(const Finding& finding)
 {
     std::string text = Format("%-8s %s: ", LevelName(finding.level), finding.check.c_str());

@@ -238,7 +238,7 @@ void AddBench(CLI::App& app, Options& options)
 void AddDoctor(CLI::App& app, Options& options)
 {
     CLI::App* const command = app.add_subcommand(
-        "doctor", "Find out why a camera does not work, and name the command that mends it");
+        "doctor", "Find out why a camera does not work, and name the command that fixes it");
     command->add_option("--root", options.root, "Where /sys, /proc, /dev and /etc are found (/)")
         ->type_name("FOLDER");
     command->add_flag("--udev-rule", options.printRule,

@@ -24,7 +24,7 @@ struct Finding
     std::string check;  // "permissions", "driver", ...: a stable word for scripts
     std::string camera; // which one, if it is about one
     std::string text;
-    std::string remedy; // the command that mends it; empty when there is nothing to mend
+    std::string remedy; // the command that fixes it; empty when there is nothing to fix
 };
 
 using Findings = std::vector<Finding>;

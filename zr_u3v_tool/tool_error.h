@@ -12,7 +12,7 @@ enum class ExitCode
     NoCamera = 3,   // no camera, or none (or more than one) that the selection fits
     NoProducer = 4, // the producer was not found or could not be loaded
     Images = 5,     // fewer images than asked for, or damaged ones
-    Problems = 6,   // doctor has found something that needs mending
+    Problems = 6,   // doctor has found a problem
     Interrupted = 130,
 };
 

@@ -10,7 +10,7 @@ constexpr uint64_t kTransferSize = 1U << 20U;
 constexpr unsigned kMaximumExponent = 30;
 
 constexpr const char* kFirmware = "ask the camera's maker for firmware that announces other sizes: "
-                                  "nothing on this side mends it";
+                                  "nothing on this side fixes it";
 
 // The sizes that the channel will program and then wait for.
 struct Plan

@@ -31,11 +31,11 @@
  * layer's own codes. */
 enum U3V_STATUS_LIST
 {
-    U3V_STATUS_SUCCESS = 0x0000,                 /**< it is done */
+    U3V_STATUS_SUCCESS = 0x0000,                 /**< success */
     U3V_STATUS_GENCP_INVALID_PARAMETER = 0x8002, /**< a length that no exchange can carry */
     U3V_STATUS_GENCP_MSG_TIMEOUT = 0x800B,       /**< a bulk transfer failed, time-out included */
     U3V_STATUS_GENCP_INVALID_HEADER = 0x800E,    /**< a read acknowledge of the wrong length */
-    U3V_STATUS_OPEN_FAILED = 0xC001,             /**< libusb_open gave no handle */
+    U3V_STATUS_OPEN_FAILED = 0xC001,             /**< libusb_open failed */
     U3V_STATUS_CLAIM_FAILED = 0xC006,   /**< control or stream interface could not be claimed */
     U3V_STATUS_NOT_OPEN = 0xC007,       /**< control channel not open */
     U3V_STATUS_BAD_PREFIX = 0xC008,     /**< acknowledge prefix wrong */
@@ -68,13 +68,13 @@ typedef struct U3V_DEVICE_INFO
     uint32_t GenCPVersion;     /**< major << 16 | minor */
     uint32_t U3VVersion;       /**< major << 16 | minor */
     char DeviceGUID[13];       /**< 12 hexadecimal digits */
-    char VendorName[64];       /**< the maker */
+    char VendorName[64];       /**< the manufacturer */
     char ModelName[64];        /**< the model */
     char FamilyName[64];       /**< the family of models */
     char DeviceVersion[64];    /**< the version of the camera */
-    char ManufacturerInfo[64]; /**< what its maker likes to add */
+    char ManufacturerInfo[64]; /**< further text of the manufacturer */
     char SerialNumber[64];     /**< the serial number */
-    char UserDefinedName[64];  /**< the name its user has given it */
+    char UserDefinedName[64];  /**< the name that its user has given it */
     uint8_t SpeedSupport;      /**< bit 0 low, 1 full, 2 high, 3 SuperSpeed */
     uint8_t InUse;             /**< 1 while this library holds the camera open */
 } U3V_DEVICE_INFO;
@@ -97,8 +97,8 @@ typedef struct IMAGE_HEADER
 #pragma pack(pop)
 
 /** Discovery. One per process. Initialises libusb's default context and begins with an empty list.
- * A second open without a close replaces the first, which then lives on unreachable. A failing
- * libusb is not reported: the list then stays empty. */
+ * A second open without a close replaces the first, which stays allocated. An error of libusb is
+ * not reported: the list then stays empty. */
 U3V_API U3V_DiscoveryOpen(void);
 /** Frees the list and ends libusb (once no device is left open). INVALID_HANDLE without an open
  * discovery, as from every discovery function and from U3V_OpenDevice. */
@@ -121,8 +121,8 @@ U3V_API U3V_CloseDevice(U3V_DEVICE_HANDLE hDevice);
  * and clears the device configuration. phControl [out] as phDevice above. SUCCESS, CLAIM_FAILED, or
  * the status of the failing register access, after which the channel can be used nevertheless. */
 U3V_API U3V_OpenControl(U3V_DEVICE_HANDLE hDevice, U3V_CONTROL_HANDLE* phControl);
-/** Releases the interfaces. An answer that an exchange gave up waiting for is read away first,
- * which takes up to 100 ms where none comes. */
+/** Releases the interfaces. The late answer to a command that timed out is received and discarded
+ * first, which takes up to 100 ms if none comes. */
 U3V_API U3V_CloseControl(U3V_CONTROL_HANDLE hControl);
 /** One exchange each; concurrent ones queue. nLength [in], bytes: 0..1012 read, 0..1024 written;
  * otherwise, and for a null pointer with a length, GENCP_INVALID_PARAMETER without any traffic.
@@ -147,12 +147,12 @@ U3V_API U3V_OpenStream(U3V_DEVICE_HANDLE hDevice, U3V_CONTROL_HANDLE hControl,
 U3V_API U3V_CloseStream(U3V_STREAM_HANDLE hStream);
 /** Programs the camera, enables the stream and starts to receive. nImagesToAcquire [in]: streaming
  * ends by itself after so many images. STREAM_NOT_OPEN, a register access's status, or a libusb
- * code cut to 16 bits (0xFFF5: no transfer). After a libusb code the camera streams into the void
- * until U3V_AcquisitionStop. A running acquisition is ended first. */
+ * code cut to 16 bits (0xFFF5: no transfer). After a libusb code the camera sends images
+ * that nobody receives until U3V_AcquisitionStop. A running acquisition is ended first. */
 U3V_API U3V_AcquisitionStart(U3V_STREAM_HANDLE hStream, uint32_t nImagesToAcquire);
 /** Ends streaming: waits for the transfer in flight (up to 3 s, in full when streaming had already
- * ended, and up to 5 s when the bus does not answer) and switches the camera off. Images that
- * nobody has taken are dropped. Outputs [out] are not written when nothing was acquiring (SUCCESS)
+ * ended, and up to 5 s when the bus does not answer) and switches the camera off. Images
+ * not yet read are dropped. Outputs [out] are not written when nothing was acquiring (SUCCESS)
  * or the camera refuses (its status; the call can be repeated). The lost count is always 0. */
 U3V_API U3V_AcquisitionStop(U3V_STREAM_HANDLE hStream, uint64_t* pnImagesAcquired,
                             uint64_t* pnLostCount);

@@ -18,10 +18,10 @@
 /// One bit per level. A level is what a line has; a mask of levels is what Init and SetLevel take.
 enum ZrLogLevel : unsigned
 {
-    ZR_LOG_CRITICAL = 0x1,     ///< the library cannot go on
+    ZR_LOG_CRITICAL = 0x1,     ///< the library cannot continue
     ZR_LOG_ERROR = 0x10,       ///< a call failed
-    ZR_LOG_WARNING = 0x100,    ///< odd, but it goes on
-    ZR_LOG_INFO = 0x1000,      ///< what happens
+    ZR_LOG_WARNING = 0x100,    ///< unexpected, but the library continues
+    ZR_LOG_INFO = 0x1000,      ///< normal operation
     ZR_LOG_DEBUG = 0x10000000, ///< every step
 };
 

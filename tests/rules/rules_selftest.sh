@@ -35,6 +35,8 @@ clean_tree()
         '### Locks of the standard producer' '| 1 | `List::Part::m_mutex` | `u3v_host/list.cpp` | d | plain |' >"$tree/docs/threading.md"
     printf 'zr_test::LetPass(5ms, "nothing comes");\nsleep_until(then); // time: the camera says so\n' >"$tree/tests/b_test.cpp"
     printf 'until ready; do\n    sleep 0.1 # until: it is ready\ndone\n' >"$tree/tests/c.sh"
+    printf '## Words\n\n| say | not |\n| fix | `mend` |\n| discard | `bury`, `throw away`, plain |\n| times out | `give up waiting` (always) |\n\n## Commits\n' >"$tree/docs/style.md"
+    printf '# A page\n\nThe amended commendation of a plain thrower.\n' >"$tree/docs/page.md"
     printf '# Quirks\n\n## Q07 kept\n\nModule.Open_Twice_IsRefused\n' >"$tree/docs/quirks.md"
 }
 
@@ -60,7 +62,7 @@ breaks()
 }
 
 clean_tree
-for rule in includes words paths whitespace quirks quirk_marks quirk_tests kept member_names locks links version waits; do expect pass "$rule" "clean tree"; done
+for rule in includes words paths whitespace quirks quirk_marks quirk_tests kept member_names locks links version waits glossary; do expect pass "$rule" "clean tree"; done
 
 breaks includes "gentl includes u3v" gentl/b.cpp '#include "u3v_control.h"\n'
 breaks includes "modules include the control channel" u3v_tl/b.cpp '#include "u3v_control.h"\n'
@@ -133,6 +135,10 @@ rm "$tree/docs/threading.md"
 expect fail locks "no page"
 breaks links "a document that is gone" docs/b.md 'see [that](gone.md#there)\n'
 breaks links "a picture that is gone" docs/b.md '<img src="pictures/gone.png">\n'
+breaks glossary "a word in a page" docs/b.md 'It mends itself.\n'
+breaks glossary "a word in a message" gentl/b.cpp 'const char* text = "Thrown away";\n'
+breaks glossary "several words" docs/b.md 'and then gave up waiting for it\n'
+breaks glossary "a form of one" docs/b.md 'It buries the buffer.\n'
 breaks waits "a sleep" tests/b_test.cpp 'std::this_thread::sleep_for(1ms);\n'
 breaks waits "another one" tests/b_test.cpp '    usleep(1000);\n'
 breaks waits "one in C, and a comment that says nothing" tests/b.c '    nanosleep(&t, NULL); /* until: */\n'

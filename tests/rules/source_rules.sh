@@ -340,6 +340,18 @@ links()
     done < <(tree_files | grep -E '\.md$')
 }
 
+# The words of docs/style.md that are not to be used: those in backticks in the table's last column. Of each word its
+# forms as well (mends, mended, mending; buries, thrown).
+glossary()
+{
+    local words
+    words=$(sed -n '/^## Words/,/^## Commits/p' docs/style.md 2>/dev/null | grep -E '^\|.*\|.*`' | sed -E 's/^\|[^|]*\|//' |
+        grep -oE '`[^`]+`' | tr -d '`' | sed -E 's/^throw\b/thr[eo]wn?/; s/y$/(y|ie)/; s/^give\b/g[ia]ve?/; s/^([^ ]+)/\1(s|d|ed|ing)?/' | paste -sd '|')
+    [ -n "$words" ] || { report "docs/style.md marks no words"; return; }
+    text_files | grep -vE '^(docs/style\.md|tests/rules/(source_rules|rules_selftest)\.sh)$' | tr '\n' '\0' |
+        xargs -0 -r grep -niIE "(^|[^a-zA-Z])($words)([^a-zA-Z]|\$)" /dev/null | report_from
+}
+
 # Tests wait for conditions, and let time go by on purpose only. tests/support/wait.h does both; a sleep elsewhere says
 # behind it what it is for: "until: <condition>" in a loop that ends with it, "time: <why>" where time itself is meant.
 waits()
@@ -386,7 +398,7 @@ report_from()
 }
 
 case "$rule" in
-    includes | words | paths | whitespace | quirks | quirk_marks | quirk_tests | kept | member_names | locks | links | version | waits) "$rule" ;;
+    includes | words | paths | whitespace | quirks | quirk_marks | quirk_tests | kept | member_names | locks | links | version | waits | glossary) "$rule" ;;
     *) echo "unknown rule $rule" >&2; exit 2 ;;
 esac
 offences=$((offences + $(wc -l <"$counter")))

@@ -85,7 +85,7 @@ std::string CameraUnit::Report() const
          << "  control transactions  " << m_stats.controlTransactions + now.controlTransactions
          << "\n"
          << "  requests              " << m_linkCounts.requests << ", " << m_linkCounts.unlinked
-         << " taken back\n"
+         << " cancelled\n"
          << "  most queued           " << m_linkCounts.maxQueued << " requests, "
          << m_linkCounts.maxBytes << " bytes\n"
          << "  starved               " << m_linkCounts.starved << " times within an image\n"

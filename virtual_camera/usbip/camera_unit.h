@@ -1,4 +1,4 @@
-// One virtual camera through all its plugs: what it is made from, and what its lives have counted.
+// One virtual camera through all its plugs: what it is made from, and the counters over all plugs.
 #ifndef VCAM_CAMERA_UNIT_H
 #define VCAM_CAMERA_UNIT_H
 

@@ -199,15 +199,14 @@ std::string CommandLine::Help()
     text << "Usage: zr_u3v_camera --attach [option ...]\n"
             "       zr_u3v_camera --listen[=ADDRESS[:PORT]] [option ...]\n\n"
             "Plugs virtual USB3 Vision cameras into the running kernel, or serves them to \"usbip\n"
-            "attach\". Ctrl-C unplugs them and prints what they have counted.\n\n"
+            "attach\". Ctrl-C unplugs them and prints their counters.\n\n"
             "Where:\n";
     Row(text, "--attach", "into this machine, through the module vhci-hcd; as root");
-    Row(text, "--listen[=ADDRESS:PORT]",
-        "as a USB/IP server, at 127.0.0.1:3240 unless told otherwise");
+    Row(text, "--listen[=ADDRESS:PORT]", "as a USB/IP server; default 127.0.0.1:3240");
     text << "\nWhat:\n";
-    Row(text, "--count N", "so many cameras; GUID, serial number and seed count on");
-    Row(text, "--camera KEY=VALUE,...", "what the first (then second, ...) camera has of its own");
-    Row(text, "--size WIDTHxHEIGHT", "both in one");
+    Row(text, "--count N", "number of cameras; GUID, serial number and seed count up");
+    Row(text, "--camera KEY=VALUE,...", "options of the first (then second, ...) camera");
+    Row(text, "--size WIDTHxHEIGHT", "--width and --height in one");
     for (const OptionName& name : OptionNames()) {
         Row(text, "--" + std::string(name.key) + (name.isSwitch ? "" : " VALUE"), name.meaning);
     }
@@ -222,7 +221,7 @@ std::string CommandLine::Help()
     for (const FaultName& fault : FaultNames()) {
         Row(text, fault.name, fault.effect);
     }
-    text << "\nExit status: 0, 1 when something went wrong, 2 for wrong options.\n";
+    text << "\nExit status: 0, 1 on failure, 2 for wrong options.\n";
     return text.str();
 }
 

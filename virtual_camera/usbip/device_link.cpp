@@ -269,7 +269,7 @@ bool DeviceLink::_Queue(const std::uint8_t* record)
     return true;
 }
 
-// A request that is still here is taken back; packets that it has got already go with it, as from a
+// A request that is still here is cancelled; packets that it has got already go with it, as from a
 // real controller. Any other has been answered before.
 bool DeviceLink::_Unlink(const std::uint8_t* record)
 {

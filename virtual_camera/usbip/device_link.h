@@ -18,7 +18,7 @@ namespace vcam {
 struct LinkCounts
 {
     std::uint64_t requests = 0;  // of all endpoints
-    std::uint64_t unlinked = 0;  // taken back by the host
+    std::uint64_t unlinked = 0;  // cancelled by the host
     std::uint64_t maxQueued = 0; // requests that waited at once on an IN endpoint
     std::uint64_t maxBytes = 0;  // and their bytes
     std::uint64_t starved = 0;   // times the host had no request there in the middle of an image
@@ -74,7 +74,7 @@ private:
     };
 
     // The answer to a request on endpoint 0, or on one that takes data, that is not due yet. One
-    // that never comes waits to be taken back.
+    // that never comes waits to be cancelled.
     struct Parked
     {
         Request request;

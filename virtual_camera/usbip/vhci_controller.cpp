@@ -34,7 +34,8 @@ void VhciController::Check() const
                         "  fix: sudo modprobe vhci-hcd");
     }
     if (::access((m_folder + "/attach").c_str(), W_OK) != 0) {
-        throw VhciError("no right to attach a device (" + m_folder + "/attach: " + Reason(errno) +
+        throw VhciError("no permission to attach a device (" + m_folder +
+                        "/attach: " + Reason(errno) +
                         ").\n  fix: run this program as root, for instance with sudo");
     }
 }
