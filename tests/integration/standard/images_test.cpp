@@ -81,6 +81,7 @@ TEST_F(Images, BufferInfo_IsWhatLeaderAndTrailerSay)
     const auto image = Next();
     ASSERT_TRUE(image);
     EXPECT_EQ(image->frameId, 7U);
+    EXPECT_EQ(Lost(), 0U) << "the first image is no gap";
     EXPECT_EQ(Info<size_t>(*image, BUFFER_INFO_WIDTH), 64U);
     EXPECT_EQ(Info<size_t>(*image, BUFFER_INFO_HEIGHT), 48U);
     EXPECT_EQ(Info<size_t>(*image, BUFFER_INFO_XOFFSET), 8U);
