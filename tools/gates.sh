@@ -274,7 +274,7 @@ run_gate()
         [ "$counted_skipped" -gt 0 ] && result+=", $counted_skipped skipped"
         if [ "$counted_failed" -gt 0 ]; then
             say "--- gate $name failed; what failed in ${log#"$root"/}, and its end:"
-            grep -E '^(FAIL|not ok|.*\*\*\*(Failed|Timeout))\b' "$log"
+            grep -E '^(FAIL|not ok|.*\*\*\*(Failed|Timeout))\b|^# \| ' "$log"
             grep -vE '^ +Start +[0-9]+:|[ .]Passed +[0-9.]+ sec' "$log" | tail -n "${ZR_LOG_LINES:-60}"
         fi
     fi
