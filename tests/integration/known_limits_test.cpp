@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr uint64_t kSilence = 700; // ms without an image: at 100 images per second none will come
+constexpr uint64_t kSilence = 700; // ms without an image: at 50 images per second none will come
 
 class KnownLimits : public ProducerTest
 {
@@ -31,13 +31,14 @@ std::string ShapeName(const ::testing::TestParamInfo<Shape>& info)
     return info.param.name;
 }
 
-// One camera, opened, streaming at a rate that any machine follows.
+// One camera, opened, streaming at a rate that any machine follows, and with buffers for more than
+// a second in which it does not.
 class Streaming
 {
 public:
     explicit Streaming(const std::string& options)
-        : m_camera("fps=100," + options), m_opened(m_session),
-          m_stream(m_opened, m_camera.PayloadSize())
+        : m_camera("fps=50," + options), m_opened(m_session),
+          m_stream(m_opened, m_camera.PayloadSize(), 64)
     {
         m_stream.Start();
     }

@@ -133,7 +133,7 @@ TEST_F(Streaming, SlowCamera_EveryImageComesAtItsRate)
     const vusb::Camera camera("width=64,height=64,fps=20");
     const auto session = OpenSession();
     const OpenCamera opened(session);
-    ImageStream stream(opened, camera.PayloadSize());
+    ImageStream stream(opened, camera.PayloadSize(), 20); // as many as images: none is lost
     stream.Start();
     const auto begin = std::chrono::steady_clock::now();
     ExpectExactImages(stream, camera, 0, 20);
