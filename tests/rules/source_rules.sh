@@ -85,7 +85,7 @@ may_include_foreign()
         miniz*) [[ $1 == archive || $1 == virtual_camera ]] ;;
         png*) [[ $1 == demo || $1 == zr_u3v_tool ]] ;;
         nlohmann/*) [[ $1 == zr_u3v_tool || $1 == bench ]] ;;
-        zip.h | tiff* | SDL* | CLI/*) [[ $1 == zr_u3v_tool ]] ;;
+        zip.h | tiff* | SDL* | CLI/* | arv.h) [[ $1 == zr_u3v_tool ]] ;;
         *) return 0 ;;
     esac
 }
