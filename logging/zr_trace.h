@@ -35,9 +35,10 @@ void SetTraceHook(ZrTraceHook hook);
 // Whether formatting these arguments might fail. It fails for a text that is too long for any
 // number of characters to be told, never for one that fits a line.
 template <class... Arguments>
-bool MayNotBeFormattable(const Arguments&... arguments)
+bool MayNotBeFormattable(const char* /*format*/, const Arguments&... arguments)
 {
-    [[maybe_unused]] const auto may = []<class T>(const T& argument) {
+    [[maybe_unused]] const auto may = [](const auto& argument) {
+        using T = std::remove_cvref_t<decltype(argument)>;
         static_assert(std::is_scalar_v<T> || std::is_convertible_v<T, const char*>);
         if constexpr (std::is_convertible_v<T, const char*>) {
             const char* const text = argument;
@@ -51,8 +52,6 @@ bool MayNotBeFormattable(const Arguments&... arguments)
 // TraceA for everything that the library does. Every call traces, so the usual case that nobody
 // looks must cost no more than to see it.
 // Quirk Q05: a line that nobody looks at is dropped, here before it is made. A macro, because the
-// compiler checks the format against the arguments; they are evaluated twice.
-#define ZR_TRACE(level, format, ...)                                                               \
-    (IsTraced() || MayNotBeFormattable(__VA_ARGS__)                                                \
-         ? TraceA(level, format __VA_OPT__(, ) __VA_ARGS__)                                        \
-         : void())
+// compiler checks the format, which comes first, against the arguments; they are evaluated twice.
+#define ZR_TRACE(level, ...)                                                                       \
+    (IsTraced() || MayNotBeFormattable(__VA_ARGS__) ? TraceA(level, __VA_ARGS__) : void())

@@ -149,9 +149,9 @@ TEST_F(TraceTest, MayNotBeFormattable_OnlyForATextThatFillsALine)
     const char* const none = nullptr;
     const std::string fits(kTraceLineSize - 1, 'x');
     const std::string fills(kTraceLineSize, 'x');
-    EXPECT_FALSE(MayNotBeFormattable());
-    EXPECT_FALSE(MayNotBeFormattable(1, 2u, none, "text", fits.c_str()));
-    EXPECT_TRUE(MayNotBeFormattable(1, fills.c_str()));
+    EXPECT_FALSE(MayNotBeFormattable("text"));
+    EXPECT_FALSE(MayNotBeFormattable("%d", 1, 2u, none, "text", fits.c_str()));
+    EXPECT_TRUE(MayNotBeFormattable("%d%s", 1, fills.c_str()));
 }
 
 // The one thing that a host hears of must not depend on whether anybody reads the lines. That the
