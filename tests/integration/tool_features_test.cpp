@@ -17,12 +17,6 @@ const Json* Find(const Json& features, const std::string& name)
     return nullptr;
 }
 
-Json FeaturesOf(const Result& result)
-{
-    EXPECT_EQ(result.code, 0) << result.errors;
-    return Json::parse(result.output, nullptr, false);
-}
-
 // ---- features ---------------------------------------------------------------------------------
 
 TEST_F(ToolTest, Features_AreATreeWithValueUnitAndChoices)
