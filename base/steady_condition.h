@@ -7,6 +7,18 @@
 
 #include "zr_sync.h"
 
+// The steady clock as exactly as it takes to tell whether `deadline` has come: far from it the time
+// of the last tick is enough, which costs no system call, whatever the machine takes its time from.
+inline std::chrono::steady_clock::time_point
+NowBefore(std::chrono::steady_clock::time_point deadline)
+{
+    using namespace std::chrono;
+    timespec tick{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &tick);
+    const steady_clock::time_point last(seconds(tick.tv_sec) + nanoseconds(tick.tv_nsec));
+    return last + milliseconds(50) < deadline ? last : steady_clock::now();
+}
+
 // A condition variable on the steady clock, which nobody sets: a wait neither ends early nor lasts
 // longer because the machine's time was corrected.
 class SteadyCondition

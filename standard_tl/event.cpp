@@ -66,7 +66,7 @@ GC_ERROR Event::_wait(u3v_host::Deadline deadline)
     }
     const Counted waiting(m_waiting);
     while (_count() == 0) {
-        if (std::chrono::steady_clock::now() >= deadline) {
+        if (NowBefore(deadline) >= deadline) {
             return Refuse(GC_ERR_TIMEOUT, "nothing came in time");
         }
         m_wakeup.Wait(m_mutex, deadline);

@@ -7,7 +7,6 @@
 
 #include "handle_table.h"
 #include "info.h"
-#include "steady_condition.h"
 #include "wakeup.h"
 #include "zr_sync.h"
 #include <zr_u3v_tl/gentl.h>
@@ -77,20 +76,6 @@ private:
     bool m_ended ZR_GUARDED_BY(m_mutex) = false;
 };
 
-// A wake-up for events that no transfer of a camera stands behind.
-class PlainWakeup final : public u3v_host::Wakeup
-{
-public:
-    void Wait(Mutex& mutex, u3v_host::Deadline deadline) override ZR_REQUIRES(mutex)
-    {
-        m_condition.Wait(mutex, deadline);
-    }
-    void NotifyAll() override { m_condition.Broadcast(); }
-
-private:
-    SteadyCondition m_condition;
-};
-
 // An event with entries of its own. Whoever causes them may be hostile: no more than kMostEntries
 // are kept, the oldest make room. The memory of an entry is used again.
 class QueuedEvent final : public Event
@@ -112,7 +97,7 @@ private:
     std::vector<uint8_t>& _entry(size_t index) ZR_REQUIRES(m_mutex);
 
     Mutex m_ownMutex; // which m_mutex refers to
-    PlainWakeup m_ownWakeup;
+    u3v_host::PlainWakeup m_ownWakeup;
     std::array<std::vector<uint8_t>, kMostEntries> m_entries ZR_GUARDED_BY(m_mutex); // a ring
     size_t m_first ZR_GUARDED_BY(m_mutex) = 0;
     size_t m_size ZR_GUARDED_BY(m_mutex) = 0;

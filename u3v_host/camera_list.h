@@ -9,12 +9,11 @@
 
 #include "camera_info.h"
 #include "host_limits.h"
+#include "wakeup.h"
 
 namespace u3v_host {
 
 class Camera;
-
-using Deadline = std::chrono::steady_clock::time_point; // Deadline::max(): for ever
 
 // The defaults are what the product uses; tests shorten times and have a device tree of their own.
 struct CameraListOptions

@@ -1,7 +1,6 @@
 #include "event_loop.h"
 
 #include <algorithm>
-#include <atomic>
 #include <pthread.h>
 #include <system_error>
 #include <thread>
@@ -9,6 +8,7 @@
 #include <vector>
 
 #include "error.h"
+#include "event_service.h"
 #include "steady_condition.h"
 #include "wakeup.h"
 #include "zr_signal_mask.h"
@@ -20,47 +20,23 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// How long one call into libusb may last when nothing is due; it is woken for everything else.
-constexpr std::chrono::hours kLongest{1};
-// A libusb that cannot serve fails at once, each time: no reason to keep the processor busy.
-constexpr std::chrono::milliseconds kAfterFailure{10};
-
-timeval UntilThen(Deadline deadline)
-{
-    using std::chrono::microseconds;
-    const auto now = Clock::now();
-    const auto left = std::clamp(deadline, now, now + kLongest) - now;
-    const auto us = std::chrono::ceil<microseconds>(left).count();
-    timeval time{};
-    time.tv_sec = us / 1'000'000;
-    time.tv_usec = us % 1'000'000;
-    return time;
-}
-
 } // namespace
 
 // Shared with the wake-ups, which may outlive the loop.
 class EventLoop::Core
 {
 public:
-    Core() : m_context(UsbContext::Make()) {}
+    Core() : m_service(UsbContext::Make()) {}
 
     void Start();
     void Stop() ZR_EXCLUDES(m_mutex);
 
-    const std::shared_ptr<UsbContext>& Context() const { return m_context; }
-    bool IsForked() const { return m_context->IsForked(); }
-    bool IsServing() const { return OnLibraryThread() && m_serving; }
-    bool OnLibraryThread() const { return std::this_thread::get_id() == m_threadId; }
+    EventService& Service() { return m_service; }
+    bool IsForked() const { return m_service.Context()->IsForked(); }
 
     void Post(Owner owner, std::function<void()> task, std::chrono::milliseconds delay)
         ZR_EXCLUDES(m_mutex);
     void Forget(Owner owner) ZR_EXCLUDES(m_mutex);
-
-    // Library's thread only: handles events until something has happened or the time is over.
-    void Serve(Deadline until) ZR_EXCLUDES(m_mutex);
-    // Makes Serve return, also if it is about to begin.
-    void Interrupt() { libusb_interrupt_event_handler(m_context->Native()); }
 
 private:
     struct Task
@@ -75,13 +51,14 @@ private:
     bool _takeDueTask(Task& task) ZR_REQUIRES(m_mutex);
     Deadline _nextDue() ZR_EXCLUDES(m_mutex);
 
-    const std::shared_ptr<UsbContext> m_context;
+    bool _isOnLibraryThread() const { return std::this_thread::get_id() == m_threadId; }
+
+    EventService m_service;
     std::thread m_thread;
     std::thread::id m_threadId;
-    std::atomic<bool> m_serving{false};
 
     Mutex m_mutex;
-    SteadyCondition m_changed;                        // a task has ended, the loop is to end
+    SteadyCondition m_changed;                        // a task has ended
     std::vector<Task> m_tasks ZR_GUARDED_BY(m_mutex); // in the order of posting
     Owner m_running ZR_GUARDED_BY(m_mutex) = nullptr;
     bool m_stop ZR_GUARDED_BY(m_mutex) = false;
@@ -106,9 +83,8 @@ void EventLoop::Core::Stop()
     {
         Locker lock(m_mutex);
         m_stop = true;
-        m_changed.Broadcast();
     }
-    Interrupt();
+    m_service.Rouse();
     m_thread.join();
     Locker lock(m_mutex);
     m_tasks.clear();
@@ -116,8 +92,12 @@ void EventLoop::Core::Stop()
 
 void EventLoop::Core::_run()
 {
-    while (_runDueTasks()) {
-        Serve(_nextDue());
+    for (;;) {
+        const uint64_t seen = m_service.Roused();
+        if (!_runDueTasks()) {
+            return;
+        }
+        m_service.StandBy(seen, _nextDue());
     }
 }
 
@@ -162,27 +142,13 @@ Deadline EventLoop::Core::_nextDue()
     return next;
 }
 
-void EventLoop::Core::Serve(Deadline until)
-{
-    timeval time = UntilThen(until);
-    m_serving = true;
-    const int result = libusb_handle_events_timeout_completed(m_context->Native(), &time, nullptr);
-    m_serving = false;
-    if (result < 0 && result != LIBUSB_ERROR_INTERRUPTED) {
-        Locker lock(m_mutex);
-        if (!m_stop) {
-            m_changed.Wait(m_mutex, std::min(until, Clock::now() + kAfterFailure));
-        }
-    }
-}
-
 void EventLoop::Core::Post(Owner owner, std::function<void()> task, std::chrono::milliseconds delay)
 {
     {
         Locker lock(m_mutex);
         m_tasks.push_back({owner, std::move(task), Clock::now() + delay});
     }
-    Interrupt();
+    m_service.Rouse();
 }
 
 void EventLoop::Core::Forget(Owner owner)
@@ -196,25 +162,36 @@ void EventLoop::Core::Forget(Owner owner)
                                              [owner](const Task& t) { return t.owner != owner; });
     std::move(first, m_tasks.end(), std::back_inserter(dropped));
     m_tasks.erase(first, m_tasks.end());
-    while (m_running == owner && !OnLibraryThread()) {
+    while (m_running == owner && !_isOnLibraryThread()) {
         m_changed.Wait(m_mutex, Deadline::max());
     }
 }
 
-// A condition, unless it is the library's own thread that waits: then nobody else serves, so it
-// does so itself.
+// A mutex that is free as long as this exists.
+class ZR_SCOPED_CAPABILITY Released
+{
+public:
+    explicit Released(Mutex& mutex) ZR_RELEASE(mutex) : m_mutex(mutex) { m_mutex.Unlock(); }
+    ~Released() ZR_RELEASE() { m_mutex.Lock(); }
+    Released(const Released&) = delete;
+    Released& operator=(const Released&) = delete;
+
+private:
+    Mutex& m_mutex;
+};
+
 class EventLoop::LoopWakeup final : public Wakeup
 {
 public:
     explicit LoopWakeup(std::shared_ptr<Core> core)
-        : m_core(std::move(core)), m_condition(std::make_unique<SteadyCondition>())
+        : m_core(std::move(core)), m_waiters(std::make_unique<EventService::Waiters>())
     {
     }
     ~LoopWakeup() override
     {
         if (m_core->IsForked()) {
             // Destroying a condition waits for its waiters; those were the parent's threads.
-            static_cast<void>(m_condition.release());
+            static_cast<void>(m_waiters.release());
         }
     }
     LoopWakeup(const LoopWakeup&) = delete;
@@ -222,29 +199,28 @@ public:
 
     void Wait(Mutex& mutex, Deadline deadline) override ZR_REQUIRES(mutex)
     {
-        if (!m_core->OnLibraryThread()) {
-            m_condition->Wait(mutex, deadline);
+        if (m_core->IsForked()) {
+            m_inChild.Wait(mutex, deadline);
             return;
         }
-        m_served = true; // before the mutex is free: whoever notifies from then on interrupts
-        mutex.Unlock();
-        m_core->Serve(deadline);
-        mutex.Lock();
-        m_served = false;
+        const uint64_t seen = m_waiters->Notified();
+        const Released released(mutex);
+        m_core->Service().Wait(*m_waiters, seen, deadline);
     }
 
     void NotifyAll() override
     {
-        m_condition->Broadcast();
-        if (m_served && !m_core->OnLibraryThread()) {
-            m_core->Interrupt();
+        if (m_core->IsForked()) {
+            m_inChild.NotifyAll();
+        } else {
+            m_core->Service().Notify(*m_waiters);
         }
     }
 
 private:
     const std::shared_ptr<Core> m_core;
-    std::unique_ptr<SteadyCondition> m_condition;
-    std::atomic<bool> m_served{false};
+    std::unique_ptr<EventService::Waiters> m_waiters;
+    PlainWakeup m_inChild; // in a forked process, where nobody serves
 };
 
 EventLoop::EventLoop() : m_core(std::make_shared<Core>())
@@ -265,7 +241,7 @@ EventLoop::~EventLoop()
 
 const std::shared_ptr<UsbContext>& EventLoop::Context() const
 {
-    return m_core->Context();
+    return m_core->Service().Context();
 }
 
 void EventLoop::Post(Owner owner, std::function<void()> task, std::chrono::milliseconds delay)
@@ -285,7 +261,7 @@ std::unique_ptr<Wakeup> EventLoop::MakeWakeup()
 
 bool EventLoop::IsServing() const
 {
-    return m_core->IsServing();
+    return m_core->Service().IsServing();
 }
 
 bool EventLoop::IsForked() const

@@ -10,12 +10,12 @@ namespace u3v_host {
 
 class Wakeup;
 
-// Serves the events of one libusb context: completions of transfers, hotplug. One thread of the
-// library does so, asleep when nothing happens.
+// Serves the events of one libusb context: completions of transfers, hotplug. Threads that wait on
+// a Wakeup do so, and when there is none one thread of the library, asleep when nothing happens.
 //
-// Callbacks of libusb must be short and must not wait for a completion, which would come from the
-// very thread that waits. What takes longer is posted: tasks run on the library's thread outside of
-// every callback, and a Wakeup that they wait on serves events meanwhile.
+// Callbacks of libusb come on any of these threads. They must be short and must not wait for a
+// completion, which would come from the very thread that waits. What takes longer is posted: tasks
+// run on the library's thread outside of every callback, and may wait on a Wakeup.
 class EventLoop
 {
 public:

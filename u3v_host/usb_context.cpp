@@ -1,11 +1,38 @@
 #include "usb_context.h"
 
+#include <atomic>
+#include <pthread.h>
+
 #include "error.h"
 
 namespace u3v_host {
 
+namespace {
+
+std::atomic<unsigned> g_forks{0};
+
+void CountForks()
+{
+    static const bool counts = pthread_atfork(nullptr, nullptr, [] { ++g_forks; }) == 0;
+    if (!counts) {
+        throw Error(ErrorKind::ResourceExhausted, "the system has no memory to tell of forks");
+    }
+}
+
+} // namespace
+
+UsbContext::UsbContext(libusb_context* native) : m_native(native), m_forks(g_forks)
+{
+}
+
+bool UsbContext::IsForked() const
+{
+    return m_forks != g_forks.load(std::memory_order_relaxed);
+}
+
 std::shared_ptr<UsbContext> UsbContext::Make()
 {
+    CountForks();
     libusb_context* native = nullptr;
     const int result = libusb_init(&native);
     if (result != LIBUSB_SUCCESS) {

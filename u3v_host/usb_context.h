@@ -2,7 +2,6 @@
 
 #include <libusb.h>
 #include <memory>
-#include <unistd.h>
 
 namespace u3v_host {
 
@@ -22,13 +21,15 @@ public:
     UsbContext& operator=(const UsbContext&) = delete;
 
     libusb_context* Native() const { return m_native; }
-    bool IsForked() const { return getpid() != m_process; }
+    // Costs no system call.
+    bool IsForked() const;
 
 private:
-    explicit UsbContext(libusb_context* native) : m_native(native), m_process(getpid()) {}
+    explicit UsbContext(libusb_context* native);
 
     libusb_context* const m_native;
-    const pid_t m_process;
+    const unsigned
+        m_forks; // as many forks lie between the process that loaded the library and this
 };
 
 // A referenced device and an open one. Each keeps the context.

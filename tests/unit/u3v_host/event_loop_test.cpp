@@ -273,6 +273,172 @@ TEST_F(WakeupTest, Wait_WithinATask_EndsAtTheDeadline)
     EXPECT_TRUE(Eventually([&] { return done.load(); }));
 }
 
+// ---- who serves: the one who waits, else one who waits too, else the library's thread
+
+// Tells on which thread the bus' callbacks arrive.
+class ServingTest : public WakeupTest
+{
+protected:
+    void SetUp() override
+    {
+        WakeupTest::SetUp();
+        ASSERT_EQ(libusb_hotplug_register_callback(
+                      Loop().Context()->Native(), LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED,
+                      LIBUSB_HOTPLUG_NO_FLAGS, LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY,
+                      LIBUSB_HOTPLUG_MATCH_ANY, _onArrival, this, nullptr),
+                  LIBUSB_SUCCESS);
+    }
+    static uint64_t Calls() { return vusb_call_count("libusb_handle_events_timeout_completed"); }
+    // Who is told that the camera has arrived; nobody within a long time: no thread.
+    std::thread::id ServerOfAnArrival()
+    {
+        m_server = std::thread::id();
+        m_camera.Unplug();
+        m_camera.Replug();
+        EXPECT_TRUE(Eventually([&] { return m_server.load() != std::thread::id(); }));
+        return m_server;
+    }
+    bool Serves(const std::thread& thread)
+    {
+        return Eventually([&] { return ServerOfAnArrival() == thread.get_id(); });
+    }
+
+private:
+    static int _onArrival(libusb_context*, libusb_device*, libusb_hotplug_event, void* self)
+    {
+        static_cast<ServingTest*>(self)->m_server = std::this_thread::get_id();
+        return 0;
+    }
+
+    const vusb::Camera m_camera;
+    std::atomic<std::thread::id> m_server{};
+};
+
+TEST_F(ServingTest, NobodyWaits_TheLibrarysThreadServes)
+{
+    EXPECT_NE(ServerOfAnArrival(), std::this_thread::get_id());
+}
+
+TEST_F(ServingTest, SomebodyWaits_HeServesHimself)
+{
+    std::thread waiter([this] { EXPECT_TRUE(AwaitSet(Deadline::max())); });
+    EXPECT_TRUE(Serves(waiter));
+    Set();
+    waiter.join();
+}
+
+TEST_F(ServingTest, TheWaiterHasGone_TheLibrarysThreadServesAgain)
+{
+    std::thread waiter([this] { EXPECT_FALSE(AwaitSet(In(20ms))); });
+    const auto id = waiter.get_id();
+    waiter.join();
+    EXPECT_NE(ServerOfAnArrival(), id);
+}
+
+TEST_F(ServingTest, SeveralWait_WhenTheLeaderGoesAnotherServes)
+{
+    const auto other = Loop().MakeWakeup();
+    std::atomic<bool> ends = false;
+    std::thread leader([this] { EXPECT_TRUE(AwaitSet(Deadline::max())); });
+    EXPECT_TRUE(Serves(leader));
+    std::thread follower([&] {
+        Mutex mutex;
+        Locker lock(mutex);
+        while (!ends) {
+            other->Wait(mutex, Deadline::max());
+        }
+    });
+    Set();
+    leader.join();
+    EXPECT_TRUE(Serves(follower));
+    ends = true;
+    other->NotifyAll();
+    follower.join();
+}
+
+TEST_F(ServingTest, TaskPostedWhileSomebodyServes_RunsOnTheLibrarysThread)
+{
+    std::thread waiter([this] { EXPECT_TRUE(AwaitSet(Deadline::max())); });
+    for (int i = 0; i < 200; ++i) {
+        std::atomic<bool> ran = false;
+        Loop().Post(this, [&] {
+            EXPECT_NE(std::this_thread::get_id(), waiter.get_id());
+            ran = true;
+        });
+        ASSERT_TRUE(Eventually([&] { return ran.load(); })) << i;
+    }
+    Set();
+    waiter.join();
+}
+
+// Posting races with waits that begin and end, each of which sets the library's thread's alarm.
+TEST_F(ServingTest, TasksPostedWhileWaitsComeAndGo_NoneIsForgotten)
+{
+    std::atomic<bool> ends = false;
+    std::thread waiter([&] {
+        while (!ends) {
+            AwaitSet(In(1ms));
+        }
+    });
+    for (int i = 0; i < 2000; ++i) {
+        std::atomic<bool> ran = false;
+        Loop().Post(this, [&] { ran = true; });
+        while (!ran) {
+            std::this_thread::yield();
+        }
+    }
+    ends = true;
+    waiter.join();
+}
+
+TEST_F(ServingTest, SomebodyWaitsLong_CostsNoProcessor)
+{
+    std::thread waiter([this] { EXPECT_TRUE(AwaitSet(Deadline::max())); });
+    ASSERT_TRUE(Serves(waiter));
+    const uint64_t calls = Calls();
+    const auto before = ProcessorTime();
+    std::this_thread::sleep_for(200ms);
+    EXPECT_LE(Calls() - calls, 1U);
+    EXPECT_LT(ProcessorTime() - before, 20ms);
+    Set();
+    waiter.join();
+}
+
+// A consumer that comes back at once leaves the library's thread asleep: it is called away once.
+TEST_F(ServingTest, WaitAfterWait_TheLibrarysThreadStaysOut)
+{
+    AwaitSet(In(1ms));
+    const uint64_t interrupts = vusb_call_count("libusb_interrupt_event_handler");
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 100; ++i) {
+        AwaitSet(In(1ms));
+    }
+    const auto turns = (std::chrono::steady_clock::now() - begin) / 4ms;
+    EXPECT_LE(vusb_call_count("libusb_interrupt_event_handler") - interrupts,
+              static_cast<uint64_t>(turns) / 4);
+}
+
+TEST_F(ServingTest, FollowerIsCancelled_OthersServe)
+{
+    const auto other = Loop().MakeWakeup();
+    std::thread leader([this] { EXPECT_TRUE(AwaitSet(Deadline::max())); });
+    EXPECT_TRUE(Serves(leader));
+    std::thread follower([&] {
+        Mutex mutex;
+        Locker lock(mutex);
+        for (;;) {
+            other->Wait(mutex, Deadline::max());
+        }
+    });
+    const auto id = follower.get_id();
+    pthread_cancel(follower.native_handle());
+    follower.join();
+    EXPECT_TRUE(Serves(leader));
+    Set();
+    leader.join();
+    EXPECT_NE(ServerOfAnArrival(), id);
+}
+
 TEST_F(WakeupTest, Wakeup_OutlivesTheLoop_StillWakes)
 {
     m_loop.reset();
