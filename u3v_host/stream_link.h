@@ -12,6 +12,7 @@ namespace u3v_host {
 
 class ImageSink;
 class StreamReceiver;
+class Wakeup;
 
 // What a stream receiver needs of the opened camera that it belongs to. Outlives the receiver.
 class StreamLink
@@ -33,6 +34,9 @@ public:
     // may wait for the camera. Never throws; a job that is still waiting when the camera closes is
     // dropped.
     virtual void Defer(std::chrono::milliseconds delay, std::function<void()> job) = 0;
+
+    // For waits for this stream's transfers.
+    virtual std::unique_ptr<Wakeup> MakeWakeup() = 0;
 
     // A transfer has found that the camera is gone. May be called within a libusb callback.
     virtual void HasLeft() = 0;

@@ -20,6 +20,7 @@ constexpr auto kLongestDelay = 50ms;   // between failed transfers
 constexpr auto kRefusalDelay = 100ms;  // until a refused transfer is tried again
 constexpr size_t kPacketOfTheBus = 1024;
 constexpr size_t kLargestSmall = 16 * 1024;
+constexpr size_t kMostSmallDeviceMemory = 256 * 1024;
 constexpr unsigned kCautiousImages = 4;
 
 // Comes alone: how many bytes it takes to get back into step is not known before.
@@ -41,6 +42,17 @@ size_t SlotCount(const StreamPlan& plan, const StreamDepth& depth)
     return static_cast<size_t>(std::min<uint64_t>(perImage * depth.images, depth.transfers));
 }
 
+// Device memory saves the kernel a copy and an allocation for each leader and trailer. It counts
+// against a limit that the images need more.
+UsbBlock AllocateSmall(const std::shared_ptr<libusb_device_handle>& handle, size_t size)
+{
+    UsbBlock block;
+    if (size <= kMostSmallDeviceMemory) {
+        block = UsbBlock::AllocateForDevice(handle, size);
+    }
+    return block.Data() != nullptr ? std::move(block) : UsbBlock::Allocate(size);
+}
+
 // What the kernel's limit has to be for two images of this camera beside what is in use.
 std::string RefusalText(int result, const StreamPlan& plan)
 {
@@ -57,8 +69,9 @@ std::string RefusalText(int result, const StreamPlan& plan)
 StreamSession::StreamSession(StreamLink& link, ImageSink& sink, const StreamPlan& plan,
                              const StreamDepth& depth)
     : m_link(link), m_sink(sink), m_handle(link.Handle()), m_plan(plan), m_depth(depth),
-      m_packet(link.PacketSize()), m_smallSize(SmallSize(plan, m_packet)),
-      m_assembler(plan, m_packet, sink), m_limit(SlotCount(plan, depth))
+      m_wakeup(link.MakeWakeup()), m_packet(link.PacketSize()),
+      m_smallSize(SmallSize(plan, m_packet)), m_assembler(plan, m_packet, sink),
+      m_limit(SlotCount(plan, depth))
 {
     Locker lock(m_mutex);
     _makeSlots();
@@ -66,7 +79,7 @@ StreamSession::StreamSession(StreamLink& link, ImageSink& sink, const StreamPlan
 
 void StreamSession::_makeSlots()
 {
-    m_smallBlocks.resize(m_smallSize * m_limit);
+    m_smallBlocks = AllocateSmall(m_handle, m_smallSize * m_limit);
     m_slots.reserve(m_limit);
     for (size_t i = 0; i < m_limit; ++i) {
         TransferPtr transfer(libusb_alloc_transfer(0), libusb_free_transfer);
@@ -75,7 +88,7 @@ void StreamSession::_makeSlots()
         }
         m_slots.push_back({.session = this,
                            .transfer = std::move(transfer),
-                           .small = m_smallBlocks.data() + i * m_smallSize,
+                           .small = m_smallBlocks.Data() + i * m_smallSize,
                            .large = {},
                            .place = {},
                            .length = 0,
@@ -129,7 +142,7 @@ void StreamSession::_advance()
     }
     _submitAhead();
     if (m_state == State::Ending) {
-        m_changed.Broadcast();
+        m_wakeup->NotifyAll();
     }
 }
 
@@ -419,19 +432,19 @@ bool StreamSession::End(bool kill)
 
 void StreamSession::_waitUntilWhole()
 {
-    const auto deadline = SteadyCondition::Deadline::clock::now() + kImageUnderWay;
+    const auto deadline = Deadline::clock::now() + kImageUnderWay;
     const uint64_t started = m_assembler.Started();
     while (m_assembler.IsImageOpen() && m_assembler.Started() == started && !m_gone &&
-           SteadyCondition::Deadline::clock::now() < deadline) {
-        m_changed.Wait(m_mutex, deadline);
+           Deadline::clock::now() < deadline) {
+        m_wakeup->Wait(m_mutex, deadline);
     }
 }
 
 bool StreamSession::_waitUntilReaped()
 {
-    const auto deadline = SteadyCondition::Deadline::clock::now() + kReaping;
-    while (m_pending != 0 && SteadyCondition::Deadline::clock::now() < deadline) {
-        m_changed.Wait(m_mutex, deadline);
+    const auto deadline = Deadline::clock::now() + kReaping;
+    while (m_pending != 0 && Deadline::clock::now() < deadline) {
+        m_wakeup->Wait(m_mutex, deadline);
     }
     return m_pending == 0;
 }

@@ -8,11 +8,12 @@
 #include <span>
 #include <vector>
 
-#include "steady_condition.h"
 #include "stream_assembler.h"
 #include "stream_link.h"
 #include "stream_plan.h"
 #include "stream_receiver.h"
+#include "usb_block.h"
+#include "wakeup.h"
 #include "zr_sync.h"
 
 namespace u3v_host {
@@ -124,13 +125,13 @@ private:
     const std::shared_ptr<libusb_device_handle> m_handle;
     const StreamPlan m_plan;
     const StreamDepth m_depth;
+    const std::unique_ptr<Wakeup> m_wakeup; // for End
     const size_t m_packet;
     const size_t m_smallSize;
 
     mutable Mutex m_mutex;
-    SteadyCondition m_changed; // for End
     StreamAssembler m_assembler ZR_GUARDED_BY(m_mutex);
-    std::vector<uint8_t> m_smallBlocks ZR_GUARDED_BY(m_mutex);
+    UsbBlock m_smallBlocks ZR_GUARDED_BY(m_mutex);
     std::vector<Slot> m_slots ZR_GUARDED_BY(m_mutex); // a ring, in the order of submission
     size_t m_first ZR_GUARDED_BY(m_mutex) = 0;
     size_t m_used ZR_GUARDED_BY(m_mutex) = 0; // submitted and not yet taken

@@ -132,6 +132,10 @@ public:
         delays.push_back(delay);
         m_jobs.push_back(std::move(job));
     }
+    std::unique_ptr<u3v_host::Wakeup> MakeWakeup() override
+    {
+        return std::make_unique<u3v_host::PlainWakeup>();
+    }
     void HasLeft() override { ++left; }
 
     bool RunJob();
