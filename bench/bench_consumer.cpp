@@ -31,8 +31,8 @@ Library::Library(size_t cameras, uint64_t update_ms)
     }
 }
 
-OpenCamera::OpenCamera(const Library& library, size_t index)
-    : Camera(library.Session(), library.Session().CameraIds().at(index)), m_stream(*this)
+OpenCamera::OpenCamera(const consumer::Session& session, size_t index)
+    : Camera(session, session.CameraIds().at(index)), m_stream(*this)
 {
 }
 

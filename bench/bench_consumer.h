@@ -35,7 +35,11 @@ private:
 class OpenCamera : public consumer::Camera
 {
 public:
-    explicit OpenCamera(const Library& library, size_t index = 0);
+    explicit OpenCamera(const consumer::Session& session, size_t index = 0);
+    explicit OpenCamera(const Library& library, size_t index = 0)
+        : OpenCamera(library.Session(), index)
+    {
+    }
 
     const consumer::DataStream& Stream() const { return m_stream; }
     size_t Payload() const;
@@ -47,12 +51,14 @@ private:
     const consumer::DataStream m_stream;
 };
 
-// Announced and queued buffers in the consumer's own memory.
+// Announced and queued buffers. The standard producer needs the camera's switch.
 class Images : public consumer::Acquisition
 {
 public:
-    Images(const OpenCamera& camera, size_t buffers)
-        : Acquisition(camera.Stream(), camera.Payload(), buffers)
+    Images(const OpenCamera& camera, size_t buffers,
+           consumer::BufferMemory memory = consumer::BufferMemory::OfConsumer,
+           consumer::CameraSwitch camera_switch = {})
+        : Acquisition(camera.Stream(), camera.Payload(), buffers, memory, std::move(camera_switch))
     {
     }
 

@@ -63,7 +63,12 @@ bool Row::Kept() const
 
 void Report::Add(Row row)
 {
-    std::fprintf(stderr, "%s: %s\n", row.figure.c_str(), WithUnit(row.value, row.unit).c_str());
+    const Cells cells = CellsOf(row);
+    std::fprintf(stderr, "%s: %s", cells[0].c_str(), cells[1].c_str());
+    if (!row.against.empty()) {
+        std::fprintf(stderr, "; %s: %s", row.against.c_str(), cells[3].c_str());
+    }
+    std::fprintf(stderr, "\n");
     m_rows.push_back(std::move(row));
 }
 

@@ -29,9 +29,6 @@ constexpr uint64_t kStreamControl = 0x20004;
 constexpr uint64_t kRequiredPayload = 0x20008;
 constexpr uint64_t kStreamSizes = 0x20018; // leader, transfer size and count, two finals, trailer
 constexpr uint64_t kAcquisition = 0x50014;
-constexpr uint32_t kTransferSize = 0x100000;
-constexpr uint32_t kLeaderSize = 52;
-constexpr uint32_t kTrailerSize = 32;
 
 void NeedUsb(int result, const char* call)
 {

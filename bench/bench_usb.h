@@ -30,6 +30,10 @@ public:
 class UsbCamera
 {
 public:
+    static constexpr uint32_t kLeaderSize = 52;
+    static constexpr uint32_t kTrailerSize = 32;
+    static constexpr uint32_t kTransferSize = 0x100000; // of a payload transfer
+
     // The index-th camera of the bus, its interfaces claimed.
     explicit UsbCamera(size_t index);
     ~UsbCamera();
@@ -45,6 +49,7 @@ public:
     void Start();
     void Stop();
     size_t Payload() const { return m_payload; }
+    uint8_t StreamEndpoint() const { return m_streamIn; }
     // Reads one image, leader to trailer, one transfer at a time. The memory holds Payload() bytes.
     void ReadImage(uint8_t* memory);
 
