@@ -395,11 +395,12 @@ TEST_F(ServingTest, SomebodyWaitsLong_CostsNoProcessor)
 {
     std::thread waiter([this] { EXPECT_TRUE(AwaitSet(Deadline::max())); });
     ASSERT_TRUE(Serves(waiter));
-    const uint64_t calls = Calls();
-    const auto before = ProcessorTime();
-    zr_test::LetPass(200ms, "somebody waits, and nothing happens");
-    EXPECT_LE(Calls() - calls, 1U);
-    EXPECT_LT(ProcessorTime() - before, 20ms);
+    EXPECT_TRUE(Eventually([] { // the machine may take some time for itself, not each time
+        const uint64_t calls = Calls();
+        const auto before = ProcessorTime();
+        zr_test::LetPass(200ms, "somebody waits, and nothing happens");
+        return Calls() - calls <= 1 && ProcessorTime() - before < 20ms;
+    }));
     Set();
     waiter.join();
 }
