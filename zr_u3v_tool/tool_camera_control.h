@@ -32,6 +32,8 @@ public:
 
     // For an Acquisition that this outlives.
     consumer::CameraSwitch Switch() const;
+    // NULL where nobody understands the description file.
+    const NodeMap* Features() const { return m_features.get(); }
     // Asks for an image where images are triggered; nothing otherwise.
     void Trigger() const;
 

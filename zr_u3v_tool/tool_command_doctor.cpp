@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -5,6 +6,7 @@
 #include "tool_camera_list.h"
 #include "tool_commands.h"
 #include "tool_doctor.h"
+#include "tool_image_trial.h"
 #include "tool_json.h"
 #include "tool_producer.h"
 #include "tool_udev_rule.h"
@@ -20,7 +22,8 @@ void Append(Findings& findings, const Findings& more)
 
 // An opened camera, looked through. What it says of its stream goes to `payloads` too, for the
 // judgement on memory.
-Findings ExamineOpen(const Camera& camera, const std::string& name, std::vector<uint64_t>& payloads)
+Findings ExamineOpen(const Options& options, const Camera& camera, const std::string& name,
+                     std::vector<uint64_t>& payloads)
 {
     Findings findings;
     try {
@@ -37,7 +40,16 @@ Findings ExamineOpen(const Camera& camera, const std::string& name, std::vector<
         Append(findings, JudgeStream(name, needs,
                                      IsExactProducer(camera.Api()) ? CheckStream(needs)
                                                                    : std::vector<StreamProblem>()));
-        const DataStream stream(camera);
+        const bool isHopeless =
+            std::any_of(findings.begin(), findings.end(), [](const Finding& one) {
+                return one.check == "stream" && one.level == Level::Problem;
+            });
+        if (isHopeless) {
+            const DataStream stream(camera);
+            findings.push_back({Level::Skipped, "image", name, "no image was tried", ""});
+        } else {
+            findings.push_back(JudgeImages(name, TryImages(camera, needs, options.timeout_ms)));
+        }
     } catch (const std::runtime_error& error) {
         findings.push_back({Level::Problem, "stream", name, error.what(),
                             "close other applications that stream from it, then: zr-u3v doctor"});
@@ -45,14 +57,14 @@ Findings ExamineOpen(const Camera& camera, const std::string& name, std::vector<
     return findings;
 }
 
-Findings Examine(const Session& session, const CameraRecord& record,
+Findings Examine(const Options& options, const Session& session, const CameraRecord& record,
                  std::vector<uint64_t>& payloads)
 {
     const std::string name = record.serial.empty() ? record.id : record.serial;
     try {
         const Camera camera(session, record.id, DEVICE_ACCESS_CONTROL);
         Findings findings{{Level::Good, "open", name, "the camera opens", ""}};
-        Append(findings, ExamineOpen(camera, name, payloads));
+        Append(findings, ExamineOpen(options, camera, name, payloads));
         return findings;
     } catch (const GenTLError& error) {
         return {{Level::Problem, "open", name, error.what(),
@@ -88,7 +100,7 @@ Findings ExamineProducer(const Options& options, const UsbTree& usb,
         const size_t onBus = options.isVirtual ? 0 : usb.Cameras().size();
         Append(findings, JudgeListed(onBus, cameras.size(), IsExactProducer(producer)));
         for (const CameraRecord& record : cameras) {
-            Append(findings, Examine(session, record, payloads));
+            Append(findings, Examine(options, session, record, payloads));
         }
     } catch (const ToolError& error) {
         findings.push_back({Level::Problem, "producer", "", error.what(),

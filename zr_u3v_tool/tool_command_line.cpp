@@ -163,6 +163,14 @@ void AddNames(CLI::App& app, Options& options, const char* name, const char* hel
     AddModuleOption(*command, options);
 }
 
+void AddTimeout(CLI::App& command, Options& options)
+{
+    command
+        .add_option("--timeout", options.timeout_ms, "How long to wait for an image, in ms (5000)")
+        ->type_name("MS")
+        ->check(Within(1, kMaximumWait_ms));
+}
+
 // What every command that takes images has in common.
 void AddStreamOptions(CLI::App& command, Options& options)
 {
@@ -180,10 +188,7 @@ void AddStreamOptions(CLI::App& command, Options& options)
     command.add_option("-b,--buffers", options.buffers, "Buffers to announce (8)")
         ->type_name("N")
         ->check(Within(1, kMaximumBuffers));
-    command
-        .add_option("--timeout", options.timeout_ms, "How long to wait for an image, in ms (5000)")
-        ->type_name("MS")
-        ->check(Within(1, kMaximumWait_ms));
+    AddTimeout(command, options);
 }
 
 void AddGrab(CLI::App& app, Options& options)
@@ -241,6 +246,7 @@ void AddDoctor(CLI::App& app, Options& options)
         "doctor", "Find out why a camera does not work, and name the command that fixes it");
     command->add_option("--root", options.root, "Where /sys, /proc, /dev and /etc are found (/)")
         ->type_name("FOLDER");
+    AddTimeout(*command, options);
     command->add_flag("--udev-rule", options.printRule,
                       "Print the udev rule that gives users access to cameras, and end");
 }

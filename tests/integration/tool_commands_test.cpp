@@ -384,6 +384,35 @@ TEST_F(ToolTest, Doctor_HealthyCamera_FindsNoProblem)
     EXPECT_TRUE(Findings(json, "manifest").starts_with("ok: "));
     EXPECT_TRUE(Findings(json, "speed").starts_with("ok: "));
     EXPECT_TRUE(Findings(json, "stream").starts_with("ok: "));
+    EXPECT_EQ(Findings(json, "image"), "ok: an image came whole: 64x48 Mono8\n");
+}
+
+TEST_F(ToolTest, Doctor_CameraThatSendsNothing_IsAProblem)
+{
+    const std::string silent = "width=64,height=48,faults=stream-silent@0";
+    const Result result = RunOn(silent, {"doctor", "--json", "--timeout", "300"});
+    EXPECT_EQ(result.code, 6);
+    EXPECT_EQ(Findings(Json::parse(result.output, nullptr, false), "image"),
+              "problem: the camera sends nothing for 300 ms after it was started\n");
+}
+
+// The exact producer tells nothing of either: its images count as complete.
+TEST_F(ToolTest, Doctor_DamagedAndLostImages_AreTold)
+{
+    const auto images = [this](const std::string& fault) {
+        const std::string camera = "width=64,height=48,fps=50,faults=" + fault;
+        return Findings(Json::parse(RunOn(camera, {"doctor", "--json", "--timeout", "1000"}).output,
+                                    nullptr, false),
+                        "image");
+    };
+    const std::string damaged = images("trailer-status:0xA101");
+    const std::string lost = images("leader-lost");
+    if (IsExact()) {
+        EXPECT_TRUE(damaged.starts_with("ok: ")) << damaged;
+    } else {
+        EXPECT_EQ(damaged, "problem: 3 of 3 images came damaged\n");
+        EXPECT_TRUE(lost.starts_with("problem: the camera sends, but no image arrives: ")) << lost;
+    }
 }
 
 struct FaultyCamera
