@@ -123,13 +123,20 @@ snippets()
     expect_list "session, alone, /a" "$(in_session GENICAM_GENTL64_PATH /a)" "/a:$exact"
 }
 
+# Whether a tool works with that very file.
+producer_is()
+{
+    "$1" --virtual --json "${@:3}" info | grep -F "\"file\": \"$2\""
+}
+
 programs()
 {
     local bus=$1/$2/zr-u3v/virtual_usb
     ok "the client starts" sh -c "yes '' | head -50 | LD_LIBRARY_PATH='$bus' ZR_VIRTUAL_CAMERAS= '$1/bin/zr_u3v_client'"
     ok "the camera program starts" "$1/bin/zr_u3v_camera" --help
     if [ -x "$1/bin/zr-u3v" ]; then
-        ok "zr-u3v finds the installed producer" "$1/bin/zr-u3v" --virtual list
+        ok "zr-u3v finds the installed standard producer" producer_is "$1/bin/zr-u3v" "$1/$2/gentlproducer/zr_u3v_standard.cti"
+        ok "zr-u3v finds the installed exact producer" producer_is "$1/bin/zr-u3v" "$1/$2/gentlproducer-exact/zr_u3v_tl.cti" --exact
         ok "zr-u3v grabs" "$1/bin/zr-u3v" --virtual grab -n 3 -o "$work/images/"
     fi
     ok "the Python example grabs" env LD_LIBRARY_PATH="$bus" GENICAM_GENTL64_PATH= ZR_U3V_EXACT_PATH="$1/$2/gentlproducer-exact" \

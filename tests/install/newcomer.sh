@@ -39,6 +39,8 @@ ok "dpkg finds nothing wrong" administrator 'wrong=$(dpkg --audit; dpkg --verify
 ok "applications find the standard producer, and no other" newcomer 'ls $GENICAM_GENTL64_PATH >found.txt && cat found.txt && [ "$(cat found.txt)" = zr_u3v_standard.cti ]'
 ok "who wants the exact one finds it" newcomer 'test -e "$ZR_U3V_EXACT_PATH/zr_u3v_tl.cti"'
 ok "list" newcomer 'zr-u3v --virtual list >list.txt && grep 120900000001 list.txt'
+ok "list by the exact producer" newcomer 'zr-u3v --virtual --exact list | grep 120900000001'
+ok "features" newcomer 'zr-u3v --virtual get Width >width.txt && grep "^Width=" width.txt'
 ok "xml" newcomer 'zr-u3v --virtual xml -o camera.xml && grep "<RegisterDescription" camera.xml'
 ok "read" newcomer 'zr-u3v --virtual read ModelName >model.txt && grep "Virtual U3V" model.txt'
 ok "grab 10" newcomer 'zr-u3v --virtual grab -n 10 -o images/ && [ "$(ls images | wc -l)" = 10 ]'
