@@ -15,8 +15,8 @@ NowBefore(std::chrono::steady_clock::time_point deadline)
     using namespace std::chrono;
     timespec tick{};
     clock_gettime(CLOCK_MONOTONIC_COARSE, &tick);
-    const steady_clock::time_point last(seconds(tick.tv_sec) + nanoseconds(tick.tv_nsec));
-    return last + milliseconds(50) < deadline ? last : steady_clock::now();
+    const steady_clock::time_point ticked(seconds(tick.tv_sec) + nanoseconds(tick.tv_nsec));
+    return ticked + milliseconds(50) < deadline ? ticked : steady_clock::now();
 }
 
 // A condition variable on the steady clock, which nobody sets: a wait neither ends early nor lasts
