@@ -1,5 +1,6 @@
 #include "handle_table.h"
 
+#include <bit>
 #include <new>
 
 namespace standard_tl {
@@ -25,7 +26,7 @@ void HandleTable::Add(Object& object)
     const uint64_t generation = s_generation.fetch_add(1, std::memory_order_relaxed) + 1;
     Place& place = m_chunks[index / kChunkSize].load()[index % kChunkSize];
     place.object = &object;
-    object.m_handle = reinterpret_cast<void*>((generation << kIndexBits) | index);
+    object.m_handle = std::bit_cast<void*>((generation << kIndexBits) | index);
     place.state.store(generation << kIndexBits, std::memory_order_release);
 }
 

@@ -13,7 +13,7 @@ namespace {
 
 // What is read at once to find a leader: enough to make way, little to copy, and never a leader
 // together with its trailer, which would have to wait there for the next image.
-constexpr uint64_t kLongestSeek = 64 * 1024;
+constexpr uint64_t kLongestSeek = uint64_t{64} * 1024;
 
 constexpr StreamPosition At(Phase phase)
 {

@@ -13,7 +13,7 @@ namespace u3v_host {
 namespace {
 
 constexpr uint32_t kTransferSize = 1024 * 1024;
-constexpr StreamDepth kDepth{.images = 8, .bytes = 8 * 1024 * 1024, .transfers = 256};
+constexpr StreamDepth kDepth{.images = 8, .bytes = size_t{8} * 1024 * 1024, .transfers = 256};
 
 // One stream of a camera: a session for each acquisition.
 class Receiver final : public StreamReceiver

@@ -19,8 +19,8 @@ constexpr auto kReaping = 3s;          // what the system may take to give trans
 constexpr auto kLongestDelay = 50ms;   // between failed transfers
 constexpr auto kRefusalDelay = 100ms;  // until a refused transfer is tried again
 constexpr size_t kPacketOfTheBus = 1024;
-constexpr size_t kLargestSmall = 16 * 1024;
-constexpr size_t kMostSmallDeviceMemory = 256 * 1024;
+constexpr size_t kLargestSmall = size_t{16} * 1024;
+constexpr size_t kMostSmallDeviceMemory = size_t{256} * 1024;
 constexpr unsigned kCautiousImages = 4;
 
 // Comes alone: how many bytes it takes to get back into step is not known before.
@@ -56,7 +56,7 @@ UsbBlock AllocateSmall(const std::shared_ptr<libusb_device_handle>& handle, size
 // What the kernel's limit has to be for two images of this camera beside what is in use.
 std::string RefusalText(int result, const StreamPlan& plan)
 {
-    constexpr uint64_t kMiB = 1024 * 1024;
+    constexpr uint64_t kMiB = uint64_t{1024} * 1024;
     uint64_t limit = 16;
     std::ifstream("/sys/module/usbcore/parameters/usbfs_memory_mb") >> limit;
     const uint64_t needed = (2 * plan.Capacity() + kMiB - 1) / kMiB;

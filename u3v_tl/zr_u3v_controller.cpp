@@ -82,7 +82,8 @@ GC_ERROR ZrU3VController::GetInfo(int iInfoCmd, int* piType, void* pBuffer, size
 
 GC_ERROR ZrU3VController::OpenSystemModule(void** phSystem)
 {
-    return _onSystem(__func__, [&, function = __func__](ZrU3VSystem& system) -> GC_ERROR {
+    const char* const function = __func__;
+    return _onSystem(function, [&](ZrU3VSystem& system) -> GC_ERROR {
         if (phSystem == nullptr) {
             return ZR_FAIL(GC_ERR_INVALID_PARAMETER, "%s Failed: GC_ERR_INVALID_PARAMETER",
                            function);
@@ -100,7 +101,8 @@ GC_ERROR ZrU3VController::OpenSystemModule(void** phSystem)
 
 GC_ERROR ZrU3VController::CloseSystemModule(void* hSystem)
 {
-    return _onSystem(__func__, [&, function = __func__](ZrU3VSystem& system) -> GC_ERROR {
+    const char* const function = __func__;
+    return _onSystem(function, [&](ZrU3VSystem& system) -> GC_ERROR {
         return hSystem == &system
                    ? system.Close()
                    : ZR_FAIL(GC_ERR_INVALID_HANDLE, "%s Failed: GC_ERR_INVALID_HANDLE", function);
