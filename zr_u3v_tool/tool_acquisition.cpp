@@ -59,6 +59,7 @@ void WatchInterrupts()
     action.sa_flags = static_cast<int>(SA_RESETHAND); // the second one ends the program
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGHUP, &action, nullptr); // the terminal has been closed
 }
 
 // From register to register: the first block names the second one's address, that the third's.

@@ -119,19 +119,33 @@ Statistics Collect(Acquisition& acquisition, const CameraControl& control, const
     return statistics;
 }
 
+// A camera that is there answers the first register of all.
+bool IsGone(const Camera& camera)
+{
+    try {
+        camera.Read<uint32_t>(0);
+        return false;
+    } catch (const GenTLError&) {
+        return true;
+    }
+}
+
 // Fewer images than asked for are a failure even when each one was perfect.
-ExitCode Judge(const Options& options, const Statistics& statistics)
+ExitCode Judge(const Options& options, const Camera& camera, const Statistics& statistics)
 {
     if (g_isInterrupted != 0) {
         return ExitCode::Interrupted;
     }
     if (statistics.Images() < options.images) {
+        const std::string counts = Format("%llu of %llu images arrived, then ",
+                                          static_cast<unsigned long long>(statistics.Images()),
+                                          static_cast<unsigned long long>(options.images));
         throw ToolError(ExitCode::Images,
-                        Format("%llu of %llu images arrived, then none for %llu ms (zr-u3v doctor "
-                               "tells what this camera needs)",
-                               static_cast<unsigned long long>(statistics.Images()),
-                               static_cast<unsigned long long>(options.images),
-                               static_cast<unsigned long long>(options.timeout_ms)));
+                        IsGone(camera)
+                            ? counts + "the camera was gone (unplugged?)"
+                            : counts + Format("none for %llu ms (zr-u3v doctor tells what this "
+                                              "camera needs)",
+                                              static_cast<unsigned long long>(options.timeout_ms)));
     }
     if (statistics.Incomplete() != 0 || (options.strict && !statistics.IsPerfect())) {
         throw ToolError(ExitCode::Images,
@@ -166,7 +180,7 @@ ExitCode RunGrab(const Options& options, Console& console)
     } else if (!options.quiet) {
         console.Print(statistics.Text());
     }
-    return Judge(options, statistics);
+    return Judge(options, camera, statistics);
 }
 
 // ---- bench ------------------------------------------------------------------------------------
@@ -221,5 +235,5 @@ ExitCode RunBench(const Options& options, Console& console)
         console.Print(Format("processor    %.2f ms per image\nregisters    %.0f reads/s\n",
                              processor, control));
     }
-    return Judge(options, statistics);
+    return Judge(options, camera, statistics);
 }

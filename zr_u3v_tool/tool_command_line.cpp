@@ -199,8 +199,8 @@ void AddGrab(CLI::App& app, Options& options)
         ->check(Within(1, kMaximumImages));
     command
         ->add_option("-o,--output", options.output,
-                     "A file name, in which {n} and {id} are replaced, or a folder (image.png); - "
-                     "is standard output")
+                     "A file name, in which {index}, {frame} and {timestamp} are replaced, or a "
+                     "folder (image.png); - is standard output")
         ->type_name("PATH");
     command
         ->add_option("-f,--format", options.format,

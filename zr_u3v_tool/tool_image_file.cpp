@@ -303,20 +303,24 @@ void WriteRaster(const fs::path& path, const Raster& raster, ImageFormat format)
 }
 
 // Numbers have five digits, so that a listing is in order.
-fs::path ImagePath(const std::string& pattern, size_t number, size_t count, uint64_t frameId)
+fs::path ImagePath(const std::string& pattern, const ImagePlace& place)
 {
+    const std::string index = Format("%05zu", place.number);
+    const std::string frame = std::to_string(place.frameId);
+    const std::pair<const char*, std::string> words[] = {
+        {"{n}", index},
+        {"{index}", index},
+        {"{id}", frame},
+        {"{frame}", frame},
+        {"{timestamp}", std::to_string(place.timestamp)},
+    };
     std::string name = pattern;
-    const bool hasPlace =
-        name.find("{n}") != std::string::npos || name.find("{id}") != std::string::npos;
-    if (hasPlace) {
-        ReplaceAll(name, "{n}", Format("%05zu", number));
-        ReplaceAll(name, "{id}", std::to_string(frameId));
-        return name;
+    for (const auto& [word, value] : words) {
+        ReplaceAll(name, word, value);
     }
-    if (count < 2) {
+    if (name != pattern || place.count < 2) {
         return name;
     }
     const fs::path path(name);
-    return path.parent_path() /
-           (path.stem().string() + Format("-%05zu", number) + path.extension().string());
+    return path.parent_path() / (path.stem().string() + "-" + index + path.extension().string());
 }

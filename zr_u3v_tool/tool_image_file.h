@@ -36,7 +36,16 @@ void WriteImage(const std::filesystem::path& path, const RawImage& image,
                 const ImageOptions& options);
 void WriteRaster(const std::filesystem::path& path, const Raster& raster, ImageFormat format);
 
-// The name of image `number` (from 1) of `count`: "{n}" and "{id}" in the pattern are replaced, and
-// a pattern without either gets "-00001" before its extension when there are several images.
-std::filesystem::path ImagePath(const std::string& pattern, size_t number, size_t count,
-                                uint64_t frameId);
+// One image among those of a command.
+struct ImagePlace
+{
+    size_t number = 1; // from 1
+    size_t count = 1;
+    uint64_t frameId = 0;
+    uint64_t timestamp = 0;
+};
+
+// The name of its file: "{n}" or "{index}" (five digits), "{id}" or "{frame}", and "{timestamp}" in
+// the pattern are replaced. A pattern with none of them gets "-00001" before its extension when
+// there are several images.
+std::filesystem::path ImagePath(const std::string& pattern, const ImagePlace& place);

@@ -25,7 +25,7 @@ void ImageWriter::Put(const Image& image)
 {
     // The acquisition's buffer goes back as soon as this returns, so its bytes are copied.
     Job job;
-    job.path = ImagePath(m_pattern, ++m_number, m_count, image.frameId);
+    job.path = ImagePath(m_pattern, {++m_number, m_count, image.frameId, image.timestamp});
     job.bytes.assign(image.bytes.begin(), image.bytes.end());
     job.image = RawOf(image);
 

@@ -352,18 +352,27 @@ TEST_F(ToolTest, Grab_UnpluggedWhileStreaming_Ends)
     const Result result = RunOn("width=16,height=8,fps=50,unplug-after=3",
                                 {"grab", "-n", "50", "--timeout", "3000", "-o", "a.raw"});
     EXPECT_EQ(result.code, 5) << result.errors;
+    EXPECT_NE(result.errors.find(" of 50 images arrived, then the camera was gone"),
+              std::string::npos)
+        << result.errors;
 }
 
-TEST_F(ToolTest, Grab_Interrupted_StopsCleanly)
+class Interrupted : public ToolTest, public ::testing::WithParamInterface<int>
+{
+};
+
+TEST_P(Interrupted, Grab_StopsInGoodOrder)
 {
     const pid_t child = Start({"--virtual-camera", "width=16,height=8,fps=50", "grab", "-n",
                                "100000", "-o", "a-{n}.raw"});
     EXPECT_TRUE(zr_test::WaitUntil([this] { return fs::exists(File("a-00003.raw")); }));
-    kill(child, SIGINT);
+    kill(child, GetParam());
     const Result result = Finish(child);
     EXPECT_EQ(result.code, 130) << result.errors;
     EXPECT_NE(result.output.find("lost ids"), std::string::npos);
 }
+
+INSTANTIATE_TEST_SUITE_P(BySignal, Interrupted, ::testing::Values(SIGINT, SIGTERM, SIGHUP));
 
 TEST_F(ToolTest, Grab_FolderThatIsNone_FailsAndSaysSo)
 {

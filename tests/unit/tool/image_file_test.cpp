@@ -19,10 +19,11 @@ std::string Contents(const std::filesystem::path& path)
 
 TEST(ImagePath, SeveralImages_AreNumbered)
 {
-    EXPECT_EQ(ImagePath("a/image.png", 1, 1, 9), "a/image.png");
-    EXPECT_EQ(ImagePath("a/image.png", 3, 10, 9), "a/image-00003.png");
-    EXPECT_EQ(ImagePath("a/{n}-{id}.png", 3, 10, 9), "a/00003-9.png");
-    EXPECT_EQ(ImagePath("{id}.png", 1, 1, 9), "9.png");
+    EXPECT_EQ(ImagePath("a/image.png", {1, 1, 9, 77}), "a/image.png");
+    EXPECT_EQ(ImagePath("a/image.png", {3, 10, 9, 77}), "a/image-00003.png");
+    EXPECT_EQ(ImagePath("a/{n}-{id}.png", {3, 10, 9, 77}), "a/00003-9.png");
+    EXPECT_EQ(ImagePath("{id}.png", {1, 1, 9, 77}), "9.png");
+    EXPECT_EQ(ImagePath("{index}_{frame}_{timestamp}.png", {3, 10, 9, 77}), "00003_9_77.png");
 }
 
 TEST(ImageFormat, NamesAreKnown)
