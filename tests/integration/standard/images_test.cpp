@@ -320,22 +320,29 @@ TEST_F(HandlingModes, Overwrite_SlowConsumer_KeepsTheLastOnes)
     EXPECT_TRUE(IsExact(*image));
 }
 
-TEST_F(HandlingModes, Overwrite_AllWithTheConsumer_GoesOnWhenOneIsQueued)
+// In both modes that do not let the camera wait.
+TEST_F(HandlingModes, AllWithTheConsumer_ImagesAreCountedAndItGoesOnWhenOneIsQueued)
 {
-    Open("width=64,height=64,fps=200");
-    SetMode(1);
-    Announce(2);
-    images->Start();
-    const auto first = Next();
-    const auto second = Next();
-    ASSERT_TRUE(first && second);
-    const uint64_t before = Lost();
-    ASSERT_TRUE(Eventually([&] { return Lost() >= before + 10; }));
-    Queue(*first);
-    const auto third = Next();
-    ASSERT_TRUE(third);
-    EXPECT_GT(third->frameId, second->frameId + 10);
-    EXPECT_TRUE(IsExact(*third));
+    for (const uint64_t mode : {1U, 2U}) {
+        Open("width=64,height=64,fps=200");
+        SetMode(mode);
+        Announce(2);
+        images->Start();
+        const auto first = Next();
+        const auto second = Next();
+        ASSERT_TRUE(first && second) << mode;
+        const uint64_t before = Lost();
+        ASSERT_TRUE(Eventually([&] { return Lost() >= before + 10; })) << mode;
+        Queue(*first);
+        const auto third = Next();
+        ASSERT_TRUE(third) << mode;
+        EXPECT_GT(third->frameId, second->frameId + 10) << mode;
+        EXPECT_TRUE(IsExact(*third)) << mode;
+        images.reset();
+        opened.reset();
+        session.reset();
+        camera->Unplug();
+    }
 }
 
 // ---- several
