@@ -380,15 +380,18 @@ TEST_F(ServingTest, TasksPostedWhileWaitsComeAndGo_NoneIsForgotten)
             AwaitSet(In(1ms));
         }
     });
-    for (int i = 0; i < 2000; ++i) {
-        std::atomic<bool> ran = false;
-        Loop().Post(this, [&] { ran = true; });
-        while (!ran) {
+    std::atomic<int> ran = 0;
+    const auto limit = In(60s); // for all of them
+    for (int i = 1; i <= 2000 && std::chrono::steady_clock::now() < limit; ++i) {
+        Loop().Post(this, [&] { ++ran; });
+        while (ran < i && std::chrono::steady_clock::now() < limit) {
             std::this_thread::yield();
         }
     }
     ends = true;
     waiter.join();
+    Loop().Forget(this);
+    EXPECT_EQ(ran, 2000);
 }
 
 TEST_F(ServingTest, SomebodyWaitsLong_CostsNoProcessor)
