@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cstring>
+#include <strings.h>
 
 #include "tool_console.h"
 #include "tool_error.h"
@@ -183,8 +184,10 @@ const std::vector<NamedRegister>& NamedRegisters()
 const NamedRegister* FindRegister(std::string_view name)
 {
     const auto& registers = NamedRegisters();
-    const auto found = std::find_if(registers.begin(), registers.end(),
-                                    [name](const auto& one) { return one.name == name; });
+    const auto found = std::find_if(registers.begin(), registers.end(), [name](const auto& one) {
+        return name.size() == std::string_view(one.name).size() &&
+               strncasecmp(one.name, name.data(), name.size()) == 0;
+    });
     return found == registers.end() ? nullptr : &*found;
 }
 

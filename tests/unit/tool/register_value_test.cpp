@@ -76,6 +76,8 @@ TEST(RegisterValue, NamedRegisters_AreFoundByTheirName)
     ASSERT_NE(name, nullptr);
     EXPECT_EQ(name->address, 0x184u);
     EXPECT_EQ(name->length, 64u);
+    EXPECT_EQ(FindRegister("userdefinedNAME"), name);
+    EXPECT_EQ(FindRegister("UserDefined"), nullptr);
     EXPECT_EQ(FindRegister("Nonsense"), nullptr);
 }
 
