@@ -230,8 +230,8 @@ void CameraMemory::_AddCameraRegisters(const CameraConfig& config)
                           cam::kSensorWidth.address - cam::kAcquisitionMode.address},
                          {cam::kFrameCount.address, 12},
                          {cam::kChunkModeActive.address, 12},
-                         {cam::ChunkEnable(1).address, 4 * (kChunkCount - 1)},
-                         {cam::kEventSelector.address, 4 + 4 * kEventCount},
+                         {cam::ChunkEnable(1).address, std::uint64_t{4} * (kChunkCount - 1)},
+                         {cam::kEventSelector.address, 4 + std::uint64_t{4} * kEventCount},
                          {cam::kTriggerMode.address, 12}}});
     Set(cam::kWidth, config.width);
     Set(cam::kHeight, config.height);
