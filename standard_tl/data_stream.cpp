@@ -410,7 +410,7 @@ bool DataStream::Deliver(const Target& target, const Image& image)
             ++m_lost;
         } else {
             isWaitedFor = _deliver(*static_cast<Buffer*>(target.owner), image);
-            isMoreWanted = m_wanted == GENTL_INFINITE || --m_wanted != 0;
+            isMoreWanted = m_wanted == GENTL_INFINITE || (m_wanted != 0 && --m_wanted != 0);
         }
     }
     if (isWaitedFor) {

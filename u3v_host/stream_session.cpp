@@ -141,8 +141,8 @@ void StreamSession::_advance()
         _settle();
     }
     _submitAhead();
-    if (m_state == State::Ending) {
-        m_wakeup->NotifyAll();
+    if (!_isOn()) {
+        m_wakeup->NotifyAll(); // whoever ends it
     }
 }
 
@@ -235,7 +235,8 @@ int StreamSession::_submit(const StreamPlace& place)
 uint8_t* StreamSession::_memoryFor(Slot& slot)
 {
     const StreamPlace& place = slot.place;
-    if (place.phase == Phase::Payload && !place.trailer && place.expected % kPacketOfTheBus == 0) {
+    const bool isWhole = place.expected % kPacketOfTheBus == 0 && slot.length == place.expected;
+    if (place.phase == Phase::Payload && !place.trailer && isWhole) {
         const Target& target = m_assembler.TargetAhead(m_leadersAhead);
         if (place.offset + place.expected <= target.size) {
             return target.data + place.offset;
@@ -260,6 +261,9 @@ void StreamSession::_refused(int result)
     if (m_pending != 0) {
         m_limit = m_pending;
         return;
+    }
+    if (!_isOn()) {
+        return; // whoever ends it looks after the rest
     }
     if (m_gone) {
         _endByItself();
@@ -296,7 +300,7 @@ void StreamSession::_settle()
     _setAside();
     m_draining = false;
     _replay();
-    if (m_state == State::Ended || m_state == State::Ending) {
+    if (!_isOn()) {
         return;
     }
     if (m_gone || !m_assembler.IsWanted()) {
@@ -334,10 +338,11 @@ void StreamSession::_setAsideSlot(const Slot& slot)
     m_pieces.push_back({size, isComplete && size == 0, isFailed});
 }
 
-// Stops where an image has no target; TargetsAvailable goes on then.
+// Stops where an image has no target; TargetsAvailable goes on then. What came behind the last
+// image that was wanted is dropped.
 void StreamSession::_replay()
 {
-    while (m_fedPieces < m_pieces.size()) {
+    while (m_fedPieces < m_pieces.size() && m_assembler.IsWanted()) {
         if (!_replayPiece()) {
             return;
         }
@@ -354,7 +359,7 @@ void StreamSession::_replay()
 bool StreamSession::_replayPiece()
 {
     const Piece& piece = m_pieces[m_fedPieces];
-    while (m_fedOfPiece < piece.size) {
+    while (m_fedOfPiece < piece.size && m_assembler.IsWanted()) {
         const size_t size = std::min(m_packet, piece.size - m_fedOfPiece);
         if (!m_assembler.Feed({m_bytes.data() + m_fedBytes, size})) {
             return false;
@@ -418,6 +423,7 @@ bool StreamSession::End(bool kill)
     if (isRunning && !kill) {
         _waitUntilWhole();
     }
+    m_state = State::Reaping;
     if (!m_draining) {
         _drain();
     }
@@ -452,8 +458,14 @@ bool StreamSession::_waitUntilReaped()
 void StreamSession::TargetsAvailable()
 {
     Locker lock(m_mutex);
+    if (!_isOn()) {
+        return;
+    }
     if (_isReplaying() && !m_draining) {
         _replay();
+        if (!m_assembler.IsWanted()) {
+            _endByItself();
+        }
     }
     _submitAhead();
 }
@@ -462,8 +474,7 @@ void StreamSession::CameraHasLeft()
 {
     Locker lock(m_mutex);
     m_gone = true;
-    const bool isOn = m_state == State::Running || m_state == State::Recovering;
-    if (isOn && !m_draining && m_pending == 0) {
+    if (_isOn() && !m_draining && m_pending == 0) {
         _endByItself();
     }
 }
@@ -471,7 +482,7 @@ void StreamSession::CameraHasLeft()
 bool StreamSession::IsRunning() const
 {
     Locker lock(m_mutex);
-    return m_state == State::Running || m_state == State::Recovering;
+    return _isOn();
 }
 
 StreamStatistics StreamSession::Statistics() const

@@ -63,6 +63,7 @@ private:
         Running,
         Recovering, // a transfer has failed: the endpoint is set right first
         Ending,     // no further image is begun
+        Reaping,    // nor any transfer
         Ended,
     };
 
@@ -107,6 +108,10 @@ private:
     void _setAsideSlot(const Slot& slot) ZR_REQUIRES(m_mutex);
     void _replay() ZR_REQUIRES(m_mutex);
     bool _replayPiece() ZR_REQUIRES(m_mutex);
+    bool _isOn() const ZR_REQUIRES(m_mutex)
+    {
+        return m_state == State::Running || m_state == State::Recovering;
+    }
     bool _isReplaying() const ZR_REQUIRES(m_mutex) { return !m_pieces.empty(); }
     void _recover() ZR_REQUIRES(m_mutex);
     void _recovered() ZR_EXCLUDES(m_mutex);

@@ -115,14 +115,10 @@ Sink::Sink(size_t targets, size_t size)
 
 bool Sink::Take(Target& target)
 {
-    if (taken == limit) {
-        return false;
-    }
     if (m_free.empty()) {
         target = {};
         return discards;
     }
-    ++taken;
     Buffer* const buffer = m_free.front();
     m_free.pop_front();
     buffer->out = true;
@@ -167,7 +163,6 @@ void Sink::GiveBack(const Target& target)
     Buffer& buffer = _buffer(target);
     givenBack.push_back(&buffer);
     m_free.push_back(&buffer);
-    --taken;
 }
 
 bool Sink::Holds(const uint8_t* byte) const
@@ -202,7 +197,8 @@ Bench::Bench(const CameraStyle& cameraStyle, size_t targets, std::optional<size_
                                                      .trailer = style.trailer,
                                                      .alignmentExponent = style.alignmentExponent},
                                                     kTransferSize)),
-      sink(targets, targetSize.value_or(style.payload)), camera(style, plan, endpoint),
+      link(style.hostPacket), sink(targets, targetSize.value_or(style.payload)),
+      camera(style, plan, endpoint),
       session(std::make_shared<u3v_host::StreamSession>(
           link, sink, plan,
           u3v_host::StreamDepth{.images = 4, .bytes = 64 * 1024, .transfers = 64}))
@@ -213,7 +209,7 @@ Bench::Bench(const CameraStyle& cameraStyle, size_t targets, std::optional<size_
 Bench::~Bench()
 {
     if (!endpoint.keepsTransfers) {
-        End(true);
+        EXPECT_TRUE(End(true));
     }
 }
 

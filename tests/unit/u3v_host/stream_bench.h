@@ -33,6 +33,7 @@ struct CameraStyle
     bool padsBorders = false; // leader and trailer in the size that is planned
     bool padsPayload = false; // the last transfer in the size that is planned
     bool sendsEmpty = false;  // transfers that are not needed, with zero length
+    size_t hostPacket = stream_bus::Endpoint::kPacketSize; // what its descriptor tells
 };
 
 // One image, and what happens to it on the way.
@@ -99,7 +100,6 @@ public:
     std::vector<std::string> failures;
     uint64_t lost = 0;
     size_t ended = 0;
-    size_t taken = 0;
     size_t Free() const { return m_free.size(); }
     // Whether the byte lies in the memory of one of the targets.
     bool Holds(const uint8_t* byte) const;
@@ -121,9 +121,11 @@ private:
 class Link final : public u3v_host::StreamLink
 {
 public:
+    explicit Link(size_t packetSize) : m_packetSize(packetSize) {}
+
     std::shared_ptr<libusb_device_handle> Handle() override { return nullptr; }
     uint8_t Endpoint() override { return 0x83; }
-    size_t PacketSize() override { return stream_bus::Endpoint::kPacketSize; }
+    size_t PacketSize() override { return m_packetSize; }
     uint64_t SirmAddress() override { return 0; }
     void ReadRegisters(uint64_t /*address*/, std::span<uint8_t> /*bytes*/) override {}
     void WriteRegisters(uint64_t /*address*/, std::span<const uint8_t> /*bytes*/) override {}
@@ -144,6 +146,7 @@ public:
     size_t left = 0;
 
 private:
+    const size_t m_packetSize;
     std::deque<std::function<void()>> m_jobs;
 };
 

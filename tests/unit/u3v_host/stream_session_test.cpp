@@ -9,6 +9,8 @@
 namespace stream_bench {
 namespace {
 
+using namespace std::chrono_literals;
+
 uint64_t Complete(const Bench& bench)
 {
     return static_cast<uint64_t>(
@@ -341,6 +343,51 @@ TEST(StreamSession, SinkWantsNoMore_EndsByItselfAndGivesTheRestBack)
     EXPECT_EQ(bench.sink.Free(), 4U);
 }
 
+// Six images have come whole before the host can do anything about it.
+TEST(StreamSession, ImagesBehindTheLastThatIsWanted_AreNotDelivered)
+{
+    Bench bench({.payload = 10000}, 8);
+    bench.sink.limit = 3;
+    bench.endpoint.packetsBeforeCancel = 1000;
+    bench.Send(1, 6);
+    EXPECT_EQ(bench.sink.images.size(), 3U);
+    EXPECT_EQ(bench.sink.ended, 1U);
+    EXPECT_FALSE(bench.session->IsRunning());
+    EXPECT_EQ(bench.sink.Free(), 8U);
+}
+
+TEST(StreamSession, TheLastWantedImageWaitsForATarget_EndsByItself)
+{
+    Bench bench({.payload = 20000}, 1);
+    bench.sink.keeps = true;
+    bench.sink.limit = 2;
+    bench.endpoint.packetsBeforeCancel = 60;
+    bench.camera.Send({.id = 1, .valid = 3000});
+    bench.Send(2, 2);
+    for (int i = 0; i < 4; ++i) {
+        bench.sink.Requeue();
+        bench.session->TargetsAvailable();
+        bench.Run();
+    }
+    EXPECT_EQ(bench.sink.images.size(), 2U);
+    EXPECT_EQ(bench.sink.ended, 1U);
+    EXPECT_FALSE(bench.session->IsRunning());
+}
+
+// A hostile descriptor: whole packets of this size end behind what is expected.
+TEST(StreamSession, PacketSizeThatDividesNoTransfer_NoTransferReachesBeyondTheTarget)
+{
+    for (const size_t packet : {1000U, 768U, 2047U}) {
+        const Bench bench({.alignmentExponent = 0, .payload = 12288, .hostPacket = packet});
+        const auto length = static_cast<int>(u3v_host::WholePackets(Bench::kTransferSize, packet));
+        const auto buffers = bench.endpoint.BuffersOfLength(length);
+        EXPECT_FALSE(buffers.empty());
+        for (const uint8_t* buffer : buffers) {
+            EXPECT_FALSE(bench.sink.Holds(buffer));
+        }
+    }
+}
+
 // ---- depth
 
 TEST(StreamSession, InFlight_AtLeastTwoWholeImages)
@@ -511,6 +558,37 @@ TEST(StreamSession, End_ImagesReceivedBeforeTheCancel_AreDeliveredInOrder)
         bench.sink.images.begin(), bench.sink.images.end(),
         [](const Delivered& a, const Delivered& b) { return a.image.blockId < b.image.blockId; }));
     EXPECT_EQ(bench.sink.Free(), 4U);
+}
+
+TEST(StreamSession, End_CameraIsSilentWithinAnImage_ReapsEverythingAndSubmitsNothing)
+{
+    for (const bool kill : {true, false}) {
+        Bench bench({.payload = 20000});
+        bench.camera.Send({.id = 1, .noTrailer = true});
+        bench.Run();
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_TRUE(bench.End(kill));
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, 2500ms) << "as long as a lost transfer";
+        EXPECT_EQ(bench.endpoint.Pending(), 0U);
+        EXPECT_EQ(bench.sink.Free(), 4U);
+        EXPECT_EQ(bench.sink.ended, 0U);
+    }
+}
+
+// The leader of the next image waits for a target when the stream ends.
+TEST(StreamSession, TargetsAvailable_AfterTheEnd_NoneIsTaken)
+{
+    Bench bench({.payload = 20000}, 1);
+    bench.sink.keeps = true;
+    bench.endpoint.packetsBeforeCancel = 30;
+    bench.camera.Send({.id = 1, .valid = 3000});
+    bench.Send(2, 3);
+    EXPECT_TRUE(bench.End(true));
+    bench.sink.Requeue();
+    const size_t images = bench.sink.images.size();
+    bench.session->TargetsAvailable();
+    EXPECT_EQ(bench.sink.Free(), 1U);
+    EXPECT_EQ(bench.sink.images.size(), images);
 }
 
 TEST(StreamSession, End_SystemKeepsTheTransfers_ReturnsAndSaysSo)
