@@ -200,8 +200,8 @@ void EventService::_sleep()
     m_mutex.Unlock();
     m_alarm.Sleep();
     m_mutex.Lock();
-    if (!m_isLed) {
-        m_isTurnSet = false;
+    if (std::exchange(m_isTurnSet, false) && m_isLed) {
+        _setAlarm(); // which somebody has left set for a turn when he began
     }
 }
 
@@ -217,6 +217,13 @@ void EventService::Notify(Waiters& waiters)
     if (isElsewhere) {
         _interrupt();
     }
+}
+
+// Within libusb, here too.
+void EventService::_interrupt()
+{
+    const NotCancelled here;
+    libusb_interrupt_event_handler(m_context->Native());
 }
 
 void EventService::Rouse()

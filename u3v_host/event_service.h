@@ -68,7 +68,7 @@ private:
     void _leadInTurn(Deadline deadline) ZR_REQUIRES(m_mutex);
     void _sleep() ZR_REQUIRES(m_mutex);
     int _serve(Deadline until);
-    void _interrupt() { libusb_interrupt_event_handler(m_context->Native()); }
+    void _interrupt();
 
     const std::shared_ptr<UsbContext> m_context;
     Alarm m_alarm; // what the library's thread sleeps on while it does not lead

@@ -371,6 +371,20 @@ TEST_F(ServingTest, TaskPostedWhileSomebodyServes_RunsOnTheLibrarysThread)
     waiter.join();
 }
 
+// The library's thread was called away, and sleeps on an alarm for its turn that never comes.
+TEST_F(ServingTest, DelayedTaskWhileSomebodyServes_RunsInTime)
+{
+    ASSERT_NE(ServerOfAnArrival(), std::this_thread::get_id());
+    std::thread waiter([this] { EXPECT_TRUE(AwaitSet(Deadline::max())); });
+    EXPECT_TRUE(Serves(waiter));
+    std::atomic<bool> ran = false;
+    Loop().Post(
+        this, [&] { ran = true; }, 30ms);
+    EXPECT_TRUE(Eventually([&] { return ran.load(); }));
+    Set();
+    waiter.join();
+}
+
 // Posting races with waits that begin and end, each of which sets the library's thread's alarm.
 TEST_F(ServingTest, TasksPostedWhileWaitsComeAndGo_NoneIsForgotten)
 {
