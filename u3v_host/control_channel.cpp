@@ -83,7 +83,7 @@ ControlChannel::ControlChannel(UsbHandle handle, const ControlEndpoints& endpoin
       m_wakeup(loop.MakeWakeup())
 {
     m_out.buffer.resize(wire::kWriteDataOffset + m_maximumWrite);
-    m_in.buffer.resize(m_endpoints.maxPacketSize);
+    m_in.buffer.resize(RoundUp(wire::kAckHeaderSize + kSmallest, m_endpoints.maxPacketSize));
 }
 
 ControlChannel::~ControlChannel() = default;

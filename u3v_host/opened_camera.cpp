@@ -202,15 +202,21 @@ void OpenedCamera::_readText(TextRegister reg, std::string& text) const
     }
 }
 
+std::string OpenedCamera::_lastName() const
+{
+    Locker lock(m_infoMutex);
+    return m_info.userDefinedName;
+}
+
 CameraInfo OpenedCamera::Info() const
 {
     if (m_written.exchange(false) && (m_capability & abrm::kHasUserDefinedName) != 0) {
         try {
-            std::string name;
+            std::string name = _lastName(); // which it keeps when the camera refuses
             _readText(abrm::kUserDefinedName, name);
             Locker lock(m_infoMutex);
             m_info.userDefinedName = std::move(name);
-        } catch (const Error&) { // then the last name that it had
+        } catch (const Error&) { // then, too
         }
     }
     Locker lock(m_infoMutex);

@@ -99,6 +99,7 @@ private:
     void _readInterfaces(uint64_t sbrm);
     void _readManifest();
     void _readTexts();
+    std::string _lastName() const;
     void _readText(TextRegister reg, std::string& text) const;
     void _switchOff(Register<uint32_t> control, uint32_t bit);
     void _requireStream() const;
