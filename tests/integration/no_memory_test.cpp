@@ -255,6 +255,7 @@ TEST_P(NoMemory, ClosingWhileAcquiring)
     const vusb::Camera camera("width=64,height=64,fps=200");
     const auto& api = Gentl();
     Handles h;
+    bool isInitialised = true;
     const auto acquire = [&] {
         h = {};
         ASSERT_EQ(api.TLOpen(&h.system), GC_ERR_SUCCESS);
@@ -278,6 +279,11 @@ TEST_P(NoMemory, ClosingWhileAcquiring)
     const auto closeDevice = [&] { return api.DevClose(h.device); };
     const auto closeInterface = [&] { return api.IFClose(h.interface); };
     const auto closeSystem = [&] { return api.TLClose(h.system); };
+    FailEachEnd("DSClose", acquire, [&] {
+        const GC_ERROR status = api.DSClose(h.stream);
+        EXPECT_EQ(closeSystem(), GC_ERR_SUCCESS);
+        return status;
+    });
     FailEachEnd("DevClose", acquire, [&] {
         const GC_ERROR status = closeDevice();
         EXPECT_EQ(closeSystem(), GC_ERR_SUCCESS);
@@ -290,6 +296,20 @@ TEST_P(NoMemory, ClosingWhileAcquiring)
     });
     FailEachEnd("TLClose", acquire, closeSystem);
     EXPECT_TRUE(HeldNow() == Held{});
+    FailEachEnd(
+        "GCCloseLib",
+        [&] {
+            if (!isInitialised) {
+                ASSERT_EQ(api.GCInitLib(), GC_ERR_SUCCESS);
+            }
+            acquire();
+        },
+        [&] {
+            isInitialised = false;
+            return api.GCCloseLib();
+        });
+    EXPECT_TRUE(HeldNow() == Held{});
+    ASSERT_EQ(api.GCInitLib(), GC_ERR_SUCCESS);
 }
 
 INSTANTIATE_TEST_SUITE_P(Allocation, NoMemory,
