@@ -9,9 +9,6 @@
 #include "interface.h"
 #include "remote_port.h"
 #include "system.h"
-#include <span>
-#include <string>
-#include <utility>
 #include <zr_u3v_tl/gentl.h>
 
 using namespace standard_tl;
