@@ -25,7 +25,7 @@ uint32_t session_read_register(const struct session* session, uint64_t address)
     return value;
 }
 
-/* On a busy machine a pass may take longer than was given to it; then once more. */
+/* On a busy machine a pass may take longer than was given to it; a later update finds it done. */
 GC_ERROR session_update_device_list(IF_HANDLE interface, bool8_t* changed)
 {
     GC_ERROR status = GC_ERR_TIMEOUT;
