@@ -438,6 +438,9 @@ TEST_F(ServingTest, WaitAfterWait_TheLibrarysThreadStaysOut)
 
 TEST_F(ServingTest, FollowerIsCancelled_OthersServe)
 {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "AddressSanitizer takes the stack of a cancelled thread for overwritten";
+#endif
     const auto other = Loop().MakeWakeup();
     std::thread leader([this] { EXPECT_TRUE(AwaitSet(Deadline::max())); });
     EXPECT_TRUE(Serves(leader));
